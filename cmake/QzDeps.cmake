@@ -1,0 +1,67 @@
+# Third-party libraries as qz:: targets, the same names natively and for Windows.
+# Natively they come from Debian's -dev packages; for Windows from the static prefix that
+# scripts/build-win-deps.sh builds once and caches outside the tree.
+
+if(WIN32)
+  if(NOT EXISTS "${QZ_WIN_DEPS_DIR}/.complete")
+    message(STATUS "Windows dependencies missing in ${QZ_WIN_DEPS_DIR}: building them (several minutes)")
+    execute_process(
+      COMMAND ${PROJECT_SOURCE_DIR}/scripts/build-win-deps.sh ${QZ_MINGW_TRIPLET}
+      RESULT_VARIABLE rc)
+    if(NOT rc EQUAL 0 OR NOT EXISTS "${QZ_WIN_DEPS_DIR}/.complete")
+      message(FATAL_ERROR "scripts/build-win-deps.sh ${QZ_MINGW_TRIPLET} failed")
+    endif()
+  endif()
+
+  function(qz_win_dep name lib)
+    find_library(QZ_LIB_${name} NAMES lib${lib}.a PATHS ${QZ_WIN_DEPS_DIR}/lib NO_DEFAULT_PATH REQUIRED)
+    add_library(qz::${name} STATIC IMPORTED GLOBAL)
+    set_target_properties(qz::${name} PROPERTIES
+      IMPORTED_LOCATION ${QZ_LIB_${name}}
+      INTERFACE_INCLUDE_DIRECTORIES ${QZ_WIN_DEPS_DIR}/include)
+    if(ARGN)
+      set_property(TARGET qz::${name} PROPERTY INTERFACE_LINK_LIBRARIES ${ARGN})
+    endif()
+  endfunction()
+
+  qz_win_dep(zlib z)
+  qz_win_dep(crypto crypto ws2_32 crypt32 bcrypt advapi32 user32)
+  qz_win_dep(ssl ssl qz::crypto)
+  qz_win_dep(curl curl qz::zlib ws2_32 crypt32 bcrypt secur32 advapi32)
+  qz_win_dep(archive archive qz::zlib)
+  qz_win_dep(jsoncpp jsoncpp)
+  qz_win_dep(pugixml pugixml)
+  set_property(TARGET qz::curl APPEND PROPERTY INTERFACE_COMPILE_DEFINITIONS CURL_STATICLIB)
+  set_property(TARGET qz::archive APPEND PROPERTY INTERFACE_COMPILE_DEFINITIONS LIBARCHIVE_STATIC)
+
+  # GoogleTest from Debian's source package, built with the cross compiler.
+  if(QZ_BUILD_TESTS)
+    set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+    add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+    add_library(qz::gtest ALIAS gtest)
+    add_library(qz::gmock ALIAS gmock)
+  endif()
+else()
+  find_package(PkgConfig REQUIRED)
+  find_package(ZLIB REQUIRED)
+  find_package(OpenSSL REQUIRED)
+  find_package(CURL REQUIRED)
+  find_package(LibArchive REQUIRED)
+  pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
+  find_package(pugixml REQUIRED)
+  add_library(qz::zlib ALIAS ZLIB::ZLIB)
+  add_library(qz::crypto ALIAS OpenSSL::Crypto)
+  add_library(qz::ssl ALIAS OpenSSL::SSL)
+  add_library(qz::curl ALIAS CURL::libcurl)
+  add_library(qz::archive ALIAS LibArchive::LibArchive)
+  add_library(qz::jsoncpp ALIAS PkgConfig::JSONCPP)
+  add_library(qz::pugixml ALIAS pugixml::pugixml)
+  if(QZ_BUILD_TESTS)
+    find_package(GTest REQUIRED)
+    add_library(qz::gtest ALIAS GTest::gtest)
+    add_library(qz::gmock ALIAS GTest::gmock)
+  endif()
+  if(QZ_BUILD_BENCH)
+    find_package(benchmark REQUIRED)
+  endif()
+endif()

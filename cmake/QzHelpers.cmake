@@ -1,0 +1,12 @@
+# qz_platform_sources(<var> <base>...): appends <base>_win.cpp or <base>_posix.cpp for each base.
+function(qz_platform_sources var)
+  set(out ${${var}})
+  foreach(base IN LISTS ARGN)
+    if(WIN32)
+      list(APPEND out ${base}_win.cpp)
+    else()
+      list(APPEND out ${base}_posix.cpp)
+    endif()
+  endforeach()
+  set(${var} ${out} PARENT_SCOPE)
+endfunction()

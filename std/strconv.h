@@ -1,0 +1,19 @@
+// Conversions between the agent's wide strings and byte encodings. wchar_t is UTF-16 on Windows
+// and UTF-32 on Linux; files and the wire always use UTF-8 or UTF-16LE so both platforms agree.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace QZSTD {
+
+// Invalid input becomes U+FFFD; never throws on bad bytes.
+std::wstring Utf8ToWide(std::string_view str);
+std::string WideToUtf8(std::wstring_view wstr);
+
+// UTF-16 code units (native order) of a wide string: surrogate pairs above U+FFFF on Linux.
+std::u16string WideToUtf16(std::wstring_view wstr);
+// The reverse; an unpaired surrogate is kept as it is on Windows and becomes U+FFFD on Linux.
+std::wstring Utf16ToWide(std::u16string_view str);
+
+}  // namespace QZSTD
