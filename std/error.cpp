@@ -11,7 +11,7 @@ namespace QZSTD {
 namespace {
 
 const ErrorEntry g_stdErrors[] = {
-    {Err::WAIT_FAILED, L"Wait failed"},
+    {Err::WAIT_FAILURE, L"Wait failed"},
     {Err::NOT_FOUND, L"Value not found"},
     {Err::BAD_PARAM, L"Bad parameter \"%hs\""},
     {Err::OUT_OF_RANGE, L"Index value is out of range"},
@@ -118,14 +118,18 @@ std::wstring QZError::GetMessage() const
         return FillMessage(szFormat, m_vecArgs);
     std::wstring wstr = L"Unknown error";
     for (const std::wstring& a : m_vecArgs)
-        wstr += L" \"" + a + L"\"";
+        wstr.append(L" \"").append(a).append(L"\"");
     return wstr;
 }
 
 std::wstring QZError::Describe() const
 {
-    return L"#" + std::to_wstring(m_nCode) + L" (" + Utf8ToWide(m_strModule) + L") \"" + GetMessage() +
-           L"\" at " + Utf8ToWide(BaseName(m_szFile)) + L":" + std::to_wstring(m_nLine);
+    // Built by appending: GCC 12 warns falsely (-Wrestrict) on long operator+ chains at -O3.
+    std::wstring wstr = L"#";
+    wstr.append(std::to_wstring(m_nCode)).append(L" (").append(Utf8ToWide(m_strModule)).append(L") \"");
+    wstr.append(GetMessage()).append(L"\" at ").append(Utf8ToWide(BaseName(m_szFile))).append(L":");
+    wstr.append(std::to_wstring(m_nLine));
+    return wstr;
 }
 
 const char* QZError::what() const noexcept

@@ -87,7 +87,7 @@ namespace Err {
 inline constexpr const char* MODULE = "QZSTD";
 enum : int
 {
-    WAIT_FAILED = 1182,
+    WAIT_FAILURE = 1182,
     NOT_FOUND = 1186,
     BAD_PARAM = 1187,
     OUT_OF_RANGE = 1188,
