@@ -1,0 +1,74 @@
+// Remote-installation helpers: the "$HEX_" codec of ini values.
+#include "common/ristrutils.h"
+
+#include <string_view>
+
+#include "std/error.h"
+#include "std/strconv.h"
+
+namespace QZRI {
+namespace {
+
+constexpr std::wstring_view HEX_PREFIX = L"$HEX_";
+constexpr wchar_t HEX_DIGITS[] = L"0123456789ABCDEF";
+
+void AppendHexByte(std::wstring& wstr, unsigned nByte)
+{
+    wstr += HEX_DIGITS[(nByte >> 4) & 0xF];
+    wstr += HEX_DIGITS[nByte & 0xF];
+}
+
+int HexDigitValue(wchar_t c)
+{
+    if (c >= L'0' && c <= L'9')
+        return c - L'0';
+    if (c >= L'A' && c <= L'F')
+        return c - L'A' + 10;
+    if (c >= L'a' && c <= L'f')
+        return c - L'a' + 10;
+    return -1;
+}
+
+// Two digits at i as a byte; a non-digit raises 1187.
+unsigned ReadHexByte(std::wstring_view wsvDigits, size_t i)
+{
+    const int nHigh = HexDigitValue(wsvDigits[i]);
+    const int nLow = HexDigitValue(wsvDigits[i + 1]);
+    QZ_CHECK_ARG(nHigh >= 0 && nLow >= 0, "value");
+    return static_cast<unsigned>(nHigh * 16 + nLow);
+}
+
+}  // namespace
+
+std::wstring EncodeHexString(const std::wstring& wstrValue)
+{
+    if (wstrValue.empty())
+        return std::wstring();
+    const std::u16string u16 = QZSTD::WideToUtf16(wstrValue);
+    std::wstring wstr(HEX_PREFIX);
+    wstr.reserve(HEX_PREFIX.size() + u16.size() * 4);
+    for (const char16_t c : u16) {
+        AppendHexByte(wstr, c & 0xFFu);
+        AppendHexByte(wstr, (c >> 8) & 0xFFu);
+    }
+    return wstr;
+}
+
+std::wstring DecodeHexString(const std::wstring& wstrValue)
+{
+    const std::wstring_view wsv(wstrValue);
+    if (wsv.substr(0, HEX_PREFIX.size()) != HEX_PREFIX)
+        return wstrValue;
+    const std::wstring_view wsvDigits = wsv.substr(HEX_PREFIX.size());
+    QZ_CHECK_ARG(wsvDigits.size() % 4 == 0, "value");
+    std::u16string u16;
+    u16.reserve(wsvDigits.size() / 4);
+    for (size_t i = 0; i < wsvDigits.size(); i += 4) {
+        const unsigned nLow = ReadHexByte(wsvDigits, i);
+        const unsigned nHigh = ReadHexByte(wsvDigits, i + 2);
+        u16 += static_cast<char16_t>(nLow | (nHigh << 8));
+    }
+    return QZSTD::Utf16ToWide(u16);
+}
+
+}  // namespace QZRI

@@ -1,0 +1,23 @@
+// Helpers of the remote-installation agent shared by its modules.
+#pragma once
+
+#include <string>
+
+namespace QZRI {
+
+// The "$HEX_" form in which values that may hold arbitrary text (a saved command line with quotes,
+// line breaks or characters outside the ANSI code page) are stored in ini files: "$HEX_" followed by
+// the upper-case hexadecimal digits of the UTF-16LE bytes of the string, high nibble first, two digits
+// per byte. "a b" is stored as $HEX_610020006200. Characters above U+FFFF are written as their
+// surrogate pairs on every platform. An empty string gives an empty value, without the prefix.
+std::wstring EncodeHexString(const std::wstring& wstrValue);
+
+// The reverse. A value that does not start with "$HEX_" (exactly, in upper case) is plain text and is
+// returned unchanged; after the prefix, digits may be in either case. A "$HEX_" value that is not a
+// whole number of UTF-16 units (digit count not a multiple of four) or holds a character that is not
+// a hexadecimal digit raises QZError 1187 (QZSTD) "value" rather than yielding a string the writer
+// never wrote. A lone surrogate is kept on Windows and becomes U+FFFD where wchar_t is 32 bits; a
+// U+0000 unit is kept as a character of the result.
+std::wstring DecodeHexString(const std::wstring& wstrValue);
+
+}  // namespace QZRI
