@@ -12,15 +12,15 @@ namespace {
 
 const ErrorEntry g_stdErrors[] = {
     {Err::WAIT_FAILURE, L"Wait failed"},
-    {Err::NOT_FOUND, L"Value not found"},
+    {Err::NOT_FOUND, L"Value \"%ls\" not found"},
     {Err::BAD_PARAM, L"Bad parameter \"%hs\""},
     {Err::OUT_OF_RANGE, L"Index value is out of range"},
-    {Err::PRODUCT_MISSING, L"Product or version is missing"},
+    {Err::PRODUCT_MISSING, L"Product or version is missing: \"%ls\" \"%ls\""},
     {Err::UNSUPPORTED, L"Process is still running or the operation is unsupported on this operating system"},
     {Err::NOT_IMPLEMENTED, L"Not implemented"},
     {Err::ASSERTION, L"Assertion \"%hs\" failed"},
     {Err::SHUTDOWN, L"Stopped by shutdown"},
-    {Err::FILE_NOT_FOUND, L"File not found"},
+    {Err::FILE_NOT_FOUND, L"File \"%ls\" not found"},
     {0, nullptr},
 };
 

@@ -1,0 +1,92 @@
+// The lock file under the settings storage: who excludes whom, and that waiting is bounded.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <optional>
+#include <thread>
+
+#include "std/error.h"
+#include "std/ss/filelock.h"
+#include "std/ss/sserrors.h"
+#include "tests/std/ss/sstestutil.h"
+
+namespace {
+
+using QZSTD::FileLock;
+using QZSTD::FileLockMode;
+using Clock = std::chrono::steady_clock;
+
+// The error a second lock attempt raises (nullopt when it got the lock).
+std::optional<QZSTD::QZError> TryLock(const std::wstring& wstrPath, FileLockMode eMode, uint32_t nTimeoutMs)
+{
+    try {
+        FileLock lock(wstrPath, eMode, nTimeoutMs);
+        return std::nullopt;
+    } catch (const QZSTD::QZError& e) {
+        return e;
+    }
+}
+
+bool IsTimeout(const std::optional<QZSTD::QZError>& error)
+{
+    return error && error->Is(QZSTD::SsErr::MODULE, QZSTD::SsErr::LOCK_TIMEOUT);
+}
+
+TEST(SettingsStorageFileLock, ExclusiveLockKeepsOutEveryOtherLockUntilReleased)
+{
+    QZSSTEST::TempFolder folder;
+    const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
+    {
+        FileLock held(wstrLock, FileLockMode::EXCLUSIVE);
+        const Clock::time_point tStart = Clock::now();
+        const std::optional<QZSTD::QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 150);
+        EXPECT_GE(Clock::now() - tStart, std::chrono::milliseconds(140));
+        ASSERT_TRUE(IsTimeout(error));
+        EXPECT_NE(error->GetMessage().find(wstrLock), std::wstring::npos) << error->what();
+        EXPECT_NE(error->GetMessage().find(L"150 ms"), std::wstring::npos) << error->what();
+        EXPECT_TRUE(IsTimeout(TryLock(wstrLock, FileLockMode::SHARED, 50)));
+    }
+    EXPECT_FALSE(TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0).has_value());
+}
+
+TEST(SettingsStorageFileLock, SharedLocksCoexistAndKeepOutTheWriter)
+{
+    QZSSTEST::TempFolder folder;
+    const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
+    {
+        FileLock first(wstrLock, FileLockMode::SHARED);
+        FileLock second(wstrLock, FileLockMode::SHARED, 0);
+        EXPECT_TRUE(IsTimeout(TryLock(wstrLock, FileLockMode::EXCLUSIVE, 50)));
+    }
+    EXPECT_FALSE(TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0).has_value());
+}
+
+TEST(SettingsStorageFileLock, WaiterGetsTheLockOnceTheHolderLetsGo)
+{
+    QZSSTEST::TempFolder folder;
+    const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
+    auto pHeld = std::make_unique<FileLock>(wstrLock, FileLockMode::EXCLUSIVE);
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        pHeld.reset();
+    });
+    const Clock::time_point tStart = Clock::now();
+    const std::optional<QZSTD::QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 10000);
+    const Clock::duration elapsed = Clock::now() - tStart;
+    releaser.join();
+    EXPECT_FALSE(error.has_value()) << error->what();
+    EXPECT_GE(elapsed, std::chrono::milliseconds(150));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(5000));
+}
+
+TEST(SettingsStorageFileLock, LockFileInAMissingFolderIsAClearError)
+{
+    QZSSTEST::TempFolder folder;
+    const std::wstring wstrLock = folder.Join(L"missing/storage.xml.lock");
+    const std::optional<QZSTD::QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_TRUE(error->Is(QZSTD::SsErr::MODULE, QZSTD::SsErr::LOCK_FAILED)) << error->what();
+    EXPECT_NE(error->GetMessage().find(wstrLock), std::wstring::npos) << error->what();
+}
+
+}  // namespace

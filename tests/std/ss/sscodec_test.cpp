@@ -1,0 +1,187 @@
+// The text forms of stored values, table by table: what XML may carry as it is, hexadecimal,
+// UTF-16LE, integers and shortest floating-point text.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "std/ss/sscodec.h"
+
+namespace {
+
+using namespace QZSTD::SsCodec;
+
+// A wide string from UTF-16 code units, so that the tables read the same on both platforms;
+// a pair becomes one character where wchar_t has 32 bits.
+std::wstring W16(std::initializer_list<uint32_t> units)
+{
+    std::wstring wstr;
+    for (auto it = units.begin(); it != units.end(); ++it) {
+        const uint32_t c = *it;
+        auto next = it + 1;
+        if (sizeof(wchar_t) == 4 && c >= 0xD800 && c <= 0xDBFF && next != units.end() && *next >= 0xDC00 &&
+            *next <= 0xDFFF) {
+            wstr += static_cast<wchar_t>(0x10000 + ((c - 0xD800) << 10) + (*next - 0xDC00));
+            ++it;
+            continue;
+        }
+        wstr += static_cast<wchar_t>(c);
+    }
+    return wstr;
+}
+
+TEST(SettingsStorageCodec, XmlSafeTextIsPrintableWithoutControlsOrLoneSurrogates)
+{
+    struct Row
+    {
+        std::wstring wstr;
+        bool bSafe;
+    };
+    const Row rows[] = {
+        {L"", true},
+        {L"plain text & <markup> \"quoted\" 'x'", true},
+        {L"  leading and trailing  ", true},
+        {W16({0xE9, 0x4E2D, 0xE000, 0xFFFD}), true},
+        {W16({0xD83D, 0xDE00}), true},  // U+1F600 as a pair
+        {W16({'a', 0x09, 'b'}), false},
+        {W16({'a', 0x0A}), false},
+        {W16({0x0D}), false},
+        {std::wstring(L"a\0b", 3), false},
+        {W16({0x7F}), false},
+        {W16({0x85}), false},
+        {W16({0xD800}), false},
+        {W16({0xDC00, 'x'}), false},
+        {W16({'x', 0xD83D}), false},
+        {W16({0xFFFE}), false},
+        {W16({0xFFFF}), false},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(IsXmlSafe(std::wstring_view(row.wstr)), row.bSafe)
+            << QZSTD::SsCodec::WideToUtf16Hex(row.wstr).value();
+    EXPECT_TRUE(IsXmlSafe(std::string_view("2024-01-31 x")));
+    EXPECT_FALSE(IsXmlSafe(std::string_view("\xC3\xA9")));
+    EXPECT_FALSE(IsXmlSafe(std::string_view("a\tb")));
+}
+
+TEST(SettingsStorageCodec, BytesHexIsUpperCaseAndReadsEitherCase)
+{
+    EXPECT_EQ(BytesToHex(nullptr, 0), "");
+    EXPECT_EQ(BytesToHex("\x00\xFF\x10\xab", 4), "00FF10AB");
+    EXPECT_EQ(HexToBytes("00FF10AB"), std::string("\x00\xFF\x10\xAB", 4));
+    EXPECT_EQ(HexToBytes("00ff10ab"), std::string("\x00\xFF\x10\xAB", 4));
+    EXPECT_EQ(HexToBytes(""), std::string());
+    for (const char* szBad : {"0", "0G", "G0", " 00", "00 ", "0x00", "-1"})
+        EXPECT_FALSE(HexToBytes(szBad).has_value()) << szBad;
+}
+
+TEST(SettingsStorageCodec, Utf16HexIsLittleEndianAndKeepsLoneSurrogates)
+{
+    struct Row
+    {
+        std::wstring wstr;
+        const char* szHex;
+    };
+    const Row rows[] = {
+        {L"", ""},
+        {L"A", "4100"},
+        {W16({0x0A, 0x00, 0x1F}), "0A0000001F00"},
+        {W16({0x4E2D}), "2D4E"},
+        {W16({0xD83D, 0xDE00}), "3DD800DE"},
+        {W16({0xD800}), "00D8"},
+        {W16({'x', 0xDFFF, 'y'}), "7800FFDF7900"},
+        {W16({0xFFFF, 0xFFFE}), "FFFFFEFF"},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(WideToUtf16Hex(row.wstr), std::string(row.szHex));
+        EXPECT_EQ(Utf16HexToWide(row.szHex), row.wstr) << row.szHex;
+    }
+    EXPECT_EQ(Utf16HexToWide("3dd800de"), W16({0xD83D, 0xDE00}));
+    for (const char* szBad : {"41", "410", "41000", "4G00", "41 00"})
+        EXPECT_FALSE(Utf16HexToWide(szBad).has_value()) << szBad;
+    if constexpr (sizeof(wchar_t) == 4) {
+        EXPECT_FALSE(WideToUtf16Hex(std::wstring(1, static_cast<wchar_t>(0x110000))).has_value());
+    }
+}
+
+TEST(SettingsStorageCodec, IntegersMustBeWholeDecimalNumbersInRange)
+{
+    EXPECT_EQ(ParseInt32("0"), 0);
+    EXPECT_EQ(ParseInt32("-1"), -1);
+    EXPECT_EQ(ParseInt32("2147483647"), std::numeric_limits<int32_t>::max());
+    EXPECT_EQ(ParseInt32("-2147483648"), std::numeric_limits<int32_t>::min());
+    EXPECT_EQ(ParseInt64("9223372036854775807"), std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(ParseInt64("-9223372036854775808"), std::numeric_limits<int64_t>::min());
+    for (const char* szBad :
+         {"", "2147483648", "-2147483649", "+1", " 1", "1 ", "0x10", "1.0", "1e3", "-", "12x"})
+        EXPECT_FALSE(ParseInt32(szBad).has_value()) << szBad;
+    for (const char* szBad : {"9223372036854775808", "-9223372036854775809", "", "--1"})
+        EXPECT_FALSE(ParseInt64(szBad).has_value()) << szBad;
+}
+
+template <class T>
+bool SameBits(T a, T b)
+{
+    return std::memcmp(&a, &b, sizeof(T)) == 0;
+}
+
+TEST(SettingsStorageCodec, FloatsReadBackBitForBit)
+{
+    using F = std::numeric_limits<float>;
+    for (float f : {0.0f, -0.0f, 1.0f, -1.5f, 0.1f, 3.4028235e38f, F::max(), F::lowest(), F::min(),
+                    F::denorm_min(), F::epsilon(), 16777217.0f, F::infinity(), -F::infinity()}) {
+        const std::string str = FloatToText(f);
+        const std::optional<float> back = ParseFloat(str);
+        ASSERT_TRUE(back.has_value()) << str;
+        EXPECT_TRUE(SameBits(*back, f)) << str;
+    }
+    using D = std::numeric_limits<double>;
+    for (double d : {0.0, -0.0, 0.1, 1.0 / 3.0, D::max(), D::lowest(), D::min(), D::denorm_min(),
+                     D::epsilon(), 9007199254740993.0, D::infinity(), -D::infinity()}) {
+        const std::string str = DoubleToText(d);
+        const std::optional<double> back = ParseDouble(str);
+        ASSERT_TRUE(back.has_value()) << str;
+        EXPECT_TRUE(SameBits(*back, d)) << str;
+    }
+    EXPECT_EQ(FloatToText(-0.0f), "-0");
+    EXPECT_EQ(DoubleToText(0.1), "0.1");
+    EXPECT_EQ(DoubleToText(D::infinity()), "inf");
+    EXPECT_EQ(DoubleToText(-D::infinity()), "-inf");
+    EXPECT_EQ(DoubleToText(D::quiet_NaN()), "nan");
+    EXPECT_TRUE(std::isnan(ParseDouble("nan").value()));
+    EXPECT_TRUE(std::isnan(ParseFloat(FloatToText(F::quiet_NaN())).value()));
+}
+
+TEST(SettingsStorageCodec, FloatingTextMustBeWholeAndInRange)
+{
+    for (const char* szBad : {"", "1e39", "abc", "1.5x", " 1", "1 ", "0x1p3", "--1", "+1", "."})
+        EXPECT_FALSE(ParseFloat(szBad).has_value()) << szBad;
+    for (const char* szBad : {"", "1e309", "-1e309", "1,5", "nan x"})
+        EXPECT_FALSE(ParseDouble(szBad).has_value()) << szBad;
+}
+
+TEST(SettingsStorageCodec, NamesSortByUtf16CodeUnitsOnEveryPlatform)
+{
+    const Utf16Less less;
+    EXPECT_TRUE(less(L"A", L"a"));
+    EXPECT_TRUE(less(L"a", L"ab"));
+    EXPECT_FALSE(less(L"ab", L"ab"));
+    EXPECT_TRUE(less(L"", L"a"));
+    EXPECT_TRUE(less(W16({0x7A}), W16({0xE9})));
+    // U+1F600 is D83D DE00 in UTF-16: below U+E000 and U+FFFD, above U+D7FF.
+    EXPECT_TRUE(less(W16({0xD83D, 0xDE00}), W16({0xE000})));
+    EXPECT_TRUE(less(W16({0xD83D, 0xDE00}), W16({0xFFFD})));
+    EXPECT_TRUE(less(W16({0xD7FF}), W16({0xD83D, 0xDE00})));
+}
+
+TEST(SettingsStorageCodec, BoolsAreTrueOrFalseOnly)
+{
+    EXPECT_STREQ(BoolToText(true), "true");
+    EXPECT_STREQ(BoolToText(false), "false");
+    EXPECT_EQ(ParseBool("true"), true);
+    EXPECT_EQ(ParseBool("false"), false);
+    for (const char* szBad : {"", "1", "0", "TRUE", "yes", "true "})
+        EXPECT_FALSE(ParseBool(szBad).has_value()) << szBad;
+}
+
+}  // namespace
