@@ -1,0 +1,59 @@
+#!/usr/bin/env python3
+"""Reads qz_bench --benchmark_format=json output and prints each measurement of our code beside its
+baseline from the same run, as a speed-up (baseline time / our time: above 1 means ours is faster),
+with the allocations per operation and the targets that apply."""
+import json
+import sys
+
+# (ours, baseline, target speed-up or None)
+PAIRS = [
+    ("BM_ParamsLookupHit/{n}", "BM_JsonLookupHit/{n}", {1000: 1.0}),
+    ("BM_ParamsLookupMiss/{n}", "BM_JsonLookupMiss/{n}", {1000: 1.0}),
+    ("BM_ParamsBuild/{n}", "BM_JsonBuild/{n}", {}),
+    ("BM_ParamsClone/{n}", "BM_JsonClone/{n}", {}),
+]
+SINGLE = [
+    ("BM_ValueCreateReleasePooled", "BM_ValueCreateReleaseNewDelete", 2.0),
+    ("BM_StringValueCreateReleasePooled", "BM_StringValueCreateReleaseNewDelete", 2.0),
+    ("BM_ValueCreateReleasePooled", "BM_JsonValueCreateRelease", None),
+]
+
+
+def main(path):
+    with open(path) as f:
+        data = json.load(f)
+    runs = {b["name"]: b for b in data["benchmarks"] if b.get("run_type", "iteration") == "iteration"}
+    rows, failed = [], []
+
+    def row(ours, base, target, zero_allocs):
+        if ours not in runs or base not in runs:
+            return
+        a, b = runs[ours], runs[base]
+        ratio = b["real_time"] / a["real_time"]
+        allocs = a.get("allocs_per_op", float("nan"))
+        verdict = ""
+        if target is not None:
+            ok = ratio >= target and (not zero_allocs or allocs == 0)
+            verdict = ("meets" if ok else "MISSES") + f" target >= {target:g}x" + (", 0 allocs" if zero_allocs else "")
+            if not ok:
+                failed.append(ours)
+        rows.append((ours, base, a["real_time"], b["real_time"], a["time_unit"], ratio, allocs,
+                     b.get("allocs_per_op", float("nan")), verdict))
+
+    for ours, base, targets in PAIRS:
+        for n in (10, 1000, 100000):
+            zero = "Lookup" in ours
+            row(ours.format(n=n), base.format(n=n), targets.get(n), zero and n in targets)
+    for ours, base, target in SINGLE:
+        row(ours, base, target, False)
+
+    print(f"{'ours':36} {'baseline':38} {'ours':>10} {'base':>10} {'speed-up':>8} {'allocs/op':>9} {'base a/op':>9}")
+    for ours, base, ta, tb, unit, ratio, aa, ab, verdict in rows:
+        print(f"{ours:36} {base:38} {ta:8.1f}{unit:2} {tb:8.1f}{unit:2} {ratio:7.2f}x {aa:9.2f} {ab:9.2f}  {verdict}")
+    if failed:
+        print("targets missed:", ", ".join(failed))
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1]))

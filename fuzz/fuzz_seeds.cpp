@@ -1,0 +1,89 @@
+// Writes the starting corpora of the fuzz targets: fuzz_seeds DIR creates DIR/<target>/<seed> files.
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "std/par/paramshelpers.h"
+#include "std/par/serialize.h"
+
+namespace {
+
+using QZSTD::CAutoPtr;
+
+void WriteSeed(const std::filesystem::path& dir, const std::string& strName, const std::vector<uint8_t>& vec)
+{
+    std::filesystem::create_directories(dir);
+    std::ofstream f(dir / strName, std::ios::binary);
+    f.write(reinterpret_cast<const char*>(vec.data()), static_cast<std::streamsize>(vec.size()));
+}
+
+void WriteText(const std::filesystem::path& dir, const std::string& strName, const std::string& str)
+{
+    WriteSeed(dir, strName, std::vector<uint8_t>(str.begin(), str.end()));
+}
+
+// Text seeds: command lines, "$HEX_" values, a settings storage and ini files as the agent meets them.
+void WriteTextSeeds(const std::filesystem::path& root)
+{
+    WriteText(root / "fuzz_cmdline", "agent", "\"C:\\Temp\\pkg\\qzriwrap.exe\" TASK_ID=12 /s \"a b\" QZRI$ID=x");
+    WriteText(root / "fuzz_cmdline", "escapes", "prog a\\\\\"b c\\\"d \"e\"\"f\" \"\" \\\\");
+    WriteText(root / "fuzz_hex", "a_b", "610020006200");
+    WriteText(root / "fuzz_hex", "surrogates", "3DD800DE");
+    WriteText(root / "fuzz_settings_storage", "small",
+              "<?xml version=\"1.0\"?>\n<settings_storage format=\"1\"><product name=\"1103\">"
+              "<version name=\"1.0.0.0\"><section name=\"global\">"
+              "<value name=\"QZNAG_SRVID\" type=\"STRING_T\" value=\"srv-1\"/>"
+              "<value name=\"n\" type=\"INT_T\" value=\"5\"/>"
+              "<value name=\"p\" type=\"PARAMS_T\"><value name=\"b\" type=\"BOOL_T\" value=\"true\"/></value>"
+              "<value name=\"a\" type=\"ARRAY_T\"><item type=\"DOUBLE_T\" value=\"1.5\"/><item null=\"true\"/></value>"
+              "</section></version></product></settings_storage>\n");
+    WriteText(root / "fuzz_profile", "qzriwrp",
+              "[Setup]\r\naction=1\r\nstart_counter=4\r\ncmdline=$HEX_610020006200\r\n; note\r\n[Other]\r\nk = \" v \"\r\n");
+}
+
+CAutoPtr<QZPAR::Params> EveryType()
+{
+    CAutoPtr<QZPAR::Params> p = QZPAR::CreateParams();
+    p->ReplaceValue(L"s", QZPAR::CreateString(L"text \u00e9"));
+    p->ReplaceValue(L"e", QZPAR::CreateString(L""));
+    p->ReplaceValue(L"b", QZPAR::CreateBool(true));
+    p->ReplaceValue(L"i", QZPAR::CreateInt(-5));
+    p->ReplaceValue(L"l", QZPAR::CreateLong(1LL << 40));
+    p->ReplaceValue(L"t", QZPAR::CreateDateTime(-1));
+    p->ReplaceValue(L"d", QZPAR::CreateDate("2026-11-22"));
+    p->ReplaceValue(L"x", QZPAR::CreateBinary("\x01\x02\x03", 3));
+    p->ReplaceValue(L"f", QZPAR::CreateFloat(1.5f));
+    p->ReplaceValue(L"g", QZPAR::CreateDouble(std::numeric_limits<double>::quiet_NaN()));
+    p->ReplaceValue(L"n", QZPAR::CreateParamsValue(nullptr));
+    CAutoPtr<QZPAR::ArrayValue> pArray = QZPAR::CreateArray(3);
+    pArray->SetAt(0, QZPAR::CreateInt(1));
+    CAutoPtr<QZPAR::Params> pNested = QZPAR::CreateParams();
+    pNested->ReplaceValue(L"inner", QZPAR::CreateString(L"v"));
+    pArray->SetAt(2, QZPAR::CreateParamsValue(pNested));
+    p->ReplaceValue(L"a", pArray);
+    p->ReplaceValue(L"p", QZPAR::CreateParamsValue(pNested));
+    return p;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: fuzz_seeds DIR\n");
+        return 2;
+    }
+    WriteTextSeeds(argv[1]);
+    const std::filesystem::path dir = std::filesystem::path(argv[1]) / "fuzz_params_reader";
+    std::vector<uint8_t> vec;
+    QZPAR::SerializeParams(QZPAR::CreateParams(), vec);
+    WriteSeed(dir, "empty", vec);
+    vec.clear();
+    QZPAR::SerializeParams(EveryType(), vec);
+    WriteSeed(dir, "every_type", vec);
+    return 0;
+}
