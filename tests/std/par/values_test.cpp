@@ -1,0 +1,203 @@
+// The value types: payload rules, comparison, copies, argument checks, the factory and the shared
+// string buffer.
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "std/par/errors.h"
+#include "std/par/paramshelpers.h"
+#include "std/par/paramsimpl.h"
+#include "std/par/sharedstr.h"
+#include "std/par/valuesimpl.h"
+#include "tests/std/par/testutil.h"
+
+namespace QZPAR {
+namespace {
+
+using QZSTD::CAutoPtr;
+
+const char* const STD = QZSTD::Err::MODULE;
+const char* const PAR = Err::MODULE;
+
+CAutoPtr<Value> CloneOf(Value* p)
+{
+    CAutoPtr<Value> pCopy;
+    p->Clone(&pCopy);
+    return pCopy;
+}
+
+TEST(StringValues, NullAndEmptyAreTheSameValue)
+{
+    CAutoPtr<StringValue> pNull = CreateString(static_cast<const wchar_t*>(nullptr));
+    CAutoPtr<StringValue> pEmpty = CreateString(L"");
+    EXPECT_STREQ(pNull->GetValue(), L"");
+    EXPECT_STREQ(pEmpty->GetValue(), L"");
+    EXPECT_EQ(pNull->Compare(pEmpty), 0);
+    EXPECT_TRUE(pEmpty->GetShared().empty());  // no buffer held
+}
+
+TEST(StringValues, TextWithNulIsKeptWhole)
+{
+    const wchar_t wsz[] = L"a\0b";
+    CAutoPtr<StringValue> p = CreateString(std::wstring_view(wsz, 3));
+    EXPECT_EQ(p->GetLength(), 3u);
+    EXPECT_EQ(GetStringValue(p.Get()), std::wstring(wsz, 3));
+    EXPECT_EQ(p->Compare(CreateString(L"a")), 1);
+}
+
+TEST(ValueCompare, DifferentTypesGiveTheDifferenceOfTheIds)
+{
+    EXPECT_EQ(CreateInt(5)->Compare(CreateLong(5)), Value::INT_T - Value::LONG_T);
+    EXPECT_EQ(CreateArray()->Compare(CreateString(L"")), Value::ARRAY_T - Value::STRING_T);
+    EXPECT_QZ_ERROR(CreateInt(5)->Compare(nullptr), STD, QZSTD::Err::BAD_PARAM, L"pValue");
+}
+
+// (smaller, larger) pairs of each type.
+TEST(ValueCompare, SameTypesCompareByPayload)
+{
+    const uint8_t ab[] = {1, 2, 3};
+    CAutoPtr<Params> pSmall = CreateParams();
+    CAutoPtr<Params> pLarge = CreateParams();
+    SetIntValue(pLarge, L"a", 1);
+    CAutoPtr<ArrayValue> pArrNull = CreateArray(1);
+    CAutoPtr<ArrayValue> pArrOne = CreateArray(1);
+    pArrOne->SetAt(0, CreateInt(0));
+    const double dNan = std::numeric_limits<double>::quiet_NaN();
+    const double dInf = std::numeric_limits<double>::infinity();
+    const std::vector<std::pair<CAutoPtr<Value>, CAutoPtr<Value>>> pairs = {
+        {CreateString(L"A"), CreateString(L"a")},
+        {CreateString(L"ab"), CreateString(L"abc")},
+        {CreateBool(false), CreateBool(true)},
+        {CreateInt(-1), CreateInt(1)},
+        {CreateLong(INT64_MIN), CreateLong(INT64_MAX)},
+        {CreateDateTime(-1), CreateDateTime(0)},
+        {CreateDate("2020-12-31"), CreateDate("2021-01-01")},
+        {CreateBinary(ab, 2), CreateBinary(ab, 3)},
+        {CreateBinary(ab + 1, 2), CreateBinary(ab + 2, 1)},
+        {CreateFloat(-0.5f), CreateFloat(0.25f)},
+        {CreateDouble(dInf), CreateDouble(dNan)},
+        {CreateParamsValue(nullptr), CreateParamsValue(pSmall)},
+        {CreateParamsValue(pSmall), CreateParamsValue(pLarge)},
+        {CreateArray(0), CreateArray(1)},
+        {pArrNull, pArrOne},
+    };
+    for (const auto& [pSmaller, pLarger] : pairs) {
+        SCOPED_TRACE(pSmaller->GetType());
+        EXPECT_EQ(pSmaller->Compare(pLarger), -1);
+        EXPECT_EQ(pLarger->Compare(pSmaller), 1);
+        EXPECT_EQ(pSmaller->Compare(CloneOf(pSmaller)), 0);
+    }
+    EXPECT_EQ(CreateDouble(dNan)->Compare(CreateDouble(dNan)), 0);
+    EXPECT_EQ(CreateDouble(-0.0)->Compare(CreateDouble(0.0)), 0);
+}
+
+TEST(BinaryValues, CopyNeedsBytesForASize)
+{
+    CAutoPtr<BinaryValue> p = CreateBinary(nullptr, 0);
+    EXPECT_EQ(p->GetData(), nullptr);
+    EXPECT_QZ_ERROR(p->SetValue(nullptr, 3), STD, QZSTD::Err::ASSERTION,
+                    L"(value && bytes > 0) || (bytes == 0)");
+}
+
+TEST(BinaryValues, AdoptedBufferIsFreedOnceByTheLastOwner)
+{
+    static int s_nFreed = 0;
+    s_nFreed = 0;
+    auto Free = [](void* pBuffer, void* pContext) {
+        ++s_nFreed;
+        EXPECT_EQ(pContext, &s_nFreed);
+        delete[] static_cast<uint8_t*>(pBuffer);
+    };
+    CAutoPtr<BinaryValue> p = CreateBinary(nullptr, 0);
+    uint8_t abKept[1] = {};  // stays the caller's on an error
+    EXPECT_QZ_ERROR(p->AttachBuffer(abKept, 1, nullptr, nullptr), PAR, Err::WRONG_FREE_CALLBACK, L"");
+    EXPECT_QZ_ERROR(p->AttachBuffer(nullptr, 1, Free, nullptr), PAR, Err::WRONG_BUFFER, L"");
+    p->AttachBuffer(new uint8_t[2]{7, 8}, 2, Free, &s_nFreed);
+    CAutoPtr<Value> pCopy = CloneOf(p);
+    p.Reset();
+    EXPECT_EQ(s_nFreed, 0);
+    EXPECT_EQ(GetBinaryValue(pCopy), (std::vector<uint8_t>{7, 8}));
+    pCopy.Reset();
+    EXPECT_EQ(s_nFreed, 1);
+}
+
+TEST(ArrayValues, SizeLimitAndIndexes)
+{
+    CAutoPtr<ArrayValue> p = CreateArray(2);
+    EXPECT_QZ_ERROR(p->SetSize(2147483647), STD, QZSTD::Err::BAD_PARAM, L"size");
+    EXPECT_EQ(p->GetSize(), 2u);
+    CAutoPtr<Value> pElement;
+    p->GetAt(1, &pElement);
+    EXPECT_FALSE(pElement);
+    EXPECT_QZ_ERROR(p->SetAt(2, CreateInt(1)), STD, QZSTD::Err::OUT_OF_RANGE, L"");
+    EXPECT_QZ_ERROR(p->GetAt(2, &pElement), STD, QZSTD::Err::OUT_OF_RANGE, L"");
+    p->SetSize(0);
+    EXPECT_EQ(p->GetSize(), 0u);
+}
+
+TEST(ArrayValues, CloneCopiesNestedParamsAndKeepsNullElements)
+{
+    CAutoPtr<Params> pNested = CreateParams();
+    CAutoPtr<ArrayValue> p = CreateArray(2);
+    p->SetAt(0, CreateParamsValue(pNested));
+    CAutoPtr<ArrayValue> pCopy = GetArrayValue(CloneOf(p));
+    EXPECT_EQ(pCopy->Compare(p), 0);
+    CAutoPtr<Value> pFirst, pSecond;
+    pCopy->GetAt(0, &pFirst);
+    pCopy->GetAt(1, &pSecond);
+    EXPECT_NE(GetParamsValue(pFirst).Get(), pNested.Get());
+    EXPECT_FALSE(pSecond);
+}
+
+TEST(ScalarValuesDeathTest, DateTimeBelowMinusOneEndsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    CAutoPtr<DateTimeValue> p = CreateDateTime(0);
+    EXPECT_EXIT(p->SetValue(-2), testing::ExitedWithCode(1), "DateTimeValue below -1");
+}
+
+TEST(ValuesFactoryTest, CreatesEveryTypeByIdAndRejectsOthers)
+{
+    for (int nType = Value::STRING_T; nType <= Value::ARRAY_T; ++nType) {
+        CAutoPtr<Value> p;
+        GetValuesFactory()->CreateValue(nType, &p);
+        EXPECT_EQ(p->GetType(), nType);
+    }
+    CAutoPtr<DateTimeValue> pTime;
+    GetValuesFactory()->CreateDateTimeValue(&pTime);
+    EXPECT_EQ(pTime->GetValue(), DateTimeValue::NO_TIME);  // a new time is "no time", not 1970
+    for (int nType : {0, 12, -1}) {
+        CAutoPtr<Value> p;
+        EXPECT_QZ_ERROR(GetValuesFactory()->CreateValue(nType, &p), PAR, Err::WRONG_VALUE, L"");
+    }
+}
+
+TEST(ValuesFactoryTest, UnpooledClassesBehaveTheSame)
+{
+    CAutoPtr<IntValue> p = CAutoPtr<IntValue>::Adopt(new QZSTD::RcClassImpl<CIntValue>());
+    p->SetValue(5);
+    EXPECT_EQ(p->Compare(CreateInt(5)), 0);
+    CAutoPtr<Params> pParams = CAutoPtr<Params>::Adopt(new QZSTD::RcClassImpl<CParamsImpl>());
+    pParams->AddValue(L"x", p);
+    EXPECT_EQ(GetIntValue(pParams, L"x"), 5);
+}
+
+TEST(SharedStringsDeathTest, ReleaseOfACorruptedBufferEndsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            SharedString sh(L"x");
+            sh.GetHeader()->nRef.store(0);
+        },
+        testing::ExitedWithCode(1), "released more often than it was referenced");
+    EXPECT_EXIT(
+        {
+            SharedString sh(L"x");
+            sh.GetHeader()->nTag = 0;
+        },
+        testing::ExitedWithCode(1), "corrupted shared string");
+}
+
+}  // namespace
+}  // namespace QZPAR
