@@ -45,7 +45,7 @@ const char* BaseName(const char* szPath)
     return p ? p : "";
 }
 
-// Length of the conversion specification that starts after a '%', and whether it consumes an argument.
+// Length of the conversion directive that starts after a '%', and whether it consumes an argument.
 size_t SpecLength(const wchar_t* p, bool& bConsumes)
 {
     size_t n = 0;

@@ -1,0 +1,33 @@
+// Portable path helpers of the agent's start-up.
+#include "qzri/riwrap/agentos.h"
+
+namespace QZRI {
+namespace {
+
+bool IsSeparator(wchar_t c)
+{
+#ifdef _WIN32
+    return c == L'\\' || c == L'/';
+#else
+    return c == L'/';
+#endif
+}
+
+}  // namespace
+
+std::wstring DirectoryOf(const std::wstring& wstrPath)
+{
+    for (size_t n = wstrPath.size(); n > 0; --n)
+        if (IsSeparator(wstrPath[n - 1]))
+            return wstrPath.substr(0, n);
+    return std::wstring();
+}
+
+std::wstring WithTrailingSeparator(const std::wstring& wstrPath)
+{
+    if (wstrPath.empty() || IsSeparator(wstrPath.back()))
+        return wstrPath;
+    return wstrPath + PATH_SEPARATOR;
+}
+
+}  // namespace QZRI

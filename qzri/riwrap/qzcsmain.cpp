@@ -1,0 +1,182 @@
+// QZCS_Main: the top-level sequence and decision of one start of the agent.
+#include "qzri/riwrap/qzcsmain.h"
+
+#include <exception>
+#include <memory>
+#include <optional>
+
+#include "common/winsessions.h"
+#include "qzri/riwrap/agentactions.h"
+#include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/cmdlinekeys.h"
+#include "qzri/riwrap/exitcodes.h"
+#include "qzri/riwrap/reports.h"
+#include "qzri/riwrap/runtime.h"
+#include "qzri/riwrap/serverid.h"
+#include "qzri/riwrap/tracefiles.h"
+#include "std/error.h"
+#include "std/ss/settingsstorage.h"
+#include "std/trace.h"
+
+namespace QZRI {
+namespace {
+
+constexpr const char* MODULE = "QZRIWRP";
+constexpr const char* MAIN_SCOPE = "QZCS_Main";
+
+// g_pData points at the run's data for exactly as long as QZCS_Main runs.
+class RunDataPublisher
+{
+public:
+    explicit RunDataPublisher(RiWrpData& data) { g_pData = &data; }
+    ~RunDataPublisher() { g_pData = nullptr; }
+    RunDataPublisher(const RunDataPublisher&) = delete;
+    RunDataPublisher& operator=(const RunDataPublisher&) = delete;
+};
+
+int ExitCodeOf(InitResult eResult)
+{
+    switch (eResult) {
+        case InitResult::OK:
+            return ExitCode::SUCCESS;
+        case InitResult::NO_PACKAGE_DESCRIPTION:
+            return ExitCode::NO_PACKAGE_DESCRIPTION;
+        case InitResult::UNEXPECTED_REBOOT:
+            return ExitCode::UNEXPECTED_REBOOT;
+        case InitResult::MANAGED_BY_OTHER_SERVER:
+            return ExitCode::MANAGED_BY_OTHER_SERVER;
+        case InitResult::FAILED:
+            break;
+    }
+    return ExitCode::INIT_FAILED;
+}
+
+// A restart of the agent's service that is to rerun the setup first removes the services that earlier
+// or other agents left behind, keeping its own.
+int ContinueAsService(RiWrpData& data, const std::wstring& wstrCmdLine, AgentActions& actions)
+{
+    QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
+    QZ_TRACE_I(L"%hs: Require to work as a service.\n", QZ_SCOPE_NAME);
+    if (data.m_eAct == QZRI_ACTION_RUN) {
+        QZ_TRACE_I(L"%hs: Cleanup another RI services.\n", QZ_SCOPE_NAME);
+        if (const std::optional<int> nEnd =
+                actions.CleanupOtherServices(GetKeyValue(wstrCmdLine, Keys::SERVICE_RESTART)))
+            return *nEnd;
+    }
+    return actions.RunAsService(data);
+}
+
+int RunInstallation(RiWrpData& data, const std::wstring& wstrCmdLine, AgentActions& actions)
+{
+    QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
+    QZ_TRACE_I(L"%hs: Ready to run executable.\n", QZ_SCOPE_NAME);
+    if (data.m_bSilentModeCmdLine) {
+        QZ_TRACE_I(L"%hs: Silent mode is enabled, cleanup another RI service id '%ls'.\n", QZ_SCOPE_NAME,
+                   data.m_wstrMasterServiceId);
+        if (const std::optional<int> nEnd = actions.CleanupOtherServices(data.m_wstrMasterServiceId))
+            return *nEnd;
+    }
+    const DriverResult result = actions.RunExecutable(data);
+    if (result.m_bDeleteOtherWrappers) {
+        QZ_TRACE_I(L"%hs: Require to delete all another wrappers.\n", QZ_SCOPE_NAME);
+        if (const std::optional<int> nEnd =
+                actions.CleanupOtherServices(GetKeyValue(wstrCmdLine, Keys::SERVICE_ID)))
+            return *nEnd;
+    }
+    return result.m_nResult;
+}
+
+int RunDecidedBranch(RiWrpData& data, const std::wstring& wstrCmdLine, AgentActions& actions)
+{
+    QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
+    switch (DecideMainBranch(IsNewRebootWorkerRequired(wstrCmdLine), data)) {
+        case MainBranch::NEW_REBOOT_WORKER:
+            QZ_TRACE_I(L"%hs: Call for new reboot worker.\n", QZ_SCOPE_NAME);
+            return actions.StartNewRebootWorker(data);
+        case MainBranch::SERVICE:
+            return ContinueAsService(data, wstrCmdLine, actions);
+        case MainBranch::ASK_USER:
+            QZ_TRACE_I(L"%hs: Ask user for decision.\n", QZ_SCOPE_NAME);
+            return actions.AskUserForStart(data);
+        case MainBranch::RUN_EXECUTABLE:
+            break;
+    }
+    return RunInstallation(data, wstrCmdLine, actions);
+}
+
+int RunSteps(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& vecArgs,
+             const AgentContext& ctx)
+{
+    QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
+    StartTrace(wstrCmdLine, *ctx.m_services.m_pOs);
+    QZ_TRACE_I(L"%hs: Command line: %ls\n", QZ_SCOPE_NAME, wstrCmdLine);
+    RiWrpData data;
+    RunDataPublisher publisher(data);
+    if (!data.Initialize(vecArgs, wstrCmdLine, ctx.m_services)) {
+        QZ_TRACE_E(L"%hs: Initialization failed...\n", QZ_SCOPE_NAME);
+        return ExitCodeOf(data.m_eInitResult);
+    }
+    RemoveForceRebootFile(*ctx.m_services.m_pOs, data.m_wstrDirPath);
+    return RunDecidedBranch(data, wstrCmdLine, *ctx.m_pActions);
+}
+
+}  // namespace
+
+MainBranch DecideMainBranch(bool bNewRebootWorker, const RiWrpData& data)
+{
+    if (bNewRebootWorker)
+        return MainBranch::NEW_REBOOT_WORKER;
+    if (data.m_bRestartedAsService)
+        return MainBranch::SERVICE;
+    if (data.m_eAct == QZRI_ACTION_ASK_USER)
+        return MainBranch::ASK_USER;
+    return MainBranch::RUN_EXECUTABLE;
+}
+
+bool IsNewRebootWorkerRequired(const std::wstring& wstrCmdLine)
+{
+    return HasKey(wstrCmdLine, Keys::NEW_REBOOT_WORKER);
+}
+
+void RemoveForceRebootFile(AgentOs& os, const std::wstring& wstrDirPath)
+{
+    QZ_TRACE_SCOPE("QZRI", "QZRI::RemoveForceRebootFile");
+    const std::wstring wstrPath = wstrDirPath + FORCE_REBOOT_FILE;
+    QZ_TRACE_I(L"%hs: Remove force-reboot file: '%ls'\n", QZ_SCOPE_NAME, wstrPath);
+    if (!os.RemoveFile(wstrPath))
+        QZ_TRACE_W(L"%hs: '%ls' could not be removed.\n", QZ_SCOPE_NAME, wstrPath);
+}
+
+int QZCS_Main(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& vecArgs,
+              const AgentContext& ctx)
+{
+    QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
+    int nExitCode = ExitCode::GENERAL_ERROR;
+    try {
+        nExitCode = RunSteps(wstrCmdLine, vecArgs, ctx);
+    } catch (const std::exception& e) {
+        QZ_TRACE_EXCEPTION(e);
+    }
+    QZ_TRACE_I(L"%hs: Exit code: %d.\n", QZ_SCOPE_NAME, nExitCode);
+    return nExitCode;
+}
+
+int QZCS_Main()
+{
+    QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
+    try {
+        ModuleRuntime& runtime = TheModuleRuntime();
+        std::unique_ptr<AgentOs> pOs = CreateSystemAgentOs();
+        std::unique_ptr<SessionList> pSessions = CreateSystemSessionList();
+        LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
+        TraceReportSink reports;
+        UnavailableActions actions;
+        const AgentContext ctx{{pOs.get(), pSessions.get(), &serverIds, &reports}, &actions};
+        return QZCS_Main(runtime.CommandLine(), runtime.Arguments(), ctx);
+    } catch (const std::exception& e) {
+        QZ_TRACE_EXCEPTION(e);
+    }
+    return ExitCode::GENERAL_ERROR;
+}
+
+}  // namespace QZRI

@@ -1,0 +1,189 @@
+// Runs the real agent executable on example package folders: natively, and under Wine as a Windows
+// process started by this (Windows) test. Each package folder holds a copy of the agent beside its
+// package description, as the administration server lays it out; the trace goes to a private folder
+// through QZCSAK_SYSTEMP_PATH and the management agent's storage is a private file (QZ_LOCAL_SS_PATH).
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "qzri/riwrap/exitcodes.h"
+#include "std/par/paramshelpers.h"
+#include "std/profile.h"
+#include "std/ss/settingsstorage.h"
+#include "std/strconv.h"
+#include "tests/qzri/childprocess.h"
+#include "tests/qzri/qzritestutil.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace QZRI;
+
+constexpr unsigned CHILD_TIMEOUT_MS = 60000;
+
+// The build writes a Linux path; a Windows process sees the same file on drive Z: under Wine.
+std::wstring AgentExePath()
+{
+    std::wstring wstrPath = QZSTD::Utf8ToWide(QZRIWRAP_EXE_PATH);
+#ifdef _WIN32
+    if (!wstrPath.empty() && wstrPath[0] == L'/')
+        wstrPath = L"Z:" + wstrPath;
+    for (wchar_t& c : wstrPath)
+        if (c == L'/')
+            c = L'\\';
+#endif
+    return wstrPath;
+}
+
+class AgentRunTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_wstrPkg = m_folder.MakeSubFolder(L"pkg");
+        m_wstrTraceFolder = m_folder.MakeSubFolder(L"trace");
+        fs::copy_file(fs::path(AgentExePath()), fs::path(AgentPath()));
+        QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=setup.exe\r\n");
+        QZRITEST::SetProcessEnv(L"QZCSAK_SYSTEMP_PATH", m_wstrTraceFolder);
+        QZRITEST::SetProcessEnv(L"QZ_LOCAL_SS_PATH", SsPath());
+    }
+    void TearDown() override
+    {
+        QZRITEST::SetProcessEnv(L"QZCSAK_SYSTEMP_PATH", L"", false);
+        QZRITEST::SetProcessEnv(L"QZ_LOCAL_SS_PATH", L"", false);
+    }
+
+    std::wstring AgentPath() const
+    {
+#ifdef _WIN32
+        return m_wstrPkg + L"qzriwrap.exe";
+#else
+        return m_wstrPkg + L"qzriwrap";
+#endif
+    }
+    std::wstring SsPath() const
+    {
+        return m_folder.Path() + L"local_ss.xml";
+    }
+    std::wstring TraceFile(const wchar_t* szName) const
+    {
+        return m_wstrTraceFolder + szName;
+    }
+    std::string Pkg() const
+    {
+        return QZSTD::WideToUtf8(m_wstrPkg);
+    }
+
+    int RunAgent(const std::vector<std::wstring>& vecArgs)
+    {
+        const int n = QZRITEST::RunChild(AgentPath(), vecArgs, CHILD_TIMEOUT_MS);
+        m_vecRecords = QZRITEST::TraceRecords(TraceFile(L"$qzriwrp.txt"));
+        return n;
+    }
+    bool Traced(const std::vector<std::string>& vecExpected) const
+    {
+        return QZRITEST::ContainsInOrder(m_vecRecords, vecExpected);
+    }
+    std::string Dump() const
+    {
+        return QZRITEST::Joined(m_vecRecords);
+    }
+
+    QZRITEST::TempFolder m_folder;
+    std::wstring m_wstrPkg;
+    std::wstring m_wstrTraceFolder;
+    std::vector<std::string> m_vecRecords;
+};
+
+TEST_F(AgentRunTest, PlainRunOnAPackageStopsWhereThisBuildEnds)
+{
+    ASSERT_EQ(RunAgent({L"TASK_ID=T-17", L"RI_ID=r1"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE) << Dump();
+    EXPECT_TRUE(Traced({
+        "QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0: '" +
+            QZSTD::WideToUtf8(TraceFile(L"$qzriwrp.txt")) + "'.",
+        "QZRIWRP I RiWrpData::Initialize: m_wstrDirPath = " + Pkg() + ".",
+        "QZRIWRP I RiWrpData::Initialize: Use m_wstrDirPath as m_wstrExecDirPath.",
+        "QZRIWRP I RiWrpData::Initialize: m_wstrTaskId = 'T-17'",
+        "QZWSSN I RiWrpData::Initialize: Ready to get sessions.",
+        "QZWSSN I RiWrpData::Initialize: 0 interactive user session(s).",
+        "QZRIWRP I RiWrpData::Initialize: m_eAct set to 0 (0)",
+        "QZRIWRP I RiWrpData::Initialize: wstrQpdFilePath = " + Pkg() + "package.qpd.",
+        "QZRIWRP I RiWrpData::Initialize: m_bAskUser = false.",
+        "QZRIWRP I RiWrpData::Initialize: nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_ALWAYS'",
+        "QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" + Pkg() + "$qzriwrp_frb.flg'",
+        "QZRIWRP I QZCS_Main: Ready to run executable.",
+        "QZRIWRP E QZCS_Main: RunExecutable is not available in this build.",
+        "QZRIWRP I QZCS_Main: Exit code: 20.",
+    })) << Dump();
+    const std::string strCmdLine = m_vecRecords.size() > 1 ? m_vecRecords[1] : "";
+    EXPECT_EQ(strCmdLine.rfind("QZRIWRP I QZCS_Main: Command line: ", 0), 0u) << Dump();
+    EXPECT_NE(strCmdLine.find("qzriwrap"), std::string::npos);
+    EXPECT_NE(strCmdLine.find(" TASK_ID=T-17 RI_ID=r1"), std::string::npos);
+}
+
+TEST_F(AgentRunTest, SecondRunKeepsTheFirstTraceAsBak)
+{
+    ASSERT_EQ(RunAgent({L"TASK_ID=first"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
+    ASSERT_EQ(RunAgent({L"TASK_ID=second"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
+    EXPECT_NE(QZRITEST::ReadFileBytes(TraceFile(L"$qzriwrp.bak")).find("m_wstrTaskId = 'first'"),
+              std::string::npos);
+    EXPECT_TRUE(Traced({"QZRIWRP I RiWrpData::Initialize: m_wstrTaskId = 'second'"})) << Dump();
+}
+
+TEST_F(AgentRunTest, PackageWithoutDescriptionIsReported)
+{
+    fs::remove(fs::path(m_wstrPkg + L"package.qpd"));
+    ASSERT_EQ(RunAgent({L"TASK_ID=T-1"}), ExitCode::NO_PACKAGE_DESCRIPTION) << Dump();
+    EXPECT_TRUE(
+        Traced({"QZRIWRP I RiWrpData::Initialize: wstrQpdFilePath = .",
+                "QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\" (written "
+                "to the trace only: result reporting is not available in this build).",
+                "QZRIWRP E QZCS_Main: Initialization failed...", "QZRIWRP I QZCS_Main: Exit code: 11."}))
+        << Dump();
+}
+
+TEST_F(AgentRunTest, RestartWhileTheSetupRanIsAnUnexpectedReboot)
+{
+    const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
+    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"1"));
+    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"cmdline", L"$HEX_610020006200"));
+    ASSERT_EQ(RunAgent({L"QZRI$ID=svc1"}), ExitCode::UNEXPECTED_REBOOT) << Dump();
+    EXPECT_TRUE(Traced({"QZRIWRP I RiWrpData::GetServiceRunParams from " + Pkg() + "$qzriwrp.ini",
+                        "QZRIWRP I RiWrpData::GetServiceRunParams: m_eAct = 1 (QZRI_ACTION_RUNNING_SETUP), "
+                        "m_nStartCounter = 0.",
+                        "QZRIWRP E QZCS_Main: Initialization failed..."}))
+        << Dump();
+}
+
+TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
+{
+    QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
+                             "[Setup]\r\nExecutable=setup.exe\r\n[ExtendedSettings]\r\nMgdByOtherSrv=1\r\n"
+                             "ServerID=srv-A\r\n");
+    QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage = QZSTD::SettingsStorage::OpenOrCreate(SsPath());
+    pStorage->CreateSection(L"1103", L"1.0.0.0", L"global");
+    QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
+    QZPAR::SetStringValue(pEntries, L"QZNAG_SRVID", L"srv-B");
+    pStorage->ReplaceEntries(L"1103", L"1.0.0.0", L"global", pEntries);
+
+    ASSERT_EQ(RunAgent({}), ExitCode::MANAGED_BY_OTHER_SERVER) << Dump();
+    EXPECT_TRUE(
+        Traced({"QZRIWRP I RiWrpData::Initialize: nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_NEVER'",
+                "QZRIWRP I RiWrpData::Initialize: wstrParentServerID = 'srv-A'",
+                "QZRIWRP I RiWrpData::Initialize: wstrCurrentServerID = 'srv-B'",
+                "QZRI W QZRI::ReportResult: QZRI_MSG_DATA_COMPLETE_SKIPPED \"Installation is not required. "
+                "Host is managed by another Server\" (written to the trace only: result reporting is not "
+                "available in this build).",
+                "QZRIWRP I QZCS_Main: Exit code: 13."}))
+        << Dump();
+}
+
+TEST_F(AgentRunTest, CompetitorRemovalRunWritesTheCmprTrace)
+{
+    ASSERT_EQ(RunAgent({L"QZRI$CMTRS"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
+    EXPECT_FALSE(QZRITEST::PathExists(TraceFile(L"$qzriwrp.txt")));
+    EXPECT_TRUE(QZRITEST::ContainsInOrder(QZRITEST::TraceRecords(TraceFile(L"$qzriwrp_cmpr.txt")),
+                                          {"QZRIWRP I QZCS_Main: Exit code: 20."}));
+}
+
+}  // namespace

@@ -1,0 +1,20 @@
+// Runs a program as a child process of the test and waits for it: the agent's own executable is
+// tested this way natively and, under Wine, as a Windows process started by a Windows process.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace QZRITEST {
+
+inline constexpr int CHILD_NOT_STARTED = -1;
+inline constexpr int CHILD_TIMED_OUT = -2;
+
+// The child's exit code (the full 32-bit code on Windows), or one of the two values above; a child
+// that runs longer than nTimeoutMs is killed.
+int RunChild(const std::wstring& wstrProgram, const std::vector<std::wstring>& vecArgs, unsigned nTimeoutMs);
+
+// Sets (or, with bSet false, removes) a variable of this process's environment, which children inherit.
+void SetProcessEnv(const std::wstring& wstrName, const std::wstring& wstrValue, bool bSet = true);
+
+}  // namespace QZRITEST

@@ -1,0 +1,231 @@
+// QZCS_Main's sequence and decisions with a recording stand-in for the work it hands over to.
+#include "qzri/riwrap/qzcsmain.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "qzri/riwrap/agentactions.h"
+#include "qzri/riwrap/exitcodes.h"
+#include "qzri/riwrap/tracefiles.h"
+#include "std/cmdline.h"
+#include "std/profile.h"
+#include "std/strconv.h"
+#include "std/trace.h"
+#include "tests/qzri/qzritestutil.h"
+
+namespace {
+
+using namespace QZRI;
+using Calls = std::vector<std::wstring>;
+
+TEST(DecideMainBranchTest, ChecksAreMadeInTheirOrder)
+{
+    struct Row
+    {
+        bool bWorker;
+        bool bRestarted;
+        QzriAction eAct;
+        MainBranch eExpected;
+    };
+    const Row rows[] = {
+        {true, true, QZRI_ACTION_ASK_USER, MainBranch::NEW_REBOOT_WORKER},
+        {true, false, QZRI_ACTION_RUN, MainBranch::NEW_REBOOT_WORKER},
+        {false, true, QZRI_ACTION_ASK_USER, MainBranch::SERVICE},
+        {false, true, QZRI_ACTION_RUN, MainBranch::SERVICE},
+        {false, false, QZRI_ACTION_ASK_USER, MainBranch::ASK_USER},
+        {false, false, QZRI_ACTION_RUN, MainBranch::RUN_EXECUTABLE},
+        {false, false, QZRI_ACTION_RUNNING_SETUP, MainBranch::RUN_EXECUTABLE},
+        {false, false, QZRI_ACTION_CHECK_RESULT, MainBranch::RUN_EXECUTABLE},
+    };
+    for (const Row& row : rows) {
+        RiWrpData data;
+        data.m_bRestartedAsService = row.bRestarted;
+        data.m_eAct = row.eAct;
+        EXPECT_EQ(DecideMainBranch(row.bWorker, data), row.eExpected)
+            << row.bWorker << " " << row.bRestarted << " " << row.eAct;
+    }
+}
+
+TEST(DecideMainBranchTest, NewRebootWorkerIsAskedForByItsFlag)
+{
+    EXPECT_TRUE(IsNewRebootWorkerRequired(L"x.exe QZRI$RBTWRK TASK_ID=1"));
+    EXPECT_FALSE(IsNewRebootWorkerRequired(L"x.exe TASK_ID=1 qzri$rbtwrk"));
+}
+
+class QzcsMainTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_wstrPkg = m_folder.MakeSubFolder(L"pkg");
+        m_wstrTraceFolder = m_folder.MakeSubFolder(L"trace");
+        m_os.m_wstrModulePath = m_wstrPkg + L"qzriwrap.exe";
+        m_os.m_mapEnv[TRACE_FOLDER_ENV] = m_wstrTraceFolder;
+        QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=setup.exe\r\n");
+    }
+    void TearDown() override { QZSTD::TraceClose(); }
+
+    void WriteRunParams(const wchar_t* szAction)
+    {
+        ASSERT_TRUE(QZSTD::WriteProfileString(m_wstrPkg + RUN_PARAMS_FILE, L"Setup", L"action", szAction));
+    }
+    int Run(const std::wstring& wstrArgs, AgentActions& actions)
+    {
+        const std::wstring wstrCmdLine = L"qzriwrap.exe " + wstrArgs;
+        const AgentContext ctx{{&m_os, &m_sessions, &m_serverIds, &m_reports}, &actions};
+        const int n = QZCS_Main(wstrCmdLine, QZSTD::SplitCommandLine(wstrCmdLine), ctx);
+        QZSTD::TraceClose();
+        m_vecRecords = QZRITEST::TraceRecords(m_wstrTraceFolder + TRACE_FILE);
+        return n;
+    }
+    int Run(const std::wstring& wstrArgs) { return Run(wstrArgs, m_actions); }
+    bool Traced(const std::vector<std::string>& vecExpected)
+    {
+        return QZRITEST::ContainsInOrder(m_vecRecords, vecExpected);
+    }
+    std::string Dump() const { return QZRITEST::Joined(m_vecRecords); }
+
+    QZRITEST::TempFolder m_folder;
+    std::wstring m_wstrPkg;
+    std::wstring m_wstrTraceFolder;
+    QZRITEST::TestOs m_os;
+    QZRITEST::FakeSessions m_sessions;
+    QZRITEST::FakeServerId m_serverIds;
+    QZRITEST::RecordingReports m_reports;
+    QZRITEST::RecordingActions m_actions;
+    std::vector<std::string> m_vecRecords;
+};
+
+TEST_F(QzcsMainTest, FreshStartRunsTheDriverAndEndsWithItsResult)
+{
+    m_actions.m_driverResult.m_nResult = 1603;
+    EXPECT_EQ(Run(L"TASK_ID=T-17"), 1603);
+    EXPECT_EQ(m_actions.m_vecCalls, Calls{L"RunExecutable"});
+    EXPECT_TRUE(m_actions.m_bRunDataPublished);
+    EXPECT_EQ(g_pData, nullptr);
+    EXPECT_TRUE(
+        Traced({"QZRIWRP I QZCS_Main: Command line: qzriwrap.exe TASK_ID=T-17",
+                "QZRIWRP I RiWrpData::Initialize: m_wstrTaskId = 'T-17'",
+                "QZRIWRP I QZCS_Main: Ready to run executable.", "QZRIWRP I QZCS_Main: Exit code: 1603."}))
+        << Dump();
+}
+
+TEST_F(QzcsMainTest, SilentStartCleansUpKeepingTheMasterServiceFirst)
+{
+    EXPECT_EQ(Run(L"/s MASTER_SERVICE_ID=m1"), 0);
+    EXPECT_EQ(m_actions.m_vecCalls, (Calls{L"Cleanup(m1)", L"RunExecutable"}));
+    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Ready to run executable.",
+                        "QZRIWRP I QZCS_Main: Silent mode is enabled, cleanup another RI service id 'm1'."}))
+        << Dump();
+}
+
+TEST_F(QzcsMainTest, CleanupThatEndsTheRunKeepsTheDriverFromRunning)
+{
+    m_actions.m_nCleanupEnd = 24;
+    EXPECT_EQ(Run(L"-S MASTER_SERVICE_ID=m1"), 24);
+    EXPECT_EQ(m_actions.m_vecCalls, Calls{L"Cleanup(m1)"});
+}
+
+TEST_F(QzcsMainTest, DriverAskingForItDeletesAllOtherWrappersExceptServiceId)
+{
+    m_actions.m_driverResult = {7, true};
+    EXPECT_EQ(Run(L"service_id=s9 MASTER_SERVICE_ID=m1"), 7);
+    EXPECT_EQ(m_actions.m_vecCalls, (Calls{L"RunExecutable", L"Cleanup(s9)"}));
+    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Require to delete all another wrappers."})) << Dump();
+}
+
+TEST_F(QzcsMainTest, ServiceRestartForARerunCleansUpThenRunsAsService)
+{
+    WriteRunParams(L"0");
+    m_actions.m_nResult = 5;
+    EXPECT_EQ(Run(L"QZRI$ID=svc1 /s MASTER_SERVICE_ID=m1"), 5);
+    EXPECT_EQ(m_actions.m_vecCalls, (Calls{L"Cleanup(svc1)", L"RunAsService"}));
+    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Require to work as a service.",
+                        "QZRIWRP I QZCS_Main: Cleanup another RI services."}))
+        << Dump();
+}
+
+TEST_F(QzcsMainTest, ServiceRestartToCheckTheResultRunsAsServiceOnly)
+{
+    WriteRunParams(L"2");
+    Run(L"QZRI$ID=svc1");
+    EXPECT_EQ(m_actions.m_vecCalls, Calls{L"RunAsService"});
+}
+
+TEST_F(QzcsMainTest, NewRebootWorkerComesBeforeEverythingElse)
+{
+    WriteRunParams(L"0");
+    Run(L"QZRI$ID=svc1 QZRI$RBTWRK /s");
+    EXPECT_EQ(m_actions.m_vecCalls, Calls{L"StartNewRebootWorker"});
+    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Call for new reboot worker."})) << Dump();
+}
+
+TEST_F(QzcsMainTest, ForceRebootMarkerIsRemovedOnceInitialized)
+{
+    const std::wstring wstrMarker = m_wstrPkg + FORCE_REBOOT_FILE;
+    QZRITEST::WriteFileBytes(wstrMarker, "1");
+    Run(L"");
+    EXPECT_FALSE(QZRITEST::PathExists(wstrMarker));
+    EXPECT_TRUE(Traced({"QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" +
+                            QZSTD::WideToUtf8(wstrMarker) + "'",
+                        "QZRIWRP I QZCS_Main: Ready to run executable."}))
+        << Dump();
+}
+
+TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOver)
+{
+    const std::wstring wstrMarker = m_wstrPkg + FORCE_REBOOT_FILE;
+    QZRITEST::WriteFileBytes(wstrMarker, "1");
+    WriteRunParams(L"1");
+    EXPECT_EQ(Run(L"QZRI$ID=svc1"), ExitCode::UNEXPECTED_REBOOT);
+    EXPECT_TRUE(m_actions.m_vecCalls.empty());
+    EXPECT_TRUE(QZRITEST::PathExists(wstrMarker)) << "the marker goes only once the run data is complete";
+    EXPECT_TRUE(
+        Traced({"QZRIWRP E QZCS_Main: Initialization failed...", "QZRIWRP I QZCS_Main: Exit code: 12."}))
+        << Dump();
+
+    std::filesystem::remove(std::filesystem::path(m_wstrPkg + L"package.qpd"));
+    EXPECT_EQ(Run(L""), ExitCode::NO_PACKAGE_DESCRIPTION);
+
+    QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
+                             "[ExtendedSettings]\r\nMgdByOtherSrv=1\r\nServerID=A\r\n");
+    m_serverIds.m_wstrId = L"B";
+    EXPECT_EQ(Run(L""), ExitCode::MANAGED_BY_OTHER_SERVER);
+
+    m_os.m_bModulePathFails = true;
+    EXPECT_EQ(Run(L""), ExitCode::INIT_FAILED);
+    EXPECT_TRUE(m_actions.m_vecCalls.empty());
+}
+
+TEST_F(QzcsMainTest, AnErrorRaisedByAHandOverIsAGeneralError)
+{
+    m_actions.m_bThrows = true;
+    EXPECT_EQ(Run(L""), ExitCode::GENERAL_ERROR);
+    EXPECT_EQ(g_pData, nullptr);
+    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Exit code: 2."})) << Dump();
+}
+
+TEST_F(QzcsMainTest, ThisBuildSaysPlainlyWhatIsNotAvailable)
+{
+    UnavailableActions actions;
+    EXPECT_EQ(Run(L"TASK_ID=T-1", actions), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
+    EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: RunExecutable is not available in this build."})) << Dump();
+
+    EXPECT_EQ(Run(L"/s MASTER_SERVICE_ID=m1", actions), ExitCode::SERVICE_CLEANUP_NOT_AVAILABLE);
+    EXPECT_TRUE(
+        Traced({"QZRIWRP E QZCS_Main: Deleting other agents' services (keeping 'm1') is not available in "
+                "this build."}))
+        << Dump();
+
+    WriteRunParams(L"2");
+    EXPECT_EQ(Run(L"QZRI$ID=svc1", actions), ExitCode::SERVICE_MODE_NOT_AVAILABLE);
+    EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: The service mode is not available in this build."})) << Dump();
+
+    EXPECT_EQ(Run(L"QZRI$RBTWRK", actions), ExitCode::REBOOT_WORKER_NOT_AVAILABLE);
+
+    RiWrpData data;
+    EXPECT_EQ(actions.AskUserForStart(data), ExitCode::ASK_USER_NOT_AVAILABLE);
+}
+
+}  // namespace

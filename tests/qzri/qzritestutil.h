@@ -1,0 +1,137 @@
+// Helpers of the agent's tests: private temporary folders, file contents, the trace's records, and
+// in-memory stand-ins for what the agent talks to outside the process.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/winsessions.h"
+#include "qzri/riwrap/agentactions.h"
+#include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/reports.h"
+#include "qzri/riwrap/serverid.h"
+
+namespace QZRITEST {
+
+// A new empty folder under the system's temporary folder, removed with its content at the end.
+class TempFolder
+{
+public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    // With its trailing separator.
+    const std::wstring& Path() const { return m_wstrPath; }
+    // A sub-folder, created; with its trailing separator.
+    std::wstring MakeSubFolder(const std::wstring& wstrName) const;
+
+private:
+    std::wstring m_wstrPath;
+};
+
+// Bytes of a file as they are ("" when it does not exist).
+std::string ReadFileBytes(const std::wstring& wstrPath);
+void WriteFileBytes(const std::wstring& wstrPath, const std::string& strData);
+bool PathExists(const std::wstring& wstrPath);
+// Names of the files in a folder, sorted.
+std::vector<std::string> FileNamesIn(const std::wstring& wstrFolder);
+
+// The records of a trace file as "MODULE L text" (date, time and ids cut off, line ends removed).
+std::vector<std::string> TraceRecords(const std::wstring& wstrTraceFile);
+// True when every expected record occurs among the records, in this order (others may lie between).
+bool ContainsInOrder(const std::vector<std::string>& vecRecords, const std::vector<std::string>& vecExpected);
+std::string Joined(const std::vector<std::string>& vecLines);
+
+// The real file operations, with the agent's own file, the environment and the temporary folder set
+// by the test, and renames that can be made to fail.
+class TestOs : public QZRI::AgentOs
+{
+public:
+    TestOs();
+    std::wstring GetModuleFilePath() override;
+    std::optional<std::wstring> GetEnvValue(const std::wstring& wstrName) override;
+    std::wstring GetTempFolder() override { return m_wstrTempFolder; }
+    bool FileExists(const std::wstring& wstrPath) override { return m_pReal->FileExists(wstrPath); }
+    bool IsWritableFolder(const std::wstring& wstrPath) override
+    {
+        return m_pReal->IsWritableFolder(wstrPath);
+    }
+    std::vector<std::wstring> ListFiles(const std::wstring& wstrFolder) override
+    {
+        return m_pReal->ListFiles(wstrFolder);
+    }
+    bool RemoveFile(const std::wstring& wstrPath) override { return m_pReal->RemoveFile(wstrPath); }
+    bool RenameFile(const std::wstring& wstrFrom, const std::wstring& wstrTo) override;
+
+    std::wstring m_wstrModulePath;
+    bool m_bModulePathFails = false;
+    std::map<std::wstring, std::wstring> m_mapEnv;
+    std::wstring m_wstrTempFolder;
+    std::set<std::wstring> m_setFailingRenames;  // source paths
+
+private:
+    std::unique_ptr<QZRI::AgentOs> m_pReal;
+};
+
+class FakeSessions : public QZRI::SessionList
+{
+public:
+    std::vector<QZRI::UserSession> GetInteractiveSessions() override;
+    std::vector<QZRI::UserSession> m_vecSessions;
+    bool m_bFails = false;
+    int m_nCalls = 0;
+};
+
+class FakeServerId : public QZRI::ServerIdSource
+{
+public:
+    std::wstring GetCurrentServerId() override
+    {
+        ++m_nCalls;
+        return m_wstrId;
+    }
+    std::wstring m_wstrId;
+    int m_nCalls = 0;
+};
+
+class RecordingReports : public QZRI::ReportSink
+{
+public:
+    void ReportResult(const std::wstring& wstrMsgId, const std::wstring& wstrText) override
+    {
+        m_vecReports.emplace_back(wstrMsgId, wstrText);
+    }
+    std::vector<std::pair<std::wstring, std::wstring>> m_vecReports;
+};
+
+// Records the hand-overs as "RunExecutable", "RunAsService", "AskUserForStart",
+// "StartNewRebootWorker" and "Cleanup(<kept id>)".
+class RecordingActions : public QZRI::AgentActions
+{
+public:
+    int StartNewRebootWorker(QZRI::RiWrpData& data) override { return Record(L"StartNewRebootWorker", data); }
+    int RunAsService(QZRI::RiWrpData& data) override { return Record(L"RunAsService", data); }
+    int AskUserForStart(QZRI::RiWrpData& data) override { return Record(L"AskUserForStart", data); }
+    QZRI::DriverResult RunExecutable(QZRI::RiWrpData& data) override;
+    std::optional<int> CleanupOtherServices(const std::wstring& wstrKeepServiceId) override;
+
+    std::vector<std::wstring> m_vecCalls;
+    int m_nResult = 0;
+    QZRI::DriverResult m_driverResult;
+    std::optional<int> m_nCleanupEnd;
+    // Whether g_pData pointed at the data handed over.
+    bool m_bRunDataPublished = false;
+    bool m_bThrows = false;
+
+private:
+    int Record(const wchar_t* szCall, QZRI::RiWrpData& data);
+};
+
+}  // namespace QZRITEST

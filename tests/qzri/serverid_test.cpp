@@ -1,0 +1,53 @@
+// The current server id read through the real settings storage.
+#include "qzri/riwrap/serverid.h"
+
+#include <gtest/gtest.h>
+
+#include "std/par/paramshelpers.h"
+#include "std/ss/settingsstorage.h"
+#include "tests/qzri/qzritestutil.h"
+
+namespace {
+
+using namespace QZRI;
+
+class ServerIdTest : public testing::Test
+{
+protected:
+    std::wstring StoragePath() const { return m_folder.Path() + L"local_ss.xml"; }
+    void StoreGlobal(const wchar_t* szName, const wchar_t* szValue)
+    {
+        QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage =
+            QZSTD::SettingsStorage::OpenOrCreate(StoragePath());
+        pStorage->CreateSection(L"1103", L"1.0.0.0", L"global");
+        QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
+        QZPAR::SetStringValue(pEntries, szName, szValue);
+        pStorage->ReplaceEntries(L"1103", L"1.0.0.0", L"global", pEntries);
+    }
+    std::wstring Read() { return LocalStorageServerId(StoragePath()).GetCurrentServerId(); }
+
+    QZRITEST::TempFolder m_folder;
+};
+
+TEST_F(ServerIdTest, IdIsTheManagementAgentsGlobalValue)
+{
+    StoreGlobal(L"QZNAG_SRVID", L"srv-B");
+    EXPECT_EQ(Read(), L"srv-B");
+}
+
+TEST_F(ServerIdTest, MissingStorageSectionOrValueIsAnEmptyId)
+{
+    EXPECT_EQ(Read(), L"") << "no storage";
+    QZSTD::SettingsStorage::OpenOrCreate(StoragePath())->CreateSection(L"1093", L"1.0.0.0", L"global");
+    EXPECT_EQ(Read(), L"") << "no product";
+    StoreGlobal(L"OTHER", L"x");
+    EXPECT_EQ(Read(), L"") << "no value";
+}
+
+TEST_F(ServerIdTest, UnreadableStorageIsAnEmptyIdNotAnError)
+{
+    QZRITEST::WriteFileBytes(StoragePath(), "this is not a settings storage");
+    EXPECT_EQ(Read(), L"");
+}
+
+}  // namespace

@@ -1,0 +1,259 @@
+// The verbs of qzpkg.
+#include "tools/qzpkg/qzpkgverbs.h"
+
+#include <exception>
+#include <filesystem>
+
+#include "common/ristrutils.h"
+#include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/riwrpdata.h"
+#include "std/cmdline.h"
+#include "std/error.h"
+#include "std/par/dump.h"
+#include "std/par/serialize.h"
+#include "std/ss/settingsstorage.h"
+#include "std/strconv.h"
+
+namespace QZPKG {
+namespace {
+
+namespace fs = std::filesystem;
+
+class UsageError : public std::exception
+{
+public:
+    explicit UsageError(std::wstring wstrWhy) : m_wstrWhy(std::move(wstrWhy)) {}
+    const std::wstring& Why() const { return m_wstrWhy; }
+    const char* what() const noexcept override { return "usage"; }
+
+private:
+    std::wstring m_wstrWhy;
+};
+
+bool IsBlank(wchar_t c)
+{
+    return c == L' ' || c == L'\t';
+}
+
+size_t SkipBlanks(const std::wstring& wstr, size_t i)
+{
+    while (i < wstr.size() && IsBlank(wstr[i]))
+        ++i;
+    return i;
+}
+
+// The program name ends at the first blank outside quotes; quotes only delimit.
+size_t SkipProgramName(const std::wstring& wstr)
+{
+    bool bInQuotes = false;
+    size_t i = 0;
+    for (; i < wstr.size(); ++i) {
+        if (wstr[i] == L'"')
+            bInQuotes = !bInQuotes;
+        else if (!bInQuotes && IsBlank(wstr[i]))
+            break;
+    }
+    return i;
+}
+
+// One argument after the program name: backslashes matter only before a quote, an odd number of them
+// makes the quote literal, and "" inside a quoted part is a literal quote that keeps the part open.
+size_t SkipArgument(const std::wstring& wstr, size_t i)
+{
+    bool bInQuotes = false;
+    while (i < wstr.size() && (bInQuotes || !IsBlank(wstr[i]))) {
+        if (wstr[i] == L'\\') {
+            size_t nSlashes = 0;
+            while (i < wstr.size() && wstr[i] == L'\\') {
+                ++nSlashes;
+                ++i;
+            }
+            if (i < wstr.size() && wstr[i] == L'"' && nSlashes % 2 == 1)
+                ++i;
+        } else if (wstr[i] == L'"') {
+            if (bInQuotes && i + 1 < wstr.size() && wstr[i + 1] == L'"')
+                ++i;
+            else
+                bInQuotes = !bInQuotes;
+            ++i;
+        } else {
+            ++i;
+        }
+    }
+    return i;
+}
+
+const std::wstring& Arg(const ToolCommand& cmd, size_t nIndex, const wchar_t* szWhat)
+{
+    if (nIndex >= cmd.m_vecArgs.size())
+        throw UsageError(std::wstring(L"missing ") + szWhat);
+    return cmd.m_vecArgs[nIndex];
+}
+
+void ExpectArgCount(const ToolCommand& cmd, size_t nCount)
+{
+    if (cmd.m_vecArgs.size() > nCount)
+        throw UsageError(L"unexpected argument '" + cmd.m_vecArgs[nCount] + L"'");
+}
+
+void RequireFile(const std::wstring& wstrFile)
+{
+    std::error_code ec;
+    if (!fs::is_regular_file(fs::path(wstrFile), ec))
+        QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrFile);
+}
+
+int RunHexVerb(const ToolCommand& cmd, std::wostream& out)
+{
+    const std::wstring& wstrHow = Arg(cmd, 2, L"'encode' or 'decode'");
+    const std::wstring& wstrText = Arg(cmd, 3, L"TEXT");
+    ExpectArgCount(cmd, 4);
+    if (wstrHow == L"encode")
+        return HexEncodeVerb(wstrText, out);
+    if (wstrHow == L"decode")
+        return HexDecodeVerb(wstrText, out);
+    throw UsageError(L"unknown hex operation '" + wstrHow + L"'");
+}
+
+int RunDumpVerb(const ToolCommand& cmd, std::wostream& out,
+                int (*pfnDump)(const std::wstring&, std::wostream&))
+{
+    if (Arg(cmd, 2, L"'dump'") != L"dump")
+        throw UsageError(L"unknown operation '" + cmd.m_vecArgs[2] + L"'");
+    const std::wstring& wstrFile = Arg(cmd, 3, L"FILE");
+    ExpectArgCount(cmd, 4);
+    return pfnDump(wstrFile, out);
+}
+
+int RunVerb(const ToolCommand& cmd, std::wostream& out)
+{
+    const std::wstring& wstrVerb = Arg(cmd, 1, L"verb");
+    if (wstrVerb == L"--help" || wstrVerb == L"-h" || wstrVerb == L"help") {
+        PrintUsage(out);
+        return Exit::OK;
+    }
+    if (wstrVerb == L"state") {
+        const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
+        ExpectArgCount(cmd, 3);
+        return StateVerb(wstrDir, out);
+    }
+    if (wstrVerb == L"hex")
+        return RunHexVerb(cmd, out);
+    if (wstrVerb == L"argv") {
+        if (cmd.m_wstrRestAfterVerb.empty())
+            throw UsageError(L"missing CMDLINE");
+        return ArgvVerb(cmd.m_wstrRestAfterVerb, out);
+    }
+    if (wstrVerb == L"ss")
+        return RunDumpVerb(cmd, out, &SsDumpVerb);
+    if (wstrVerb == L"params")
+        return RunDumpVerb(cmd, out, &ParamsDumpVerb);
+    throw UsageError(L"unknown verb '" + wstrVerb + L"'");
+}
+
+}  // namespace
+
+int RunTool(const ToolCommand& cmd, std::wostream& out, std::wostream& err)
+{
+    try {
+        return RunVerb(cmd, out);
+    } catch (const UsageError& e) {
+        err << L"qzpkg: " << e.Why() << L"\n";
+        PrintUsage(err);
+        return Exit::USAGE;
+    } catch (const QZSTD::QZError& e) {
+        err << L"qzpkg: " << e.GetMessage() << L" (error " << e.GetCode() << L" of "
+            << QZSTD::Utf8ToWide(e.GetModule()) << L")\n";
+    } catch (const std::exception& e) {
+        err << L"qzpkg: " << e.what() << L"\n";
+    }
+    return Exit::FAILED;
+}
+
+void PrintUsage(std::wostream& out)
+{
+    out << L"Usage: qzpkg VERB ARGUMENTS\n"
+           L"  state DIR          the run parameters of DIR's $qzriwrp.ini as the agent reads them\n"
+           L"  hex encode TEXT    TEXT in the $HEX_ form of ini values\n"
+           L"  hex decode TEXT    a $HEX_ value decoded (other text is shown as it is)\n"
+           L"  argv CMDLINE       the words the agent splits CMDLINE into, one per line\n"
+           L"  ss dump FILE       the products, versions, sections and values of a settings storage\n"
+           L"  params dump FILE   the values of a binary Params file\n"
+           L"  --help             this text\n"
+           L"Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
+}
+
+int StateVerb(const std::wstring& wstrDir, std::wostream& out)
+{
+    std::error_code ec;
+    if (!fs::is_directory(fs::path(wstrDir), ec))
+        QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrDir);
+    QZRI::RiWrpData data;
+    data.m_wstrDirPath = QZRI::WithTrailingSeparator(wstrDir);
+    data.GetServiceRunParams();
+    const std::wstring wstrFile = data.RunParamsFilePath();
+    out << L"file:          " << wstrFile << L"\n";
+    if (!fs::exists(fs::path(wstrFile), ec))
+        out << L"               (missing: the agent takes this as a fresh start)\n";
+    out << L"action:        " << QZRI::ActionName(data.m_eAct) << L" (" << static_cast<int>(data.m_eAct)
+        << L")\n"
+        << L"start_counter: " << data.m_nStartCounter << L"\n"
+        << L"cmdline:       " << data.m_wstrSavedCmdLine << L"\n";
+    return Exit::OK;
+}
+
+int HexEncodeVerb(const std::wstring& wstrText, std::wostream& out)
+{
+    out << QZRI::EncodeHexString(wstrText) << L"\n";
+    return Exit::OK;
+}
+
+int HexDecodeVerb(const std::wstring& wstrText, std::wostream& out)
+{
+    out << QZRI::DecodeHexString(wstrText) << L"\n";
+    return Exit::OK;
+}
+
+int ArgvVerb(const std::wstring& wstrCmdLine, std::wostream& out)
+{
+    for (const std::wstring& wstrWord : QZSTD::SplitCommandLine(wstrCmdLine))
+        out << wstrWord << L"\n";
+    return Exit::OK;
+}
+
+int SsDumpVerb(const std::wstring& wstrFile, std::wostream& out)
+{
+    RequireFile(wstrFile);
+    QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage = QZSTD::SettingsStorage::OpenReadOnly(wstrFile);
+    out << L"settings storage " << wstrFile << L"\n";
+    for (const std::wstring& wstrProduct : pStorage->EnumProducts()) {
+        out << L"product " << wstrProduct << L"\n";
+        for (const std::wstring& wstrVersion : pStorage->EnumVersions(wstrProduct)) {
+            out << L"    version " << wstrVersion << L"\n";
+            for (const std::wstring& wstrSection : pStorage->EnumSections(wstrProduct, wstrVersion)) {
+                out << L"        section " << wstrSection << L"\n";
+                out << QZPAR::DumpParams(pStorage->ReadSection(wstrProduct, wstrVersion, wstrSection), 3);
+            }
+        }
+    }
+    return Exit::OK;
+}
+
+int ParamsDumpVerb(const std::wstring& wstrFile, std::wostream& out)
+{
+    RequireFile(wstrFile);
+    out << QZPAR::DumpParams(QZPAR::ReadParamsFile(wstrFile));
+    return Exit::OK;
+}
+
+std::wstring RestOfCommandLine(const std::wstring& wstrCmdLine, size_t nWords)
+{
+    if (nWords == 0)
+        return wstrCmdLine;
+    size_t i = SkipProgramName(wstrCmdLine);
+    for (size_t nWord = 1; nWord < nWords; ++nWord)
+        i = SkipArgument(wstrCmdLine, SkipBlanks(wstrCmdLine, i));
+    return wstrCmdLine.substr(SkipBlanks(wstrCmdLine, i));
+}
+
+}  // namespace QZPKG

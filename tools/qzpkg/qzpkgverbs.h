@@ -1,0 +1,53 @@
+// qzpkg: the administrators' tool for looking into what the agent keeps and sees. Each verb is a
+// function that writes to the streams it is given, so that the tests run them without a process.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace QZPKG {
+
+namespace Exit {
+enum : int
+{
+    OK = 0,
+    // The verb failed: a missing file, a malformed value or file.
+    FAILED = 1,
+    // The command line of the tool itself was wrong.
+    USAGE = 2,
+};
+}  // namespace Exit
+
+struct ToolCommand
+{
+    // The tool's own words, program name first.
+    std::vector<std::wstring> m_vecArgs;
+    // The raw text after the verb, for "argv": on Windows the rest of the tool's own command line as
+    // typed, elsewhere the words after the verb joined by single blanks.
+    std::wstring m_wstrRestAfterVerb;
+};
+
+// Runs the verb named by the command; results go to out, messages ("qzpkg: ...") to err.
+int RunTool(const ToolCommand& cmd, std::wostream& out, std::wostream& err);
+
+void PrintUsage(std::wostream& out);
+
+// "state DIR": the run parameters of DIR's "$qzriwrp.ini" as the agent reads them.
+int StateVerb(const std::wstring& wstrDir, std::wostream& out);
+// "hex encode TEXT" / "hex decode TEXT": the "$HEX_" form of ini values.
+int HexEncodeVerb(const std::wstring& wstrText, std::wostream& out);
+int HexDecodeVerb(const std::wstring& wstrText, std::wostream& out);
+// "argv CMDLINE": the argument vector the agent gets from CMDLINE, one word per line.
+int ArgvVerb(const std::wstring& wstrCmdLine, std::wostream& out);
+// "ss dump FILE": every product, version and section of a settings storage with its values.
+int SsDumpVerb(const std::wstring& wstrFile, std::wostream& out);
+// "params dump FILE": a binary Params file.
+int ParamsDumpVerb(const std::wstring& wstrFile, std::wostream& out);
+
+// The raw text of a command line after its first nWords words (the program name counting as one)
+// and the blanks after them, found by the same rules as the C runtime's splitter (std/cmdline.h), so
+// that the rest splits into exactly the words that follow.
+std::wstring RestOfCommandLine(const std::wstring& wstrCmdLine, size_t nWords);
+
+}  // namespace QZPKG
