@@ -1,0 +1,103 @@
+#!/usr/bin/env bash
+# Runs the agent's main job on the bundled example package (examples/package) and shows what happened:
+# the exit code, the trace, and the files it left. Three starts show three of its decisions:
+#   1. a fresh start: the package is read and the run reaches the installation driver;
+#   2. a restart by the agent's service after the machine rebooted while the setup ran;
+#   3. a start on a host that is managed by another administration server.
+#   scripts/demo.sh            the Windows build under wine64 (default)
+#   scripts/demo.sh --native   the Linux build
+# On a fresh Debian machine (as root) it installs and builds what it needs first.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+
+mode=wine
+case "${1:-}" in
+  "") ;;
+  --native) mode=native ;;
+  *) echo "usage: scripts/demo.sh [--native]" >&2; exit 2 ;;
+esac
+
+export QZ_CACHE_DIR=${QZ_CACHE_DIR:-$HOME/.cache/qzriwrap}
+export CCACHE_DIR=${CCACHE_DIR:-$QZ_CACHE_DIR/ccache}
+
+say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+
+say "set-up"
+scripts/install-packages.sh
+if [ "$mode" = wine ]; then
+  scripts/build-win-deps.sh x86_64-w64-mingw32 >/dev/null
+  preset=win64 exe=qzriwrap.exe tool=build/win64/tools/qzpkg/qzpkg.exe
+else
+  preset=linux exe=qzriwrap tool=build/linux/tools/qzpkg/qzpkg
+fi
+mkdir -p build
+cmake --preset "$preset" >build/demo-configure.log 2>&1 || { cat build/demo-configure.log; exit 1; }
+cmake --build --preset "$preset" --target qzriwrap qzpkg | tail -n 1
+
+work=$root/build/demo-$mode
+rm -rf "$work"
+mkdir -p "$work/trace" "$work/ss"
+
+# The agent sees Windows paths under Wine: the Linux root is drive Z:.
+os_path() { if [ "$mode" = wine ]; then printf 'Z:%s' "${1//\//\\}"; else printf '%s' "$1"; fi; }
+export QZCSAK_SYSTEMP_PATH=$(os_path "$work/trace")
+export QZ_LOCAL_SS_PATH=$(os_path "$work/ss/local_ss.xml")
+export WINEPREFIX=$root/build/win64/wineprefix
+
+run_tool() {
+  if [ "$mode" = wine ]; then scripts/wine-run.sh "$tool" "$@"; else "$tool" "$@"; fi
+}
+
+# Copies the example package with the agent into a folder of its own and starts the agent there.
+run_agent() {
+  local name=$1 pkg=$work/$1
+  shift
+  mkdir -p "$pkg"
+  cp examples/package/* "$pkg/"
+  cp "build/$preset/qzri/riwrap/$exe" "$pkg/"
+  [ -n "${prepare:-}" ] && "$prepare" "$pkg"
+  set +e
+  if [ "$mode" = wine ]; then scripts/wine-run.sh "$pkg/$exe" "$@"; else "$pkg/$exe" "$@"; fi
+  rc=$?
+  set -e
+  echo "command line: $exe $*"
+  echo "exit code:    $rc   (codes: docs/agent.md, \"Exit codes\")"
+  echo "trace ($work/trace/\$qzriwrp.txt), timestamps cut:"
+  sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /' "$work/trace/\$qzriwrp.txt"
+  echo "files in the package folder:"
+  (cd "$pkg" && ls -1 | sed 's/^/  /')
+}
+
+# A service restart finds the run parameters the agent stored before the setup started.
+saved_running_setup() {
+  printf '[Setup]\r\naction=1\r\nstart_counter=0\r\ncmdline=\r\n' >"$1/\$qzriwrp.ini"
+  echo "run parameters stored before the reboot (qzpkg state):"
+  run_tool state "$(os_path "$1")" | sed 's/^/  /'
+}
+
+# The host's management agent is bound to another server than the one the package names.
+other_server() {
+  sed -i 's/^MgdByOtherSrv=0/MgdByOtherSrv=1/' "$1/package.qpd"
+  cat >"$work/ss/local_ss.xml" <<'XML'
+<?xml version="1.0" encoding="utf-8"?>
+<settings_storage format="1">
+  <product name="1103"><version name="1.0.0.0"><section name="global">
+    <value name="QZNAG_SRVID" type="STRING_T" value="srv-demo-B"/>
+  </section></version></product>
+</settings_storage>
+XML
+  echo "local settings storage (qzpkg ss dump):"
+  run_tool ss dump "$(os_path "$work/ss/local_ss.xml")" | sed 's/^/  /'
+}
+
+say "1. fresh start of the example package"
+prepare="" run_agent fresh TASK_ID=demo-task-1 RI_ID=ri-1
+
+say "2. restart by the agent's service after a reboot during the setup"
+prepare=saved_running_setup run_agent restart QZRI\$ID=svc-demo TASK_ID=demo-task-1
+
+say "3. host managed by another administration server"
+prepare=other_server run_agent managed TASK_ID=demo-task-1
+
+say "done: the agent ran $([ "$mode" = wine ] && echo 'under wine64' || echo natively); files are in $work"
