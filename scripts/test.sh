@@ -64,13 +64,14 @@ win32_tests() {
   fi
 }
 
+win_deps() { scripts/build-win-deps.sh "$1" >/dev/null; }
 fuzz_smoke() { build_preset fuzz && scripts/fuzz-smoke.sh build/fuzz 15; }
 bench_smoke() { build_preset linux-release && build/linux-release/bench/qz_bench --benchmark_min_time=0.001 \
                   --benchmark_filter='/10$' >/dev/null; }
 
 step "install packages" scripts/install-packages.sh || { echo "cannot go on without packages"; exit 1; }
-step "windows deps x86_64" scripts/build-win-deps.sh x86_64-w64-mingw32 >/dev/null
-step "windows deps i686" scripts/build-win-deps.sh i686-w64-mingw32 >/dev/null
+step "windows deps x86_64" win_deps x86_64-w64-mingw32
+step "windows deps i686" win_deps i686-w64-mingw32
 step "linux build" build_preset linux && step "linux tests" test_preset linux
 step "linux-asan build" build_preset linux-asan && step "linux-asan tests" test_preset linux-asan
 step "fuzz smoke" fuzz_smoke

@@ -13,6 +13,7 @@
 #include "std/strconv.h"
 #include "tests/qzri/childprocess.h"
 #include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -43,14 +44,14 @@ protected:
         m_wstrPkg = m_folder.MakeSubFolder(L"pkg");
         m_wstrTraceFolder = m_folder.MakeSubFolder(L"trace");
         fs::copy_file(fs::path(AgentExePath()), fs::path(AgentPath()));
-        QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=setup.exe\r\n");
-        QZRITEST::SetProcessEnv(L"QZCSAK_SYSTEMP_PATH", m_wstrTraceFolder);
-        QZRITEST::SetProcessEnv(L"QZ_LOCAL_SS_PATH", SsPath());
+        QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=setup.exe\r\n");
+        QZTEST::SetEnv("QZCSAK_SYSTEMP_PATH", m_wstrTraceFolder);
+        QZTEST::SetEnv("QZ_LOCAL_SS_PATH", SsPath());
     }
     void TearDown() override
     {
-        QZRITEST::SetProcessEnv(L"QZCSAK_SYSTEMP_PATH", L"", false);
-        QZRITEST::SetProcessEnv(L"QZ_LOCAL_SS_PATH", L"", false);
+        QZTEST::SetEnv("QZCSAK_SYSTEMP_PATH", L"");
+        QZTEST::SetEnv("QZ_LOCAL_SS_PATH", L"");
     }
 
     std::wstring AgentPath() const
@@ -89,7 +90,7 @@ protected:
         return QZRITEST::Joined(m_vecRecords);
     }
 
-    QZRITEST::TempFolder m_folder;
+    QZTEST::TempFolder m_folder;
     std::wstring m_wstrPkg;
     std::wstring m_wstrTraceFolder;
     std::vector<std::string> m_vecRecords;
@@ -125,14 +126,14 @@ TEST_F(AgentRunTest, SecondRunKeepsTheFirstTraceAsBak)
 {
     ASSERT_EQ(RunAgent({L"TASK_ID=first"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
     ASSERT_EQ(RunAgent({L"TASK_ID=second"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
-    EXPECT_NE(QZRITEST::ReadFileBytes(TraceFile(L"$qzriwrp.bak")).find("m_wstrTaskId = 'first'"),
+    EXPECT_NE(QZTEST::ReadFileBytes(TraceFile(L"$qzriwrp.bak")).find("m_wstrTaskId = 'first'"),
               std::string::npos);
     EXPECT_TRUE(Traced({"QZRIWRP I RiWrpData::Initialize: m_wstrTaskId = 'second'"})) << Dump();
 }
 
 TEST_F(AgentRunTest, PackageWithoutDescriptionIsReported)
 {
-    fs::remove(fs::path(m_wstrPkg + L"package.qpd"));
+    QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
     ASSERT_EQ(RunAgent({L"TASK_ID=T-1"}), ExitCode::NO_PACKAGE_DESCRIPTION) << Dump();
     EXPECT_TRUE(
         Traced({"QZRIWRP I RiWrpData::Initialize: wstrQpdFilePath = .",
@@ -157,9 +158,9 @@ TEST_F(AgentRunTest, RestartWhileTheSetupRanIsAnUnexpectedReboot)
 
 TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
 {
-    QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
-                             "[Setup]\r\nExecutable=setup.exe\r\n[ExtendedSettings]\r\nMgdByOtherSrv=1\r\n"
-                             "ServerID=srv-A\r\n");
+    QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
+                           "[Setup]\r\nExecutable=setup.exe\r\n[ExtendedSettings]\r\nMgdByOtherSrv=1\r\n"
+                           "ServerID=srv-A\r\n");
     QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage = QZSTD::SettingsStorage::OpenOrCreate(SsPath());
     pStorage->CreateSection(L"1103", L"1.0.0.0", L"global");
     QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
@@ -181,7 +182,7 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
 TEST_F(AgentRunTest, CompetitorRemovalRunWritesTheCmprTrace)
 {
     ASSERT_EQ(RunAgent({L"QZRI$CMTRS"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
-    EXPECT_FALSE(QZRITEST::PathExists(TraceFile(L"$qzriwrp.txt")));
+    EXPECT_FALSE(QZTEST::PathExists(TraceFile(L"$qzriwrp.txt")));
     EXPECT_TRUE(QZRITEST::ContainsInOrder(QZRITEST::TraceRecords(TraceFile(L"$qzriwrp_cmpr.txt")),
                                           {"QZRIWRP I QZCS_Main: Exit code: 20."}));
 }

@@ -14,7 +14,4 @@ inline constexpr int CHILD_TIMED_OUT = -2;
 // that runs longer than nTimeoutMs is killed.
 int RunChild(const std::wstring& wstrProgram, const std::vector<std::wstring>& vecArgs, unsigned nTimeoutMs);
 
-// Sets (or, with bSet false, removes) a variable of this process's environment, which children inherit.
-void SetProcessEnv(const std::wstring& wstrName, const std::wstring& wstrValue, bool bSet = true);
-
 }  // namespace QZRITEST

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <thread>
 
 #include "std/strconv.h"
@@ -37,14 +36,6 @@ int RunChild(const std::wstring& wstrProgram, const std::vector<std::wstring>& v
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : CHILD_NOT_STARTED;
-}
-
-void SetProcessEnv(const std::wstring& wstrName, const std::wstring& wstrValue, bool bSet)
-{
-    if (bSet)
-        setenv(QZSTD::WideToUtf8(wstrName).c_str(), QZSTD::WideToUtf8(wstrValue).c_str(), 1);
-    else
-        unsetenv(QZSTD::WideToUtf8(wstrName).c_str());
 }
 
 }  // namespace QZRITEST

@@ -29,11 +29,4 @@ int RunChild(const std::wstring& wstrProgram, const std::vector<std::wstring>& v
     return nResult;
 }
 
-void SetProcessEnv(const std::wstring& wstrName, const std::wstring& wstrValue, bool bSet)
-{
-    SetEnvironmentVariableW(wstrName.c_str(), bSet ? wstrValue.c_str() : nullptr);
-    // The C runtime keeps its own copy, which getenv in this process reads.
-    _wputenv_s(wstrName.c_str(), bSet ? wstrValue.c_str() : L"");
-}
-
 }  // namespace QZRITEST

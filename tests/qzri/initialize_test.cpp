@@ -2,14 +2,13 @@
 // package folder and its files in a private temporary folder.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/cmdline.h"
 #include "std/profile.h"
 #include "std/strconv.h"
 #include "std/trace.h"
 #include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -31,7 +30,7 @@ protected:
     std::wstring TracePath() const { return m_folder.Path() + L"trace.txt"; }
     void WriteQpd(const std::string& strContent)
     {
-        QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd", strContent);
+        QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd", strContent);
     }
     void WriteRunParams(const wchar_t* szAction, const wchar_t* szCounter, const std::wstring& wstrCmdLine)
     {
@@ -40,11 +39,11 @@ protected:
         ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"start_counter", szCounter));
         ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"cmdline", wstrCmdLine.c_str()));
     }
+    InitServices Services() { return {&m_os, &m_sessions, &m_serverIds, &m_reports}; }
     bool Initialize(const std::wstring& wstrArgs)
     {
         m_wstrCmdLine = L"\"" + m_os.m_wstrModulePath + L"\" " + wstrArgs;
-        return m_data.Initialize(QZSTD::SplitCommandLine(m_wstrCmdLine), m_wstrCmdLine,
-                                 {&m_os, &m_sessions, &m_serverIds, &m_reports});
+        return m_data.Initialize(QZSTD::SplitCommandLine(m_wstrCmdLine), m_wstrCmdLine, Services());
     }
     std::vector<std::string> Records()
     {
@@ -53,7 +52,7 @@ protected:
     }
     std::string InitLine(const std::string& strText) { return "QZRIWRP I RiWrpData::Initialize: " + strText; }
 
-    QZRITEST::TempFolder m_folder;
+    QZTEST::TempFolder m_folder;
     std::wstring m_wstrPkg;
     std::wstring m_wstrCmdLine;
     QZRITEST::TestOs m_os;
@@ -104,8 +103,7 @@ TEST_F(InitializeTest, SilentSwitchIsAWordOfItsOwn)
     EXPECT_TRUE(m_data.m_bSilentModeCmdLine);
     RiWrpData other;
     const std::wstring wstrLine = L"x.exe TASK_ID=/s -silent";
-    ASSERT_TRUE(other.Initialize(QZSTD::SplitCommandLine(wstrLine), wstrLine,
-                                 {&m_os, &m_sessions, &m_serverIds, &m_reports}));
+    ASSERT_TRUE(other.Initialize(QZSTD::SplitCommandLine(wstrLine), wstrLine, Services()));
     EXPECT_FALSE(other.m_bSilentModeCmdLine);
 }
 
@@ -156,7 +154,7 @@ TEST_F(InitializeTest, CorruptRunParamsFailTheRunWithATraceLine)
 
 TEST_F(InitializeTest, MissingPackageDescriptionIsReported)
 {
-    QZRITEST::TempFolder empty;
+    QZTEST::TempFolder empty;
     m_os.m_wstrModulePath = empty.Path() + L"qzriwrap.exe";
     EXPECT_FALSE(Initialize(L"TASK_ID=T-1"));
     EXPECT_EQ(m_data.m_eInitResult, InitResult::NO_PACKAGE_DESCRIPTION);
@@ -167,14 +165,14 @@ TEST_F(InitializeTest, MissingPackageDescriptionIsReported)
 
 TEST_F(InitializeTest, SeveralDescriptionsGiveTheFirstByName)
 {
-    QZRITEST::WriteFileBytes(m_wstrPkg + L"a_first.qpd", "[Setup]\r\n");
+    QZTEST::WriteFileBytes(m_wstrPkg + L"a_first.qpd", "[Setup]\r\n");
     ASSERT_TRUE(Initialize(L""));
     EXPECT_EQ(m_data.m_wstrQpdFilePath, m_wstrPkg + L"a_first.qpd");
 }
 
 TEST_F(InitializeTest, GuiProcessReadsNoTaskKeysAndNeedsNoPackageDescription)
 {
-    QZRITEST::TempFolder empty;
+    QZTEST::TempFolder empty;
     m_os.m_wstrModulePath = empty.Path() + L"qzriwrap.exe";
     ASSERT_TRUE(Initialize(L"QZRI$GUI TASK_ID=T-1 QZRI$ID=svc1 PxgRequest"));
     EXPECT_TRUE(m_data.m_bGuiProcess);
@@ -193,7 +191,7 @@ TEST_F(InitializeTest, SessionsAreKeptAndAFailedListIsNoFailure)
 
     m_sessions.m_bFails = true;
     RiWrpData other;
-    ASSERT_TRUE(other.Initialize({L"x"}, L"x", {&m_os, &m_sessions, &m_serverIds, &m_reports}));
+    ASSERT_TRUE(other.Initialize({L"x"}, L"x", Services()));
     EXPECT_TRUE(other.m_vecUserSessions.empty());
 }
 
@@ -222,12 +220,11 @@ TEST_F(InitializeTest, RebootAgentSettingsDecideRebootImmediately)
     };
     for (const Row& row : rows) {
         const std::wstring wstrIni = m_wstrPkg + L"qzrbtagt.ini";
-        std::error_code ec;
-        std::filesystem::remove(std::filesystem::path(wstrIni), ec);
+        QZTEST::RemoveAll(wstrIni);
         if (row.szIni)
-            QZRITEST::WriteFileBytes(wstrIni, row.szIni);
+            QZTEST::WriteFileBytes(wstrIni, row.szIni);
         RiWrpData data;
-        ASSERT_TRUE(data.Initialize({L"x"}, L"x", {&m_os, &m_sessions, &m_serverIds, &m_reports}));
+        ASSERT_TRUE(data.Initialize({L"x"}, L"x", Services()));
         EXPECT_EQ(data.m_bRebootImmediately, row.bExpected) << (row.szIni ? row.szIni : "(no file)");
     }
 }

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "std/strconv.h"
-#include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -36,9 +36,9 @@ TEST(QpdChoiceTest, NoDescriptionGivesNoName)
 
 TEST(PackageSettingTest, ValueOrDefault)
 {
-    QZRITEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrQpd = folder.Path() + L"p.qpd";
-    QZRITEST::WriteFileBytes(wstrQpd, "[Setup]\r\nAskUser=1\r\n[ExtendedSettings]\r\nServerID=srv-A\r\n");
+    QZTEST::WriteFileBytes(wstrQpd, "[Setup]\r\nAskUser=1\r\n[ExtendedSettings]\r\nServerID=srv-A\r\n");
     EXPECT_EQ(ReadPackageSetting(wstrQpd, L"Setup", L"AskUser", L"0"), L"1");
     EXPECT_EQ(ReadPackageSetting(wstrQpd, L"ExtendedSettings", L"ServerID", L""), L"srv-A");
     EXPECT_EQ(ReadPackageSetting(wstrQpd, L"ExtendedSettings", L"MgdByOtherSrv", L"0"), L"0");

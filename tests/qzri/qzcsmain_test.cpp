@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/exitcodes.h"
 #include "qzri/riwrap/tracefiles.h"
@@ -13,6 +11,7 @@
 #include "std/strconv.h"
 #include "std/trace.h"
 #include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -62,7 +61,7 @@ protected:
         m_wstrTraceFolder = m_folder.MakeSubFolder(L"trace");
         m_os.m_wstrModulePath = m_wstrPkg + L"qzriwrap.exe";
         m_os.m_mapEnv[TRACE_FOLDER_ENV] = m_wstrTraceFolder;
-        QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=setup.exe\r\n");
+        QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=setup.exe\r\n");
     }
     void TearDown() override { QZSTD::TraceClose(); }
 
@@ -86,7 +85,7 @@ protected:
     }
     std::string Dump() const { return QZRITEST::Joined(m_vecRecords); }
 
-    QZRITEST::TempFolder m_folder;
+    QZTEST::TempFolder m_folder;
     std::wstring m_wstrPkg;
     std::wstring m_wstrTraceFolder;
     QZRITEST::TestOs m_os;
@@ -164,9 +163,9 @@ TEST_F(QzcsMainTest, NewRebootWorkerComesBeforeEverythingElse)
 TEST_F(QzcsMainTest, ForceRebootMarkerIsRemovedOnceInitialized)
 {
     const std::wstring wstrMarker = m_wstrPkg + FORCE_REBOOT_FILE;
-    QZRITEST::WriteFileBytes(wstrMarker, "1");
+    QZTEST::WriteFileBytes(wstrMarker, "1");
     Run(L"");
-    EXPECT_FALSE(QZRITEST::PathExists(wstrMarker));
+    EXPECT_FALSE(QZTEST::PathExists(wstrMarker));
     EXPECT_TRUE(Traced({"QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" +
                             QZSTD::WideToUtf8(wstrMarker) + "'",
                         "QZRIWRP I QZCS_Main: Ready to run executable."}))
@@ -176,20 +175,20 @@ TEST_F(QzcsMainTest, ForceRebootMarkerIsRemovedOnceInitialized)
 TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOver)
 {
     const std::wstring wstrMarker = m_wstrPkg + FORCE_REBOOT_FILE;
-    QZRITEST::WriteFileBytes(wstrMarker, "1");
+    QZTEST::WriteFileBytes(wstrMarker, "1");
     WriteRunParams(L"1");
     EXPECT_EQ(Run(L"QZRI$ID=svc1"), ExitCode::UNEXPECTED_REBOOT);
     EXPECT_TRUE(m_actions.m_vecCalls.empty());
-    EXPECT_TRUE(QZRITEST::PathExists(wstrMarker)) << "the marker goes only once the run data is complete";
+    EXPECT_TRUE(QZTEST::PathExists(wstrMarker)) << "the marker goes only once the run data is complete";
     EXPECT_TRUE(
         Traced({"QZRIWRP E QZCS_Main: Initialization failed...", "QZRIWRP I QZCS_Main: Exit code: 12."}))
         << Dump();
 
-    std::filesystem::remove(std::filesystem::path(m_wstrPkg + L"package.qpd"));
+    QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
     EXPECT_EQ(Run(L""), ExitCode::NO_PACKAGE_DESCRIPTION);
 
-    QZRITEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
-                             "[ExtendedSettings]\r\nMgdByOtherSrv=1\r\nServerID=A\r\n");
+    QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
+                           "[ExtendedSettings]\r\nMgdByOtherSrv=1\r\nServerID=A\r\n");
     m_serverIds.m_wstrId = L"B";
     EXPECT_EQ(Run(L""), ExitCode::MANAGED_BY_OTHER_SERVER);
 

@@ -1,72 +1,18 @@
 #include "tests/qzri/qzritestutil.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <sstream>
 
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/error.h"
+#include "tests/testutil/fsutil.h"
 
 namespace QZRITEST {
-namespace {
-
-namespace fs = std::filesystem;
-
-}  // namespace
-
-TempFolder::TempFolder()
-{
-    const fs::path path = fs::temp_directory_path() / ("qzri_test_" + std::to_string(std::random_device{}()));
-    fs::create_directories(path);
-    m_wstrPath = QZRI::WithTrailingSeparator(path.wstring());
-}
-
-TempFolder::~TempFolder()
-{
-    std::error_code ec;
-    fs::remove_all(fs::path(m_wstrPath), ec);
-}
-
-std::wstring TempFolder::MakeSubFolder(const std::wstring& wstrName) const
-{
-    fs::create_directories(fs::path(m_wstrPath + wstrName));
-    return QZRI::WithTrailingSeparator(m_wstrPath + wstrName);
-}
-
-std::string ReadFileBytes(const std::wstring& wstrPath)
-{
-    std::ifstream in(fs::path(wstrPath), std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteFileBytes(const std::wstring& wstrPath, const std::string& strData)
-{
-    std::ofstream(fs::path(wstrPath), std::ios::binary) << strData;
-}
-
-bool PathExists(const std::wstring& wstrPath)
-{
-    std::error_code ec;
-    return fs::exists(fs::path(wstrPath), ec);
-}
-
-std::vector<std::string> FileNamesIn(const std::wstring& wstrFolder)
-{
-    std::vector<std::string> vecNames;
-    for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(wstrFolder)))
-        vecNames.push_back(entry.path().filename().string());
-    std::sort(vecNames.begin(), vecNames.end());
-    return vecNames;
-}
 
 std::vector<std::string> TraceRecords(const std::wstring& wstrTraceFile)
 {
     std::vector<std::string> vecRecords;
-    std::istringstream ss(ReadFileBytes(wstrTraceFile));
+    std::istringstream ss(QZTEST::ReadFileBytes(wstrTraceFile));
     for (std::string strLine; std::getline(ss, strLine);) {
         if (!strLine.empty() && strLine.back() == '\r')
             strLine.pop_back();

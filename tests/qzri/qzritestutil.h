@@ -1,5 +1,5 @@
-// Helpers of the agent's tests: private temporary folders, file contents, the trace's records, and
-// in-memory stand-ins for what the agent talks to outside the process.
+// Helpers of the agent's tests: the trace's records, and in-memory stand-ins for what the agent talks
+// to outside the process (the file helpers they share with every test are in tests/testutil/fsutil.h).
 #pragma once
 
 #include <map>
@@ -17,31 +17,6 @@
 #include "qzri/riwrap/serverid.h"
 
 namespace QZRITEST {
-
-// A new empty folder under the system's temporary folder, removed with its content at the end.
-class TempFolder
-{
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-
-    // With its trailing separator.
-    const std::wstring& Path() const { return m_wstrPath; }
-    // A sub-folder, created; with its trailing separator.
-    std::wstring MakeSubFolder(const std::wstring& wstrName) const;
-
-private:
-    std::wstring m_wstrPath;
-};
-
-// Bytes of a file as they are ("" when it does not exist).
-std::string ReadFileBytes(const std::wstring& wstrPath);
-void WriteFileBytes(const std::wstring& wstrPath, const std::string& strData);
-bool PathExists(const std::wstring& wstrPath);
-// Names of the files in a folder, sorted.
-std::vector<std::string> FileNamesIn(const std::wstring& wstrFolder);
 
 // The records of a trace file as "MODULE L text" (date, time and ids cut off, line ends removed).
 std::vector<std::string> TraceRecords(const std::wstring& wstrTraceFile);

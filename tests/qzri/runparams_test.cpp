@@ -9,11 +9,12 @@
 #include "std/strconv.h"
 #include "std/trace.h"
 #include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
 using namespace QZRI;
-using QZRITEST::TempFolder;
+using QZTEST::TempFolder;
 
 class RunParamsTest : public testing::Test
 {
@@ -48,7 +49,7 @@ TEST_F(RunParamsTest, MissingFileGivesActionRunCounterZeroAndNoCommandLine)
     EXPECT_EQ(m_data.m_eAct, QZRI_ACTION_RUN);
     EXPECT_EQ(m_data.m_nStartCounter, 0);
     EXPECT_EQ(m_data.m_wstrSavedCmdLine, L"");
-    EXPECT_FALSE(QZRITEST::PathExists(m_data.RunParamsFilePath()));
+    EXPECT_FALSE(QZTEST::PathExists(m_data.RunParamsFilePath()));
 }
 
 TEST_F(RunParamsTest, PlannedRerunRaisesTheStoredCounterByOne)
@@ -71,7 +72,7 @@ TEST_F(RunParamsTest, OtherActionsLeaveTheCounterAlone)
         EXPECT_EQ(Stored(L"action"), std::to_wstring(eAction));
         EXPECT_EQ(Stored(L"start_counter"), L"4");
     }
-    QZRITEST::TempFolder fresh;
+    QZTEST::TempFolder fresh;
     RiWrpData data;
     data.m_wstrDirPath = fresh.Path();
     ASSERT_TRUE(data.SetServiceRunParams(QZRI_ACTION_CHECK_RESULT));
@@ -84,7 +85,7 @@ TEST_F(RunParamsTest, CommandLineIsStoredAsHexAndReadBack)
     m_data.m_wstrSavedCmdLine = L"a b";
     ASSERT_TRUE(m_data.SetServiceRunParams(QZRI_ACTION_CHECK_RESULT));
     EXPECT_EQ(Stored(L"cmdline"), L"$HEX_610020006200");
-    EXPECT_NE(QZRITEST::ReadFileBytes(m_data.RunParamsFilePath()).find("cmdline=$HEX_610020006200"),
+    EXPECT_NE(QZTEST::ReadFileBytes(m_data.RunParamsFilePath()).find("cmdline=$HEX_610020006200"),
               std::string::npos);
     const RiWrpData data = ReadBack();
     EXPECT_EQ(data.m_wstrSavedCmdLine, L"a b");
@@ -109,7 +110,7 @@ TEST_F(RunParamsTest, EmptyCommandLineIsWrittenAsEmptyValue)
 {
     ASSERT_TRUE(m_data.SetServiceRunParams(QZRI_ACTION_RUN));
     EXPECT_EQ(Stored(L"cmdline"), L"");
-    EXPECT_NE(QZRITEST::ReadFileBytes(m_data.RunParamsFilePath()).find("cmdline="), std::string::npos);
+    EXPECT_NE(QZTEST::ReadFileBytes(m_data.RunParamsFilePath()).find("cmdline="), std::string::npos);
 }
 
 TEST_F(RunParamsTest, ValueWithoutHexPrefixIsReadAsPlainText)

@@ -5,7 +5,7 @@
 
 #include "std/par/paramshelpers.h"
 #include "std/ss/settingsstorage.h"
-#include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -26,7 +26,7 @@ protected:
     }
     std::wstring Read() { return LocalStorageServerId(StoragePath()).GetCurrentServerId(); }
 
-    QZRITEST::TempFolder m_folder;
+    QZTEST::TempFolder m_folder;
 };
 
 TEST_F(ServerIdTest, IdIsTheManagementAgentsGlobalValue)
@@ -46,7 +46,7 @@ TEST_F(ServerIdTest, MissingStorageSectionOrValueIsAnEmptyId)
 
 TEST_F(ServerIdTest, UnreadableStorageIsAnEmptyIdNotAnError)
 {
-    QZRITEST::WriteFileBytes(StoragePath(), "this is not a settings storage");
+    QZTEST::WriteFileBytes(StoragePath(), "this is not a settings storage");
     EXPECT_EQ(Read(), L"");
 }
 

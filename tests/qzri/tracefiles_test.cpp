@@ -6,6 +6,7 @@
 #include "std/strconv.h"
 #include "std/trace.h"
 #include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ protected:
     void WriteGenerations(int nCount)
     {
         for (int n = 0; n < nCount; ++n)
-            QZRITEST::WriteFileBytes(File(n), "run-" + std::to_string(n) + "\n");
+            QZTEST::WriteFileBytes(File(n), "run-" + std::to_string(n) + "\n");
     }
     bool Start(const std::wstring& wstrCmdLine)
     {
@@ -36,7 +37,7 @@ protected:
         return b;
     }
 
-    QZRITEST::TempFolder m_folder;
+    QZTEST::TempFolder m_folder;
     std::wstring m_wstrTraceFolder;
     QZRITEST::TestOs m_os;
 };
@@ -60,7 +61,7 @@ TEST_F(TraceFilesTest, FolderFromTheEnvironmentOnlyWhenItIsAWritableFolder)
 
     for (const std::wstring& wstrBad :
          {std::wstring(), m_folder.Path() + L"missing", m_folder.Path() + L"file.txt"}) {
-        QZRITEST::WriteFileBytes(m_folder.Path() + L"file.txt", "x");
+        QZTEST::WriteFileBytes(m_folder.Path() + L"file.txt", "x");
         m_os.m_mapEnv[TRACE_FOLDER_ENV] = wstrBad;
         const TraceFolderChoice choice = ChooseTraceFolder(m_os);
         EXPECT_EQ(choice.m_wstrFolder, m_os.m_wstrTempFolder) << QZSTD::WideToUtf8(wstrBad);
@@ -75,11 +76,11 @@ TEST_F(TraceFilesTest, RotationKeepsExactlyFiveGenerationsEachOneStepOlder)
 {
     WriteGenerations(5);
     ASSERT_TRUE(Start(L"qzriwrap.exe QZRI$ID=svc1"));
-    EXPECT_EQ(QZRITEST::FileNamesIn(m_wstrTraceFolder),
+    EXPECT_EQ(QZTEST::FileNamesIn(m_wstrTraceFolder),
               (Names{"$qzriwrp.bak", "$qzriwrp.bak.bak", "$qzriwrp.bak.bak.bak", "$qzriwrp.bak.bak.bak.bak",
                      "$qzriwrp.txt"}));
     for (int n = 1; n < TRACE_GENERATIONS; ++n)
-        EXPECT_EQ(QZRITEST::ReadFileBytes(File(n)), "run-" + std::to_string(n - 1) + "\n") << n;
+        EXPECT_EQ(QZTEST::ReadFileBytes(File(n)), "run-" + std::to_string(n - 1) + "\n") << n;
     const std::vector<std::string> vecRecords = QZRITEST::TraceRecords(File(0));
     ASSERT_FALSE(vecRecords.empty());
     EXPECT_EQ(vecRecords[0], "QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0: '" +
@@ -90,18 +91,18 @@ TEST_F(TraceFilesTest, RotationOfAShortChainFillsTheNextLevel)
 {
     WriteGenerations(2);
     ASSERT_TRUE(Start(L"qzriwrap.exe"));
-    EXPECT_EQ(QZRITEST::FileNamesIn(m_wstrTraceFolder),
+    EXPECT_EQ(QZTEST::FileNamesIn(m_wstrTraceFolder),
               (Names{"$qzriwrp.bak", "$qzriwrp.bak.bak", "$qzriwrp.txt"}));
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(1)), "run-0\n");
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(2)), "run-1\n");
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(1)), "run-0\n");
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(2)), "run-1\n");
 }
 
 TEST_F(TraceFilesTest, FreshStartKeepsTheLastTraceAsBakAndBeginsANewFile)
 {
     WriteGenerations(1);
     ASSERT_TRUE(Start(L"qzriwrap.exe TASK_ID=T-1"));
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(1)), "run-0\n");
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(0)).find("run-0"), std::string::npos);
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(1)), "run-0\n");
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(0)).find("run-0"), std::string::npos);
 }
 
 TEST_F(TraceFilesTest, FreshStartRemovesATraceTheRotationCouldNotMove)
@@ -109,7 +110,7 @@ TEST_F(TraceFilesTest, FreshStartRemovesATraceTheRotationCouldNotMove)
     WriteGenerations(1);
     m_os.m_setFailingRenames.insert(File(0));
     ASSERT_TRUE(Start(L"qzriwrap.exe"));
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(0)).find("run-0"), std::string::npos);
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(0)).find("run-0"), std::string::npos);
     EXPECT_TRUE(QZRITEST::ContainsInOrder(QZRITEST::TraceRecords(File(0)),
                                           {"QZRIWRP W StartTrace: '$qzriwrp.txt' could not be renamed; the "
                                            "older traces were left as they were."}));
@@ -120,7 +121,7 @@ TEST_F(TraceFilesTest, RestartAppendsToATraceTheRotationCouldNotMove)
     WriteGenerations(1);
     m_os.m_setFailingRenames.insert(File(0));
     ASSERT_TRUE(Start(L"qzriwrap.exe QZRI$ID=svc1"));
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(0)).rfind("run-0\n", 0), 0u);
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(0)).rfind("run-0\n", 0), 0u);
 }
 
 TEST_F(TraceFilesTest, FailedRenameOverwritesNoOlderGeneration)
@@ -128,21 +129,21 @@ TEST_F(TraceFilesTest, FailedRenameOverwritesNoOlderGeneration)
     WriteGenerations(4);
     m_os.m_setFailingRenames.insert(File(2));
     ASSERT_TRUE(Start(L"qzriwrap.exe QZRI$ID=svc1"));
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(4)), "run-3\n");
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(3)), "");
-    EXPECT_FALSE(QZRITEST::PathExists(File(3)));
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(2)), "run-2\n");
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(1)), "run-1\n");
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(4)), "run-3\n");
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(3)), "");
+    EXPECT_FALSE(QZTEST::PathExists(File(3)));
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(2)), "run-2\n");
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(1)), "run-1\n");
 }
 
 TEST_F(TraceFilesTest, CompetitorRemovalRunWritesItsOwnFileWithoutRotating)
 {
     WriteGenerations(2);
     ASSERT_TRUE(Start(L"qzriwrap.exe QZRI$CMTRS"));
-    EXPECT_EQ(QZRITEST::FileNamesIn(m_wstrTraceFolder),
+    EXPECT_EQ(QZTEST::FileNamesIn(m_wstrTraceFolder),
               (Names{"$qzriwrp.bak", "$qzriwrp.txt", "$qzriwrp_cmpr.txt"}));
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(0)), "run-0\n");
-    EXPECT_EQ(QZRITEST::ReadFileBytes(File(1)), "run-1\n");
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(0)), "run-0\n");
+    EXPECT_EQ(QZTEST::ReadFileBytes(File(1)), "run-1\n");
     EXPECT_FALSE(QZRITEST::TraceRecords(m_wstrTraceFolder + COMPETITOR_TRACE_FILE).empty());
 }
 

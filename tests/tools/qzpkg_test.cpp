@@ -11,7 +11,7 @@
 #include "std/par/serialize.h"
 #include "std/ss/settingsstorage.h"
 #include "std/strconv.h"
-#include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -117,7 +117,7 @@ TEST(QzpkgTest, RestOfCommandLineSplitsIntoTheWordsThatFollow)
 
 TEST(QzpkgTest, StateShowsTheRunParametersAsTheAgentReadsThem)
 {
-    QZRITEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     QZRI::RiWrpData data;
     data.m_wstrDirPath = folder.Path();
     data.m_nStartCounter = 4;
@@ -136,7 +136,7 @@ TEST(QzpkgTest, StateShowsTheRunParametersAsTheAgentReadsThem)
 
 TEST(QzpkgTest, StateOfAFolderWithoutRunParametersIsAFreshStart)
 {
-    QZRITEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const ToolRun run = RunWords({L"state", folder.Path()});
     EXPECT_EQ(run.nExit, Exit::OK);
     EXPECT_NE(run.wstrOut.find(L"missing: the agent takes this as a fresh start"), std::wstring::npos);
@@ -145,7 +145,7 @@ TEST(QzpkgTest, StateOfAFolderWithoutRunParametersIsAFreshStart)
 
 TEST(QzpkgTest, MissingFolderOrFileFails)
 {
-    QZRITEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     for (const std::vector<std::wstring>& vecArgs :
          {std::vector<std::wstring>{L"state", folder.Path() + L"none"},
           {L"ss", L"dump", folder.Path() + L"none.xml"},
@@ -161,7 +161,7 @@ TEST(QzpkgTest, MissingFolderOrFileFails)
 
 TEST(QzpkgTest, SsDumpShowsEveryLevelWithTheValues)
 {
-    QZRITEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrFile = folder.Path() + L"ss.xml";
     {
         QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage = QZSTD::SettingsStorage::OpenOrCreate(wstrFile);
@@ -182,8 +182,8 @@ TEST(QzpkgTest, SsDumpShowsEveryLevelWithTheValues)
 
 TEST(QzpkgTest, MalformedStorageFails)
 {
-    QZRITEST::TempFolder folder;
-    QZRITEST::WriteFileBytes(folder.Path() + L"bad.xml", "<not closed");
+    QZTEST::TempFolder folder;
+    QZTEST::WriteFileBytes(folder.Path() + L"bad.xml", "<not closed");
     const ToolRun run = RunWords({L"ss", L"dump", folder.Path() + L"bad.xml"});
     EXPECT_EQ(run.nExit, Exit::FAILED);
     EXPECT_EQ(run.wstrErr.rfind(L"qzpkg: ", 0), 0u);
@@ -191,7 +191,7 @@ TEST(QzpkgTest, MalformedStorageFails)
 
 TEST(QzpkgTest, ParamsDumpShowsTheTree)
 {
-    QZRITEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrFile = folder.Path() + L"p.bin";
     QZSTD::CAutoPtr<QZPAR::Params> pParams = QZPAR::CreateParams();
     QZPAR::SetIntValue(pParams, L"count", 5);
@@ -201,7 +201,7 @@ TEST(QzpkgTest, ParamsDumpShowsTheTree)
     EXPECT_EQ(run.nExit, Exit::OK) << QZSTD::WideToUtf8(run.wstrErr);
     EXPECT_EQ(run.wstrOut, L"count = (INT_T)5\ntitle = (STRING_T)\"Setup finished\"\n");
 
-    QZRITEST::WriteFileBytes(folder.Path() + L"junk.bin", "QZPB junk");
+    QZTEST::WriteFileBytes(folder.Path() + L"junk.bin", "QZPB junk");
     EXPECT_EQ(RunWords({L"params", L"dump", folder.Path() + L"junk.bin"}).nExit, Exit::FAILED);
 }
 

@@ -6,24 +6,16 @@
 #include "std/error.h"
 #include "std/ss/atomicfile.h"
 #include "std/ss/sserrors.h"
-#include "tests/std/ss/sstestutil.h"
+#include "tests/testutil/errorof.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
-template <class Fn>
-std::optional<QZSTD::QZError> ErrorOf(Fn&& fn)
-{
-    try {
-        fn();
-    } catch (const QZSTD::QZError& e) {
-        return e;
-    }
-    return std::nullopt;
-}
+using QZTEST::ErrorOf;
 
 TEST(SettingsStorageAtomicFile, ReadingAMissingFileIsFalseNotAnError)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     std::string strData = "stale";
     EXPECT_FALSE(QZSTD::ReadWholeFile(folder.Join(L"missing.xml"), strData, 100));
     EXPECT_TRUE(strData.empty());
@@ -32,7 +24,7 @@ TEST(SettingsStorageAtomicFile, ReadingAMissingFileIsFalseNotAnError)
 
 TEST(SettingsStorageAtomicFile, ReplaceCreatesThenReplacesWithoutLeavingTheTemporaryFile)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrPath = folder.Join(L"data.xml");
     QZSTD::ReplaceFileContent(wstrPath, "first");
     std::string strData;
@@ -45,16 +37,16 @@ TEST(SettingsStorageAtomicFile, ReplaceCreatesThenReplacesWithoutLeavingTheTempo
     QZSTD::ReplaceFileContent(wstrPath, "");
     ASSERT_TRUE(QZSTD::ReadWholeFile(wstrPath, strData, 100));
     EXPECT_EQ(strData, "");
-    EXPECT_FALSE(QZSSTEST::PathExists(QZSTD::TemporaryPathOf(wstrPath)));
+    EXPECT_FALSE(QZTEST::PathExists(QZSTD::TemporaryPathOf(wstrPath)));
     EXPECT_TRUE(QZSTD::FileExists(wstrPath));
     EXPECT_FALSE(QZSTD::FileExists(folder.Path()));
 }
 
 TEST(SettingsStorageAtomicFile, AFileLargerThanAllowedIsRefusedUnread)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrPath = folder.Join(L"big.xml");
-    QZSSTEST::WriteBytes(wstrPath, std::string(101, 'x'));
+    QZTEST::WriteFileBytes(wstrPath, std::string(101, 'x'));
     std::string strData;
     const std::optional<QZSTD::QZError> error =
         ErrorOf([&] { QZSTD::ReadWholeFile(wstrPath, strData, 100); });
@@ -66,7 +58,7 @@ TEST(SettingsStorageAtomicFile, AFileLargerThanAllowedIsRefusedUnread)
 
 TEST(SettingsStorageAtomicFile, ReadingAFolderIsAReadError)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     std::string strData;
     const std::optional<QZSTD::QZError> error =
         ErrorOf([&] { QZSTD::ReadWholeFile(folder.Path(), strData, 100); });
@@ -105,14 +97,14 @@ TEST(SettingsStorageAtomicFile, ParentFolderIsEverythingBeforeTheLastSeparator)
 
 TEST(SettingsStorageAtomicFile, FolderChainIsCreatedOnceAndAFileInTheWayIsReported)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrDeep = folder.Join(L"a/b/c");
     QZSTD::CreateFolderChain(wstrDeep);
     QZSTD::CreateFolderChain(wstrDeep);
-    EXPECT_TRUE(QZSSTEST::PathExists(wstrDeep));
+    EXPECT_TRUE(QZTEST::PathExists(wstrDeep));
 
     const std::wstring wstrBlocker = folder.Join(L"blocker");
-    QZSSTEST::WriteBytes(wstrBlocker, "a file, not a folder");
+    QZTEST::WriteFileBytes(wstrBlocker, "a file, not a folder");
     const std::optional<QZSTD::QZError> error =
         ErrorOf([&] { QZSTD::CreateFolderChain(folder.Join(L"blocker/sub")); });
     ASSERT_TRUE(error.has_value());

@@ -8,7 +8,8 @@
 #include "std/error.h"
 #include "std/ss/filelock.h"
 #include "std/ss/sserrors.h"
-#include "tests/std/ss/sstestutil.h"
+#include "tests/testutil/errorof.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -19,12 +20,7 @@ using Clock = std::chrono::steady_clock;
 // The error a second lock attempt raises (nullopt when it got the lock).
 std::optional<QZSTD::QZError> TryLock(const std::wstring& wstrPath, FileLockMode eMode, uint32_t nTimeoutMs)
 {
-    try {
-        FileLock lock(wstrPath, eMode, nTimeoutMs);
-        return std::nullopt;
-    } catch (const QZSTD::QZError& e) {
-        return e;
-    }
+    return QZTEST::ErrorOf([&] { FileLock lock(wstrPath, eMode, nTimeoutMs); });
 }
 
 bool IsTimeout(const std::optional<QZSTD::QZError>& error)
@@ -34,7 +30,7 @@ bool IsTimeout(const std::optional<QZSTD::QZError>& error)
 
 TEST(SettingsStorageFileLock, ExclusiveLockKeepsOutEveryOtherLockUntilReleased)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
     {
         FileLock held(wstrLock, FileLockMode::EXCLUSIVE);
@@ -51,7 +47,7 @@ TEST(SettingsStorageFileLock, ExclusiveLockKeepsOutEveryOtherLockUntilReleased)
 
 TEST(SettingsStorageFileLock, SharedLocksCoexistAndKeepOutTheWriter)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
     {
         FileLock first(wstrLock, FileLockMode::SHARED);
@@ -63,7 +59,7 @@ TEST(SettingsStorageFileLock, SharedLocksCoexistAndKeepOutTheWriter)
 
 TEST(SettingsStorageFileLock, WaiterGetsTheLockOnceTheHolderLetsGo)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
     auto pHeld = std::make_unique<FileLock>(wstrLock, FileLockMode::EXCLUSIVE);
     std::thread releaser([&] {
@@ -81,7 +77,7 @@ TEST(SettingsStorageFileLock, WaiterGetsTheLockOnceTheHolderLetsGo)
 
 TEST(SettingsStorageFileLock, LockFileInAMissingFolderIsAClearError)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrLock = folder.Join(L"missing/storage.xml.lock");
     const std::optional<QZSTD::QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0);
     ASSERT_TRUE(error.has_value());

@@ -21,7 +21,7 @@ extern char** environ;
 #include "std/par/paramshelpers.h"
 #include "std/ss/settingsstorage.h"
 #include "std/strconv.h"
-#include "tests/std/ss/sstestutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -208,7 +208,7 @@ bool IsStarted(ChildHandle h)
 
 TEST(SettingsStorageConcurrency, TwoProcessesReplacingDifferentEntriesLoseNothing)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrPath = folder.Join(L"e2s_subscription.xml");
     SettingsStorage::OpenOrCreate(wstrPath)->CreateSection(PRODUCT, VERSION, SECTION);
 
@@ -227,7 +227,7 @@ TEST(SettingsStorageConcurrency, TwoProcessesReplacingDifferentEntriesLoseNothin
 
 TEST(SettingsStorageConcurrency, ThreadsWithTheirOwnStorageObjectsLoseNothing)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrPath = folder.Join(L"e2s_subscription.xml");
     SettingsStorage::OpenOrCreate(wstrPath)->CreateSection(PRODUCT, VERSION, SECTION);
     const std::vector<std::wstring> vecPrefixes = {L"t0_", L"t1_", L"t2_"};
@@ -246,7 +246,7 @@ TEST(SettingsStorageConcurrency, ThreadsWithTheirOwnStorageObjectsLoseNothing)
 // Runs only in a child started by the test above.
 TEST(SettingsStorageChild, DISABLED_WritesItsEntriesOneByOne)
 {
-    const std::wstring wstrOrder = QZSSTEST::GetEnv(CHILD_ENV);
+    const std::wstring wstrOrder = QZTEST::GetEnv(CHILD_ENV);
     if (wstrOrder.empty())
         GTEST_SKIP() << "started by SettingsStorageConcurrency only";
     const size_t nFirst = wstrOrder.find(L'|');

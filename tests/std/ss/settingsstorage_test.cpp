@@ -18,7 +18,8 @@
 #include "std/ss/sserrors.h"
 #include "std/ss/ssxml.h"
 #include "std/strconv.h"
-#include "tests/std/ss/sstestutil.h"
+#include "tests/testutil/errorof.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
@@ -26,21 +27,11 @@ using QZPAR::Params;
 using QZSTD::CAutoPtr;
 using QZSTD::QZError;
 using QZSTD::SettingsStorage;
+using QZTEST::ErrorOf;
 
 const std::wstring PRODUCT = L"1103";
 const std::wstring VERSION = L"1.0.0.0";
 const std::wstring SECTION = L"global";
-
-template <class Fn>
-std::optional<QZError> ErrorOf(Fn&& fn)
-{
-    try {
-        fn();
-    } catch (const QZError& e) {
-        return e;
-    }
-    return std::nullopt;
-}
 
 // Text for failure messages: the dump of a Params.
 std::string Dump(Params* pParams)
@@ -214,7 +205,7 @@ protected:
         return pStorage;
     }
 
-    QZSSTEST::TempFolder m_folder;
+    QZTEST::TempFolder m_folder;
     const std::wstring m_wstrPath = m_folder.Join(L"storage.xml");
 };
 
@@ -245,7 +236,7 @@ TEST_F(SettingsStorageRoundTrip, EveryTypeReadsBackEqualFromTheFile)
 TEST_F(SettingsStorageRoundTrip, FileUsesTheTypeNamesAndHexOnlyWhereNeeded)
 {
     CreateWithSection()->ReplaceEntries(PRODUCT, VERSION, SECTION, EveryType());
-    const std::string strXml = QZSSTEST::ReadBytes(m_wstrPath);
+    const std::string strXml = QZTEST::ReadFileBytes(m_wstrPath);
     for (const char* szType : {"STRING_T", "BOOL_T", "INT_T", "LONG_T", "DATE_TIME_T", "DATE_T", "BINARY_T",
                                "FLOAT_T", "DOUBLE_T", "PARAMS_T", "ARRAY_T"})
         EXPECT_NE(strXml.find(std::string("type=\"") + szType + "\""), std::string::npos) << szType;
@@ -287,7 +278,7 @@ TEST_F(SettingsStorageRoundTrip, TooDeepOrSelfContainingValuesAreRefusedAndTheFi
 {
     CAutoPtr<SettingsStorage> pStorage = CreateWithSection();
     pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"kept", 1));
-    const std::string strBefore = QZSSTEST::ReadBytes(m_wstrPath);
+    const std::string strBefore = QZTEST::ReadFileBytes(m_wstrPath);
 
     const CAutoPtr<Params> pTooDeep = NestedLevels(QZSTD::SsXml::MAX_DEPTH + 1);
     EXPECT_TRUE(IsError(ErrorOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, pTooDeep); }),
@@ -310,7 +301,7 @@ TEST_F(SettingsStorageRoundTrip, TooDeepOrSelfContainingValuesAreRefusedAndTheFi
                         QZSTD::SsErr::MODULE, QZSTD::SsErr::VALUE_NOT_STORABLE));
     pArray->SetAt(0, nullptr);
 
-    EXPECT_EQ(QZSSTEST::ReadBytes(m_wstrPath), strBefore);
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), strBefore);
 }
 
 // ---- sections and entries ----
@@ -320,7 +311,7 @@ using SettingsStorageSections = SettingsStorageTest;
 TEST_F(SettingsStorageSections, MissingProductOrVersionIs1192AndMissingSectionIs1186)
 {
     CAutoPtr<SettingsStorage> pStorage = CreateWithSection();
-    const std::wstring wstrBefore = QZSTD::Utf8ToWide(QZSSTEST::ReadBytes(m_wstrPath));
+    const std::wstring wstrBefore = QZSTD::Utf8ToWide(QZTEST::ReadFileBytes(m_wstrPath));
     using QZSTD::Err::MODULE;
     using QZSTD::Err::NOT_FOUND;
     using QZSTD::Err::PRODUCT_MISSING;
@@ -343,7 +334,7 @@ TEST_F(SettingsStorageSections, MissingProductOrVersionIs1192AndMissingSectionIs
                         NOT_FOUND));
     EXPECT_FALSE(pStorage->SectionExists(PRODUCT, VERSION, L"other"));
     EXPECT_FALSE(pStorage->SectionExists(L"9999", VERSION, SECTION));
-    EXPECT_EQ(QZSTD::Utf8ToWide(QZSSTEST::ReadBytes(m_wstrPath)), wstrBefore)
+    EXPECT_EQ(QZSTD::Utf8ToWide(QZTEST::ReadFileBytes(m_wstrPath)), wstrBefore)
         << "a failed call wrote the file";
 }
 
@@ -449,7 +440,7 @@ TEST_F(SettingsStorageSections, EachCallSeesWhatOtherStorageObjectsWrote)
 TEST_F(SettingsStorageSections, ReadOnlyStorageRefusesChanges)
 {
     CreateWithSection()->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 1));
-    const std::string strBefore = QZSSTEST::ReadBytes(m_wstrPath);
+    const std::string strBefore = QZTEST::ReadFileBytes(m_wstrPath);
     CAutoPtr<SettingsStorage> pStorage = SettingsStorage::OpenReadOnly(m_wstrPath);
     EXPECT_TRUE(pStorage->IsReadOnly());
     using QZSTD::SsErr::MODULE;
@@ -465,7 +456,7 @@ TEST_F(SettingsStorageSections, ReadOnlyStorageRefusesChanges)
                         READ_ONLY));
     EXPECT_TRUE(
         IsError(ErrorOf([&] { pStorage->DeleteSection(PRODUCT, VERSION, SECTION); }), MODULE, READ_ONLY));
-    EXPECT_EQ(QZSSTEST::ReadBytes(m_wstrPath), strBefore);
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), strBefore);
 }
 
 TEST_F(SettingsStorageSections, BadArgumentsAre1187)
@@ -491,8 +482,8 @@ TEST_F(SettingsStorageFile, OpeningAMissingFileReadOnlyIs1205WithThePath)
     const std::optional<QZError> error = ErrorOf([&] { SettingsStorage::OpenReadOnly(m_wstrPath); });
     ASSERT_TRUE(IsError(error, QZSTD::Err::MODULE, QZSTD::Err::FILE_NOT_FOUND));
     EXPECT_EQ(error->GetArgs(), std::vector<std::wstring>{m_wstrPath});
-    EXPECT_FALSE(QZSSTEST::PathExists(m_wstrPath));
-    EXPECT_FALSE(QZSSTEST::PathExists(m_wstrPath + L".lock"));
+    EXPECT_FALSE(QZTEST::PathExists(m_wstrPath));
+    EXPECT_FALSE(QZTEST::PathExists(m_wstrPath + L".lock"));
     EXPECT_TRUE(IsError(ErrorOf([&] { SettingsStorage::OpenReadOnly(m_folder.Join(L"no/such/folder.xml")); }),
                         QZSTD::Err::MODULE, QZSTD::Err::FILE_NOT_FOUND));
 }
@@ -503,30 +494,30 @@ TEST_F(SettingsStorageFile, OpenOrCreateMakesTheFolderChainAndAnEmptyStorage)
     CAutoPtr<SettingsStorage> pStorage = SettingsStorage::OpenOrCreate(wstrPath);
     EXPECT_EQ(pStorage->GetPath(), wstrPath);
     EXPECT_FALSE(pStorage->IsReadOnly());
-    EXPECT_TRUE(QZSSTEST::PathExists(wstrPath));
+    EXPECT_TRUE(QZTEST::PathExists(wstrPath));
     EXPECT_TRUE(SettingsStorage::OpenReadOnly(wstrPath)->EnumProducts().empty());
     pStorage->CreateSection(PRODUCT, VERSION, SECTION);
     pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 1));
     SettingsStorage::OpenOrCreate(wstrPath);  // an existing storage is kept
     EXPECT_TRUE(SameParams(OneInt(L"a", 1), ReadBack(wstrPath)));
-    EXPECT_FALSE(QZSSTEST::PathExists(QZSTD::TemporaryPathOf(wstrPath)));
+    EXPECT_FALSE(QZTEST::PathExists(QZSTD::TemporaryPathOf(wstrPath)));
 }
 
 TEST_F(SettingsStorageFile, AFailedWriteLeavesThePreviousContent)
 {
     CAutoPtr<SettingsStorage> pStorage = CreateWithSection();
     pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 1));
-    const std::string strBefore = QZSSTEST::ReadBytes(m_wstrPath);
+    const std::string strBefore = QZTEST::ReadFileBytes(m_wstrPath);
     // A folder where the temporary file must go makes the write fail before any byte is written.
     const std::wstring wstrTmp = QZSTD::TemporaryPathOf(m_wstrPath);
-    QZSSTEST::MakeFolder(wstrTmp);
+    QZTEST::MakeFolder(wstrTmp);
     const std::optional<QZError> error =
         ErrorOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 2)); });
     EXPECT_TRUE(IsError(error, QZSTD::SsErr::MODULE, QZSTD::SsErr::WRITE_FAILED));
     EXPECT_NE(error->GetMessage().find(wstrTmp), std::wstring::npos) << error->what();
-    EXPECT_EQ(QZSSTEST::ReadBytes(m_wstrPath), strBefore);
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), strBefore);
     EXPECT_TRUE(SameParams(OneInt(L"a", 1), ReadBack(m_wstrPath)));
-    QZSSTEST::RemoveAll(wstrTmp);
+    QZTEST::RemoveAll(wstrTmp);
     pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 3));
     EXPECT_TRUE(SameParams(OneInt(L"a", 3), ReadBack(m_wstrPath)));
 }
@@ -536,15 +527,14 @@ TEST_F(SettingsStorageFile, AWriteThatRunsOutOfSpaceMidwayLeavesThePreviousConte
 {
     CAutoPtr<SettingsStorage> pStorage = CreateWithSection();
     pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 1));
-    const std::string strBefore = QZSSTEST::ReadBytes(m_wstrPath);
+    const std::string strBefore = QZTEST::ReadFileBytes(m_wstrPath);
     // /dev/full takes the open and fails the write with ENOSPC, as a full disk does.
     const std::string strTmp = QZSTD::WideToUtf8(QZSTD::TemporaryPathOf(m_wstrPath));
     ASSERT_EQ(::symlink("/dev/full", strTmp.c_str()), 0);
     EXPECT_TRUE(IsError(ErrorOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, EveryType()); }),
                         QZSTD::SsErr::MODULE, QZSTD::SsErr::WRITE_FAILED));
-    EXPECT_EQ(QZSSTEST::ReadBytes(m_wstrPath), strBefore);
-    EXPECT_FALSE(QZSSTEST::PathExists(QZSTD::TemporaryPathOf(m_wstrPath)))
-        << "the failed temporary file stays";
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), strBefore);
+    EXPECT_FALSE(QZTEST::PathExists(QZSTD::TemporaryPathOf(m_wstrPath))) << "the failed temporary file stays";
 }
 #endif
 
@@ -650,14 +640,14 @@ TEST_F(SettingsStorageFile, MalformedFilesAreReportedAndLeftUntouched)
 {
     for (const MalformedCase& c : MalformedCases()) {
         SCOPED_TRACE(c.szWhat);
-        QZSSTEST::WriteBytes(m_wstrPath, c.strXml);
+        QZTEST::WriteFileBytes(m_wstrPath, c.strXml);
         const std::optional<QZError> error = ErrorOf([&] { SettingsStorage::OpenReadOnly(m_wstrPath); });
         ASSERT_TRUE(IsError(error, QZSTD::SsErr::MODULE, c.nCode));
         EXPECT_NE(error->GetMessage().find(m_wstrPath), std::wstring::npos) << error->what();
         EXPECT_NE(error->GetMessage().find(c.szExpected), std::wstring::npos) << error->what();
         EXPECT_TRUE(IsError(ErrorOf([&] { SettingsStorage::OpenOrCreate(m_wstrPath); }), QZSTD::SsErr::MODULE,
                             c.nCode));
-        EXPECT_EQ(QZSSTEST::ReadBytes(m_wstrPath), c.strXml) << "a malformed storage was overwritten";
+        EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), c.strXml) << "a malformed storage was overwritten";
         // The in-memory reader says the same, for the fuzz target.
         EXPECT_TRUE(IsError(ErrorOf([&] { SettingsStorage::ParseForTest(c.strXml.data(), c.strXml.size()); }),
                             QZSTD::SsErr::MODULE, c.nCode));
@@ -666,8 +656,8 @@ TEST_F(SettingsStorageFile, MalformedFilesAreReportedAndLeftUntouched)
 
 TEST_F(SettingsStorageFile, MalformedContentIsReportedWithItsLine)
 {
-    QZSSTEST::WriteBytes(m_wstrPath, InSection("<value name=\"a\" type=\"INT_T\" value=\"1\"/>\n"
-                                               "<value name=\"b\" type=\"NOPE_T\" value=\"1\"/>"));
+    QZTEST::WriteFileBytes(m_wstrPath, InSection("<value name=\"a\" type=\"INT_T\" value=\"1\"/>\n"
+                                                 "<value name=\"b\" type=\"NOPE_T\" value=\"1\"/>"));
     const std::optional<QZError> error = ErrorOf([&] { SettingsStorage::OpenReadOnly(m_wstrPath); });
     ASSERT_TRUE(error.has_value());
     EXPECT_NE(error->GetMessage().find(L"at line 7: unknown type name \"NOPE_T\""), std::wstring::npos)
@@ -678,18 +668,18 @@ TEST_F(SettingsStorageFile, AStorageDamagedAfterOpeningIsNotOverwrittenByAChange
 {
     CAutoPtr<SettingsStorage> pStorage = CreateWithSection();
     const std::string strDamaged = "<settings_storage format=\"1\"><product";
-    QZSSTEST::WriteBytes(m_wstrPath, strDamaged);
+    QZTEST::WriteFileBytes(m_wstrPath, strDamaged);
     EXPECT_TRUE(
         IsError(ErrorOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 1)); }),
                 QZSTD::SsErr::MODULE, QZSTD::SsErr::NOT_XML));
     EXPECT_TRUE(IsError(ErrorOf([&] { pStorage->ReadSection(PRODUCT, VERSION, SECTION); }),
                         QZSTD::SsErr::MODULE, QZSTD::SsErr::NOT_XML));
-    EXPECT_EQ(QZSSTEST::ReadBytes(m_wstrPath), strDamaged);
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), strDamaged);
 }
 
 TEST_F(SettingsStorageFile, HandWrittenFileInTheDocumentedLayoutReads)
 {
-    QZSSTEST::WriteBytes(m_wstrPath, R"(<?xml version="1.0" encoding="UTF-8"?>
+    QZTEST::WriteFileBytes(m_wstrPath, R"(<?xml version="1.0" encoding="UTF-8"?>
 <!-- edited by hand -->
 <settings_storage format="1">
     <product name="1103">
@@ -765,14 +755,14 @@ TEST(SettingsStorageParseForTest, CanonicalTextReadsBackToItself)
 class SettingsStorageLocalPath : public ::testing::Test
 {
 protected:
-    void SetUp() override { m_wstrSaved = QZSSTEST::GetEnv(QZSTD::LOCAL_SS_PATH_ENV); }
-    void TearDown() override { QZSSTEST::SetEnv(QZSTD::LOCAL_SS_PATH_ENV, m_wstrSaved); }
+    void SetUp() override { m_wstrSaved = QZTEST::GetEnv(QZSTD::LOCAL_SS_PATH_ENV); }
+    void TearDown() override { QZTEST::SetEnv(QZSTD::LOCAL_SS_PATH_ENV, m_wstrSaved); }
     std::wstring m_wstrSaved;
 };
 
 TEST_F(SettingsStorageLocalPath, DefaultsToTheMachineWideDataFolder)
 {
-    QZSSTEST::SetEnv(QZSTD::LOCAL_SS_PATH_ENV, L"");
+    QZTEST::SetEnv(QZSTD::LOCAL_SS_PATH_ENV, L"");
     const std::wstring wstrPath = QZSTD::GetLocalSettingsStoragePath();
 #ifdef _WIN32
     EXPECT_NE(wstrPath.find(L"\\QZ\\SettingsStorage\\local_ss.xml"), std::wstring::npos);
@@ -784,9 +774,9 @@ TEST_F(SettingsStorageLocalPath, DefaultsToTheMachineWideDataFolder)
 
 TEST_F(SettingsStorageLocalPath, EnvironmentOverrideLetsTheServerIdBeReadFromATestFile)
 {
-    QZSSTEST::TempFolder folder;
+    QZTEST::TempFolder folder;
     const std::wstring wstrPath = folder.Join(L"agent/local_ss.xml");
-    QZSSTEST::SetEnv(QZSTD::LOCAL_SS_PATH_ENV, wstrPath);
+    QZTEST::SetEnv(QZSTD::LOCAL_SS_PATH_ENV, wstrPath);
     ASSERT_EQ(QZSTD::GetLocalSettingsStoragePath(), wstrPath);
 
     // What the management agent does.
