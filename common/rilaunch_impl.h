@@ -1,0 +1,55 @@
+// Between the portable part of the agent's launcher (rilaunch.cpp) and its platform parts: the job
+// waiter's loop is written once and asks the platform only these questions.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/rilaunch.h"
+
+namespace QZRI::Detail {
+
+enum class SliceResult
+{
+    EXITED,
+    SHUTDOWN,
+    TIMEOUT,
+};
+
+// The started program and its job (Windows) or process group (POSIX).
+class JobTarget
+{
+public:
+    virtual ~JobTarget() = default;
+    virtual long Pid() const = 0;
+    // Waits up to nMs for the program's exit, ending early when the shutdown event is signalled.
+    virtual SliceResult WaitProcess(long nMs) = 0;
+    // Waits nMs, ending early only on the shutdown event.
+    virtual void SleepSlice(long nMs) = 0;
+    // False when the program could not be put in a job of its own: then only the program is waited for.
+    virtual bool HasJob() const = 0;
+    virtual bool JobHasActiveProcesses() = 0;
+    // True while a process in the job runs an image whose file name is in vecImages (ASCII case ignored).
+    virtual bool JobRunsListedImage(const std::vector<std::wstring>& vecImages) = 0;
+    // A zero wait: false while the program runs, else true with its exit code.
+    virtual bool TryGetExitCode(uint32_t* pnExitCode) = 0;
+};
+
+// Wraps a target into the job waiter; nWaitMode 0..2 (3 raises 1194).
+QZSTD::LaunchWaiter* CreateJobWaiter(std::unique_ptr<JobTarget> pTarget, int nWaitMode,
+                                     std::vector<std::wstring> vecImages);
+
+// Refuses what the launch cannot do before anything starts: a raised shutdown (1199), a bad out pointer,
+// wait mode 3 (1194) or an unknown one (1187 "nWaitMode").
+void CheckLaunchPreconditions(int nWaitMode, QZSTD::LaunchWaiter** ppLaunchWaiter);
+
+// True when the two image file names match, ASCII case ignored.
+bool SameImageName(const std::wstring& a, const std::wstring& b);
+// The file name part of a path ('\\' and '/' both separate).
+std::wstring FileNamePart(const std::wstring& wstrPath);
+
+LogonUserFn GetLogonUserOverride();
+
+}  // namespace QZRI::Detail

@@ -1,0 +1,232 @@
+// The standard launcher and waiter against real child processes: the test executable re-runs itself as
+// the child (tests/std/process/testchild.h). The same tests run natively and under Wine.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "std/par/paramshelpers.h"
+#include "std/process/launch.h"
+#include "std/shutdown.h"
+#include "tests/std/process/testchild.h"
+
+namespace {
+
+const bool g_bChildMode = QZTEST::RunChildModeIfAsked();
+
+using QZSTD::CAutoPtr;
+using QZSTD::LaunchWaiter;
+
+std::wstring SelfCommand()
+{
+    return L"\"" + QZTEST::SelfPath().wstring() + L"\"";
+}
+
+CAutoPtr<QZPAR::Params> ChildEnv(const wchar_t* szMode)
+{
+    CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
+    QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", szMode);
+    return pEnv;
+}
+
+CAutoPtr<LaunchWaiter> StartChild(const wchar_t* szMode, const wchar_t* szStdOut = nullptr)
+{
+    CAutoPtr<LaunchWaiter> pWaiter;
+    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, szStdOut, nullptr, nullptr, ChildEnv(szMode), &pWaiter);
+    return pWaiter;
+}
+
+template <class F>
+int ErrorCodeOf(F&& f, const char* szModule = QZSTD::Err::MODULE)
+{
+    try {
+        f();
+    } catch (const QZSTD::QZError& e) {
+        return e.GetModule() == szModule ? e.GetCode() : -e.GetCode();
+    }
+    return 0;
+}
+
+class LaunchTest : public ::testing::Test
+{
+protected:
+    void TearDown() override { QZSTD::ResetShutdownForTests(); }
+};
+
+TEST_F(LaunchTest, WaitReportsTheChildsExitCode)
+{
+    ASSERT_FALSE(g_bChildMode);
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"exit:42");
+    EXPECT_TRUE(pWaiter->Wait(-1));
+    EXPECT_EQ(42u, pWaiter->ExitCode());
+}
+
+#ifdef _WIN32
+TEST_F(LaunchTest, ExitCodeAbove255IsKeptWhole)
+{
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"exit:3010");
+    EXPECT_TRUE(pWaiter->Wait(-1));
+    EXPECT_EQ(3010u, pWaiter->ExitCode());
+}
+#endif
+
+TEST_F(LaunchTest, TimeoutZeroReturnsFalseForARunningChildAndMinusOneWaitsItOut)
+{
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"sleep:3000");
+    EXPECT_FALSE(pWaiter->Wait(0));
+    EXPECT_EQ(QZSTD::Err::UNSUPPORTED, ErrorCodeOf([&] { pWaiter->ExitCode(); }));
+    EXPECT_TRUE(pWaiter->Wait(-1));
+    EXPECT_EQ(0u, pWaiter->ExitCode());
+    EXPECT_TRUE(pWaiter->Wait(0));
+}
+
+TEST_F(LaunchTest, NegativeTimeoutOtherThanMinusOneBreaksThePrecondition)
+{
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"exit:0");
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { pWaiter->Wait(-2); }));
+    CAutoPtr<QZSTD::LaunchWaiter2> pWaiter2 = QZSTD::QueryInterface<QZSTD::LaunchWaiter2>(pWaiter);
+    ASSERT_TRUE(pWaiter2);
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { pWaiter2->Wait(-1); }));
+    EXPECT_TRUE(pWaiter->Wait(-1));
+}
+
+TEST_F(LaunchTest, ShutdownFromAnotherThreadEndsTheWaitWith1199)
+{
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"sleep:4000");
+    std::thread t([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        QZSTD::RaiseShutdown();
+    });
+    const auto tpStart = std::chrono::steady_clock::now();
+    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { pWaiter->Wait(-1); }));
+    t.join();
+    // Only a hang detector: the child sleeps 4 s, the wait must have ended long before it exits.
+    EXPECT_LT(std::chrono::steady_clock::now() - tpStart, std::chrono::seconds(10));
+    // The face without shutdown still waits while the flag is up, and sees the child still running.
+    CAutoPtr<QZSTD::LaunchWaiter2> pWaiter2 = QZSTD::QueryInterface<QZSTD::LaunchWaiter2>(pWaiter);
+    ASSERT_TRUE(pWaiter2);
+    EXPECT_FALSE(pWaiter2->Wait(0));
+    EXPECT_TRUE(pWaiter2->Wait(60000));
+    EXPECT_EQ(0u, pWaiter->ExitCode());
+}
+
+TEST_F(LaunchTest, LaunchIsRefusedOnceShutdownIsRaised)
+{
+    QZSTD::RaiseShutdown();
+    EXPECT_TRUE(QZSTD::IsShutdownRaised());
+    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { StartChild(L"exit:0"); }));
+    QZSTD::ResetShutdownForTests();
+    EXPECT_FALSE(QZSTD::IsShutdownRaised());
+}
+
+TEST_F(LaunchTest, InterfaceLookupAnswersExactlyItsNames)
+{
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"exit:0");
+    for (const char* szIid :
+         {"QZSTD::QZBaseQI", "QZSTD::LaunchWaiter", "QZSTD::LaunchWaiter2", "QZSTD::ProcessPid"}) {
+        void* pv = nullptr;
+        EXPECT_TRUE(pWaiter->QueryInterface(szIid, &pv)) << szIid;
+        ASSERT_NE(nullptr, pv);
+        pWaiter->Release();  // the reference the lookup took, on the same object
+    }
+    void* pv = nullptr;
+    EXPECT_FALSE(pWaiter->QueryInterface("QZSTD::LaunchWaiterImpl", &pv));
+    EXPECT_FALSE(pWaiter->QueryInterface("QZPAR::Params", &pv));
+    EXPECT_EQ(nullptr, pv);
+    EXPECT_EQ(QZSTD::Err::ASSERTION,
+              ErrorCodeOf([&] { pWaiter->QueryInterface("QZSTD::LaunchWaiter", nullptr); }));
+    void* pvWaiter2 = nullptr;
+    ASSERT_TRUE(pWaiter->QueryInterface("QZSTD::LaunchWaiter2", &pvWaiter2));
+    CAutoPtr<QZSTD::LaunchWaiter2> pWaiter2 =
+        CAutoPtr<QZSTD::LaunchWaiter2>::Adopt(static_cast<QZSTD::LaunchWaiter2*>(pvWaiter2));
+    EXPECT_TRUE(pWaiter2->Wait(60000));  // the pointer is the LaunchWaiter2 face itself
+    CAutoPtr<QZSTD::ProcessPid> pPid = QZSTD::QueryInterface<QZSTD::ProcessPid>(pWaiter);
+    ASSERT_TRUE(pPid);
+    EXPECT_GT(pPid->GetPid(), 0);
+    EXPECT_TRUE(pWaiter->Wait(-1));
+}
+
+TEST_F(LaunchTest, SyncLaunchCapturesOutputAndErrorAndPassesTheEnvironment)
+{
+    QZTEST::TempDir dir;
+    const std::wstring wstrOut = (dir.Path() / "out.txt").wstring();
+    uint32_t nExitCode = 99;
+    ASSERT_TRUE(QZSTD_LaunchSync(SelfCommand().c_str(), nullptr, wstrOut.c_str(), ChildEnv(L"echo"), 60000,
+                                 &nExitCode));
+    EXPECT_EQ(0u, nExitCode);
+    std::wstring wstrText;
+    QZSTD_ReadLaunchOutput(wstrOut.c_str(), &wstrText);
+    EXPECT_NE(std::wstring::npos, wstrText.find(L"out-line"));
+    EXPECT_NE(std::wstring::npos, wstrText.find(L"err-line"));
+
+    CAutoPtr<QZPAR::Params> pEnv = ChildEnv(L"env:QZ_TEST_VALUE");
+    QZPAR::SetStringValue(pEnv, L"QZ_TEST_VALUE", L"value-42");
+    ASSERT_TRUE(QZSTD_LaunchSync(SelfCommand().c_str(), nullptr, wstrOut.c_str(), pEnv, 60000, &nExitCode));
+    QZSTD_ReadLaunchOutput(wstrOut.c_str(), &wstrText);
+    EXPECT_EQ(L"value-42", wstrText);
+}
+
+TEST_F(LaunchTest, ReadOutputChecksItsArguments)
+{
+    std::wstring wstrText;
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { QZSTD_ReadLaunchOutput(nullptr, &wstrText); }));
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { QZSTD_ReadLaunchOutput(L"x", nullptr); }));
+    QZTEST::TempDir dir;
+    EXPECT_EQ(QZSTD::Err::FILE_NOT_FOUND, ErrorCodeOf([&] {
+                  QZSTD_ReadLaunchOutput((dir.Path() / "none").wstring().c_str(), &wstrText);
+              }));
+}
+
+TEST_F(LaunchTest, AProgramThatDoesNotExistRaisesTheSystemError)
+{
+    CAutoPtr<LaunchWaiter> pWaiter;
+    const int nCode = ErrorCodeOf(
+        [&] {
+            QZSTD_LaunchAsync(L"qz-no-such-program-4711", nullptr, nullptr, nullptr, nullptr, nullptr,
+                              &pWaiter);
+        },
+        QZSTD::SYSTEM_MODULE);
+    EXPECT_EQ(2, nCode);  // ERROR_FILE_NOT_FOUND and ENOENT are both 2
+    EXPECT_FALSE(pWaiter);
+}
+
+TEST_F(LaunchTest, LaunchChecksItsArguments)
+{
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"exit:0");
+    LaunchWaiter* pRaw = pWaiter.Get();
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] {
+                  QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, nullptr, nullptr, nullptr, nullptr,
+                                    &pRaw);
+              }));
+    LaunchWaiter* pNull = nullptr;
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] {
+                  QZSTD_LaunchAsync(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &pNull);
+              }));
+    EXPECT_EQ(nullptr, pNull);
+    EXPECT_TRUE(pWaiter->Wait(-1));
+}
+
+TEST(MergeEnvironmentTest, AdditionReplacesByNameAndAppendsTheRest)
+{
+    CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
+    QZPAR::SetStringValue(pEnv, L"path", L"C:\\new");
+    QZPAR::SetStringValue(pEnv, L"EXTRA", L"a=b");
+    const std::vector<std::wstring> vecBase = {L"=C:=C:\\dir", L"PATH=C:\\old", L"TEMP=x"};
+    EXPECT_EQ((std::vector<std::wstring>{L"=C:=C:\\dir", L"path=C:\\new", L"TEMP=x", L"EXTRA=a=b"}),
+              QZSTD::MergeEnvironment(vecBase, pEnv, true));
+    EXPECT_EQ((std::vector<std::wstring>{L"=C:=C:\\dir", L"PATH=C:\\old", L"TEMP=x", L"EXTRA=a=b",
+                                         L"path=C:\\new"}),
+              QZSTD::MergeEnvironment(vecBase, pEnv, false));
+    EXPECT_EQ(vecBase, QZSTD::MergeEnvironment(vecBase, nullptr, true));
+}
+
+TEST(MergeEnvironmentTest, ANameWithEqualsSignIsRefused)
+{
+    CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
+    QZPAR::SetStringValue(pEnv, L"A=B", L"1");
+    EXPECT_EQ(QZSTD::Err::BAD_PARAM, ErrorCodeOf([&] { QZSTD::MergeEnvironment({}, pEnv, true); }));
+}
+
+}  // namespace
