@@ -173,7 +173,7 @@ TEST(BreakawayDecisionTest, OnlyAJobWithoutBreakawayOkKeepsTheFlagOff)
     EXPECT_FALSE(QZRI::ShouldBreakAwayFromJob(true, 0x1000));  // silent breakaway is another flag
 }
 
-TEST(ResultScriptTest, BatchLinesAreExactlyTheRecordingOnes)
+TEST(ResultScriptTest, BatchLinesAreTheRecordingOnesShellFormQuotesEveryWord)
 {
     EXPECT_EQ(
         L"echo off\r\n"
@@ -185,10 +185,6 @@ TEST(ResultScriptTest, BatchLinesAreExactlyTheRecordingOnes)
         L"echo ready=1 >> C:\\r.ini\r\n",
         QZRI::BuildResultBatchScript(L"setup.exe /s", L"C:\\pkg dir", L"C:\\r.ini"));
     EXPECT_EQ(0u, QZRI::BuildResultBatchScript(L"a", L"", L"r").find(L"echo off\r\ncall a\r\n"));
-}
-
-TEST(ResultScriptTest, ShellFormQuotesEveryWord)
-{
     const std::wstring wstr = QZRI::BuildResultShellScript(L"\"/opt/my app\" it's", L"/d", L"/r 1.ini");
     EXPECT_NE(std::wstring::npos, wstr.find(L"\ncd '/d'\n'/opt/my app' 'it'\\''s'\ncmd_proc_rslt=$?\n"));
     EXPECT_NE(std::wstring::npos, wstr.find(L"echo \"result=$cmd_proc_rslt\" >> '/r 1.ini'\n"));
@@ -214,14 +210,6 @@ TEST_F(RiLaunchTest, WaitModeThreeIsRefusedBeforeAnythingStarts)
               }));
 }
 
-TEST_F(RiLaunchTest, ModeOneReturnsOnlyAfterTheGrandchildWithTheFirstProgramsExitCode)
-{
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:1000", QZRI::WAIT_WHOLE_JOB);
-    EXPECT_TRUE(pWaiter->Wait(-1));
-    EXPECT_TRUE(std::filesystem::exists(Marker()));
-    EXPECT_EQ(7u, pWaiter->ExitCode());
-}
-
 TEST_F(RiLaunchTest, ModeZeroReturnsWhenTheStartedProgramEnds)
 {
     CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000", QZRI::WAIT_PROCESS_ONLY);
@@ -232,7 +220,7 @@ TEST_F(RiLaunchTest, ModeZeroReturnsWhenTheStartedProgramEnds)
     EXPECT_TRUE(AppearsWithin(Marker(), std::chrono::seconds(60)));
 }
 
-TEST_F(RiLaunchTest, ModeOneTimesOutAndStopsOnShutdownWhileTheGrandchildRuns)
+TEST_F(RiLaunchTest, ModeOneWaitsForTheGrandchildTimesOutAndStopsOnShutdown)
 {
     CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000", QZRI::WAIT_WHOLE_JOB);
     EXPECT_FALSE(pWaiter->Wait(0));
@@ -246,8 +234,9 @@ TEST_F(RiLaunchTest, ModeOneTimesOutAndStopsOnShutdownWhileTheGrandchildRuns)
     EXPECT_FALSE(std::filesystem::exists(Marker()));
     EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { pWaiter->Wait(-2); }));
     QZSTD::ResetShutdownForTests();
-    EXPECT_TRUE(pWaiter->Wait(-1));
+    EXPECT_TRUE(pWaiter->Wait(-1));  // only after the grandchild, with the first program's exit code
     EXPECT_TRUE(std::filesystem::exists(Marker()));
+    EXPECT_EQ(7u, pWaiter->ExitCode());
 }
 
 TEST_F(RiLaunchTest, ModeTwoWaitsForListedImagesOnly)
@@ -348,21 +337,15 @@ private:
     QZRI::LogonUserFn m_pfnOld;
 };
 
-TEST_F(RiLaunchTest, AnEmptyUserNameNeverLogsOn)
-{
-    LogonSeam seam(&FailingLogon);
-    g_nLogonCalls = 0;
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"exit:5", QZRI::WAIT_PROCESS_ONLY);
-    EXPECT_TRUE(pWaiter->Wait(-1));
-    EXPECT_EQ(5u, pWaiter->ExitCode());
-    EXPECT_EQ(0, g_nLogonCalls);
-}
-
 TEST_F(RiLaunchTest, CredentialsGoToTheLogonSplitOrAreRefusedWhereThereIsNone)
 {
     LogonSeam seam(&FailingLogon);
     g_nLogonCalls = 0;
-    CAutoPtr<LaunchWaiter> pWaiter;
+    CAutoPtr<LaunchWaiter> pWaiter = Start(L"exit:5", QZRI::WAIT_PROCESS_ONLY);  // no user: no logon
+    EXPECT_TRUE(pWaiter->Wait(-1));
+    EXPECT_EQ(5u, pWaiter->ExitCode());
+    EXPECT_EQ(0, g_nLogonCalls);
+    pWaiter.Reset();
     const int nCode = ErrorCodeOf(
         [&] {
             QZRI::LaunchAsync(SelfCommand(), L"", L"", Env(L"sleep:0"), false, L"DOM\\someone", L"pw", 0,
@@ -529,42 +512,41 @@ protected:
     std::vector<std::wstring> m_vecAsked;
 };
 
-TEST_F(JobWaiterLoopTest, WithoutAJobEveryModeWaitsForTheProgramAlone)
+TEST_F(JobWaiterLoopTest, EachModeSleepsOnlyWhileWhatItWaitsForRuns)
 {
-    CAutoPtr<LaunchWaiter> pWaiter = Make(QZRI::WAIT_WHOLE_JOB, [](FakeTarget& t) {
-        t.m_bHasJob = false;
-        t.m_nActiveRounds = 1000;
-    });
-    EXPECT_TRUE(pWaiter->Wait(-1));
-    EXPECT_EQ(0, m_nSleeps);
-    EXPECT_EQ(3010u, pWaiter->ExitCode());
-}
-
-TEST_F(JobWaiterLoopTest, ModeOneSleepsASliceWhileTheJobHasProcesses)
-{
-    CAutoPtr<LaunchWaiter> pWaiter = Make(QZRI::WAIT_WHOLE_JOB, [](FakeTarget& t) { t.m_nActiveRounds = 3; });
-    EXPECT_TRUE(pWaiter->Wait(-1));
-    EXPECT_EQ(3, m_nSleeps);
-    EXPECT_TRUE(m_vecAsked.empty());
-}
-
-TEST_F(JobWaiterLoopTest, ModeTwoWaitsOnlyWhileAListedImageRuns)
-{
-    CAutoPtr<LaunchWaiter> pWaiter = Make(QZRI::WAIT_LISTED_IMAGES, [](FakeTarget& t) {
-        t.m_nActiveRounds = 1000;
-        t.m_nListedRounds = 2;
-    });
-    EXPECT_TRUE(pWaiter->Wait(-1));
-    EXPECT_EQ(2, m_nSleeps);
-    EXPECT_EQ(std::vector<std::wstring>{L"msiexec.exe"}, m_vecAsked);
-}
-
-TEST_F(JobWaiterLoopTest, ModeZeroNeverLooksAtTheJob)
-{
-    CAutoPtr<LaunchWaiter> pWaiter =
-        Make(QZRI::WAIT_PROCESS_ONLY, [](FakeTarget& t) { t.m_nActiveRounds = 1000; });
-    EXPECT_TRUE(pWaiter->Wait(0));
-    EXPECT_EQ(0, m_nSleeps);
+    struct Row
+    {
+        const char* szWhat;
+        int nMode;
+        bool bHasJob;
+        int nActiveRounds;
+        int nListedRounds;
+        long nTimeout;
+        int nSleeps;
+        bool bAsksForListedImages;
+    };
+    const Row rows[] = {
+        {"no job: the program alone", QZRI::WAIT_WHOLE_JOB, false, 1000, 0, -1, 0, false},
+        {"mode 1: a slice per active round", QZRI::WAIT_WHOLE_JOB, true, 3, 0, -1, 3, false},
+        {"mode 2: only while a listed image runs", QZRI::WAIT_LISTED_IMAGES, true, 1000, 2, -1, 2, true},
+        {"mode 0: never looks at the job", QZRI::WAIT_PROCESS_ONLY, true, 1000, 1000, 0, 0, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        m_nSleeps = 0;
+        m_vecAsked.clear();
+        CAutoPtr<LaunchWaiter> pWaiter = Make(row.nMode, [&](FakeTarget& t) {
+            t.m_bHasJob = row.bHasJob;
+            t.m_nActiveRounds = row.nActiveRounds;
+            t.m_nListedRounds = row.nListedRounds;
+        });
+        EXPECT_TRUE(pWaiter->Wait(row.nTimeout));
+        EXPECT_EQ(row.nSleeps, m_nSleeps);
+        EXPECT_EQ(row.bAsksForListedImages ? std::vector<std::wstring>{L"msiexec.exe"}
+                                           : std::vector<std::wstring>{},
+                  m_vecAsked);
+        EXPECT_EQ(3010u, pWaiter->ExitCode());
+    }
 }
 
 TEST_F(JobWaiterLoopTest, TheJobPhaseEndsOnTimeOutAndOnShutdown)

@@ -107,52 +107,63 @@ TEST_F(InitializeTest, SilentSwitchIsAWordOfItsOwn)
     EXPECT_FALSE(other.m_bSilentModeCmdLine);
 }
 
-TEST_F(InitializeTest, RestartWithoutRunParamsIsAFreshStartWithCounterZero)
+// A restart as a service takes its state from the run parameters; a fresh start ignores them.
+TEST_F(InitializeTest, RunParamsDecideTheStateOfARestart)
 {
-    ASSERT_TRUE(Initialize(L"QZRI$ID=svc1 QZRI_START_CNT=6"));
-    EXPECT_TRUE(m_data.m_bRestartedAsService);
-    EXPECT_EQ(m_data.m_eAct, QZRI_ACTION_RUN);
-    EXPECT_EQ(m_data.m_nStartCounter, 0);
-    EXPECT_EQ(m_data.m_wstrSavedCmdLine, L"");
-}
-
-TEST_F(InitializeTest, RestartTakesItsStateFromTheRunParams)
-{
-    WriteRunParams(L"2", L"4", L"$HEX_610020006200");
-    ASSERT_TRUE(Initialize(L"QZRI$ID=svc1 QZRI_START_CNT=6"));
-    EXPECT_EQ(m_data.m_eAct, QZRI_ACTION_CHECK_RESULT);
-    EXPECT_EQ(m_data.m_nStartCounter, 4);
-    EXPECT_EQ(m_data.m_wstrSavedCmdLine, L"a b");
-}
-
-TEST_F(InitializeTest, RestartWhileTheSetupRanReportsAnUnexpectedReboot)
-{
-    WriteRunParams(L"1", L"0", L"");
-    EXPECT_FALSE(Initialize(L"QZRI$ID=svc1"));
-    EXPECT_EQ(m_data.m_eInitResult, InitResult::UNEXPECTED_REBOOT);
-    EXPECT_EQ(m_reports.m_vecReports,
-              (std::vector<Report>{{L"QZRI_MSG_DATA_UNEXPECTED_REBOOT", L"Unexpected reboot."}}));
-}
-
-TEST_F(InitializeTest, FreshStartIgnoresARunningSetupLeftInTheRunParams)
-{
-    WriteRunParams(L"1", L"0", L"");
-    EXPECT_TRUE(Initialize(L"TASK_ID=T-1"));
-    EXPECT_EQ(m_data.m_eAct, QZRI_ACTION_RUN);
-    EXPECT_TRUE(m_reports.m_vecReports.empty());
-}
-
-TEST_F(InitializeTest, CorruptRunParamsFailTheRunWithATraceLine)
-{
-    WriteRunParams(L"0", L"0", L"$HEX_6100ZZ00");
-    EXPECT_FALSE(Initialize(L"QZRI$ID=svc1"));
-    EXPECT_EQ(m_data.m_eInitResult, InitResult::FAILED);
+    struct Row
+    {
+        const char* szWhat;
+        const wchar_t* szAction;  // nullptr: no run parameters file
+        const wchar_t* szCounter;
+        const wchar_t* szCmdLine;
+        const wchar_t* szArgs;
+        InitResult eResult;
+        QzriAction eAct;
+        int nCounter;
+        const wchar_t* szSavedCmdLine;
+        const wchar_t* szReport;  // nullptr: nothing reported
+        const wchar_t* szReportText;
+    };
+    const Row rows[] = {
+        {"restart without run params", nullptr, L"", L"", L"QZRI$ID=svc1 QZRI_START_CNT=6", InitResult::OK,
+         QZRI_ACTION_RUN, 0, L"", nullptr, nullptr},
+        {"restart with run params", L"2", L"4", L"$HEX_610020006200", L"QZRI$ID=svc1 QZRI_START_CNT=6",
+         InitResult::OK, QZRI_ACTION_CHECK_RESULT, 4, L"a b", nullptr, nullptr},
+        {"restart while the setup ran", L"1", L"0", L"", L"QZRI$ID=svc1", InitResult::UNEXPECTED_REBOOT,
+         QZRI_ACTION_RUNNING_SETUP, 0, L"", L"QZRI_MSG_DATA_UNEXPECTED_REBOOT", L"Unexpected reboot."},
+        {"fresh start ignores a running setup", L"1", L"0", L"", L"TASK_ID=T-1 QZRI_START_CNT=2",
+         InitResult::OK, QZRI_ACTION_RUN, 2, L"x.exe TASK_ID=T-1 QZRI_START_CNT=2", nullptr, nullptr},
+        {"corrupt run params", L"0", L"0", L"$HEX_6100ZZ00", L"QZRI$ID=svc1", InitResult::FAILED,
+         QZRI_ACTION_RUN, 0, L"", nullptr, nullptr},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        QZTEST::RemoveAll(m_wstrPkg + RUN_PARAMS_FILE);
+        if (row.szAction)
+            WriteRunParams(row.szAction, row.szCounter, row.szCmdLine);
+        QZRITEST::RecordingReports reports;
+        RiWrpData data;
+        const std::wstring wstrLine = std::wstring(L"x.exe ") + row.szArgs;
+        EXPECT_EQ(data.Initialize(QZSTD::SplitCommandLine(wstrLine), wstrLine,
+                                  {&m_os, &m_sessions, &m_serverIds, &reports}),
+                  row.eResult == InitResult::OK);
+        EXPECT_EQ(data.m_eInitResult, row.eResult);
+        const std::vector<Report> vecNone,
+            vecExpected{{row.szReport ? row.szReport : L"", row.szReportText ? row.szReportText : L""}};
+        EXPECT_EQ(reports.m_vecReports, row.szReport ? vecExpected : vecNone);
+        EXPECT_EQ(data.m_bRestartedAsService, wstrLine.find(L"QZRI$ID") != std::wstring::npos);
+        if (row.eResult != InitResult::OK)
+            continue;
+        EXPECT_EQ(data.m_eAct, row.eAct);
+        EXPECT_EQ(data.m_nStartCounter, row.nCounter);
+        EXPECT_EQ(data.m_wstrSavedCmdLine, row.szSavedCmdLine);
+    }
     const std::string strRecords = QZRITEST::Joined(Records());
     EXPECT_NE(strRecords.find("QZRIWRP E RiWrpData::Initialize: #1187 (QZSTD)"), std::string::npos)
         << strRecords;
 }
 
-TEST_F(InitializeTest, MissingPackageDescriptionIsReported)
+TEST_F(InitializeTest, MissingPackageDescriptionFailsAllButTheGuiProcess)
 {
     QZTEST::TempFolder empty;
     m_os.m_wstrModulePath = empty.Path() + L"qzriwrap.exe";
@@ -161,26 +172,28 @@ TEST_F(InitializeTest, MissingPackageDescriptionIsReported)
     EXPECT_EQ(m_data.m_wstrQpdFilePath, L"");
     EXPECT_EQ(m_reports.m_vecReports,
               (std::vector<Report>{{L"QZRI_MSG_DATA_FILE_NOT_EXISTS", L"File does not exist."}}));
-}
 
-TEST_F(InitializeTest, SeveralDescriptionsGiveTheFirstByName)
-{
-    QZTEST::WriteFileBytes(m_wstrPkg + L"a_first.qpd", "[Setup]\r\n");
-    ASSERT_TRUE(Initialize(L""));
-    EXPECT_EQ(m_data.m_wstrQpdFilePath, m_wstrPkg + L"a_first.qpd");
-}
-
-TEST_F(InitializeTest, GuiProcessReadsNoTaskKeysAndNeedsNoPackageDescription)
-{
-    QZTEST::TempFolder empty;
-    m_os.m_wstrModulePath = empty.Path() + L"qzriwrap.exe";
-    ASSERT_TRUE(Initialize(L"QZRI$GUI TASK_ID=T-1 QZRI$ID=svc1 PxgRequest"));
-    EXPECT_TRUE(m_data.m_bGuiProcess);
-    EXPECT_TRUE(m_data.m_bPxgRequest);
-    EXPECT_EQ(m_data.m_wstrTaskId, L"");
-    EXPECT_FALSE(m_data.m_bRestartedAsService);
+    // The GUI process reads no task keys and asks for no sessions.
+    RiWrpData gui;
+    const std::wstring wstrLine = L"x.exe QZRI$GUI TASK_ID=T-1 QZRI$ID=svc1 PxgRequest";
+    m_sessions.m_nCalls = 0;
+    ASSERT_TRUE(gui.Initialize(QZSTD::SplitCommandLine(wstrLine), wstrLine, Services()));
+    EXPECT_TRUE(gui.m_bGuiProcess);
+    EXPECT_TRUE(gui.m_bPxgRequest);
+    EXPECT_EQ(gui.m_wstrTaskId, L"");
+    EXPECT_FALSE(gui.m_bRestartedAsService);
     EXPECT_EQ(m_sessions.m_nCalls, 0);
-    EXPECT_FALSE(m_data.m_bAskUser);
+    EXPECT_FALSE(gui.m_bAskUser);
+}
+
+TEST_F(InitializeTest, FirstDescriptionByNameAndAskUserFromItsSetupSection)
+{
+    QZTEST::WriteFileBytes(m_wstrPkg + L"a_first.qpd", "[Setup]\r\nAskUser=1\r\n");
+    ASSERT_TRUE(Initialize(L"QZRIWRAP_RUN_AS_PATCH"));
+    EXPECT_EQ(m_data.m_wstrQpdFilePath, m_wstrPkg + L"a_first.qpd");
+    EXPECT_TRUE(m_data.m_bAskUser);
+    EXPECT_TRUE(m_data.m_bRunAsPatch);
+    EXPECT_TRUE(QZRITEST::ContainsInOrder(Records(), {InitLine("m_bAskUser = true.")}));
 }
 
 TEST_F(InitializeTest, SessionsAreKeptAndAFailedListIsNoFailure)
@@ -193,15 +206,6 @@ TEST_F(InitializeTest, SessionsAreKeptAndAFailedListIsNoFailure)
     RiWrpData other;
     ASSERT_TRUE(other.Initialize({L"x"}, L"x", Services()));
     EXPECT_TRUE(other.m_vecUserSessions.empty());
-}
-
-TEST_F(InitializeTest, AskUserComesFromTheSetupSection)
-{
-    WriteQpd("[Setup]\r\nAskUser=1\r\n");
-    ASSERT_TRUE(Initialize(L"QZRIWRAP_RUN_AS_PATCH"));
-    EXPECT_TRUE(m_data.m_bAskUser);
-    EXPECT_TRUE(m_data.m_bRunAsPatch);
-    EXPECT_TRUE(QZRITEST::ContainsInOrder(Records(), {InitLine("m_bAskUser = true.")}));
 }
 
 TEST_F(InitializeTest, RebootAgentSettingsDecideRebootImmediately)
@@ -267,25 +271,12 @@ TEST_F(InitializeTest, ManagedByAnotherServerOnlyWithPolicyOneAndTwoDifferentIds
             EXPECT_TRUE(reports.m_vecReports.empty());
         }
     }
-}
-
-TEST_F(InitializeTest, ManagedByAnotherServerTracesPolicyAndBothIds)
-{
-    WriteQpd("[ExtendedSettings]\r\nMgdByOtherSrv=1\r\nServerID=srv-A\r\n");
-    m_serverIds.m_wstrId = L"srv-B";
-    EXPECT_FALSE(Initialize(L""));
+    // The last row's policy and both ids are traced.
     const std::vector<std::string> vecRecords = Records();
     EXPECT_TRUE(QZRITEST::ContainsInOrder(
         vecRecords, {InitLine("nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_NEVER'"),
                      InitLine("wstrParentServerID = 'srv-A'"), InitLine("wstrCurrentServerID = 'srv-B'")}))
         << QZRITEST::Joined(vecRecords);
-}
-
-TEST_F(InitializeTest, UnknownOwnPathFailsTheRun)
-{
-    m_os.m_bModulePathFails = true;
-    EXPECT_FALSE(Initialize(L""));
-    EXPECT_EQ(m_data.m_eInitResult, InitResult::FAILED);
 }
 
 }  // namespace

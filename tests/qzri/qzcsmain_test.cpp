@@ -96,68 +96,61 @@ protected:
     std::vector<std::string> m_vecRecords;
 };
 
-TEST_F(QzcsMainTest, FreshStartRunsTheDriverAndEndsWithItsResult)
+// Which hand-overs run, in which order, and which exit code the run ends with.
+TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
 {
-    m_actions.m_driverResult.m_nResult = 1603;
-    EXPECT_EQ(Run(L"TASK_ID=T-17"), 1603);
-    EXPECT_EQ(m_actions.m_vecCalls, Calls{L"RunExecutable"});
-    EXPECT_TRUE(m_actions.m_bRunDataPublished);
-    EXPECT_EQ(g_pData, nullptr);
-    EXPECT_TRUE(
-        Traced({"QZRIWRP I QZCS_Main: Command line: qzriwrap.exe TASK_ID=T-17",
-                "QZRIWRP I RiWrpData::Initialize: m_wstrTaskId = 'T-17'",
-                "QZRIWRP I QZCS_Main: Ready to run executable.", "QZRIWRP I QZCS_Main: Exit code: 1603."}))
+    struct Row
+    {
+        const char* szWhat;
+        const wchar_t* szRunParamsAction;  // nullptr: no run parameters file
+        const wchar_t* szArgs;
+        int nDriverResult;
+        bool bDriverDeletesOthers;
+        int nCleanupEnd;  // 0: the cleanup lets the run go on
+        int nServiceResult;
+        int nExit;
+        const wchar_t* szCalls;
+        const char* szTraced;
+    };
+    const Row rows[] = {
+        {"fresh start", nullptr, L"TASK_ID=T-17", 1603, false, 0, 0, 1603, L"RunExecutable",
+         "Exit code: 1603."},
+        {"silent start cleans up first", nullptr, L"/s MASTER_SERVICE_ID=m1", 0, false, 0, 0, 0,
+         L"Cleanup(m1) RunExecutable", "Silent mode is enabled, cleanup another RI service id 'm1'."},
+        {"cleanup ends the run", nullptr, L"-S MASTER_SERVICE_ID=m1", 0, false, 24, 0, 24, L"Cleanup(m1)",
+         ""},
+        {"driver asks for cleanup", nullptr, L"service_id=s9 MASTER_SERVICE_ID=m1", 7, true, 0, 0, 7,
+         L"RunExecutable Cleanup(s9)", "Require to delete all another wrappers."},
+        {"service restart for a rerun", L"0", L"QZRI$ID=svc1 /s MASTER_SERVICE_ID=m1", 0, false, 0, 5, 5,
+         L"Cleanup(svc1) RunAsService", "Cleanup another RI services."},
+        {"service restart to check the result", L"2", L"QZRI$ID=svc1", 0, false, 0, 0, 0, L"RunAsService",
+         "Require to work as a service."},
+        {"new reboot worker first", L"0", L"QZRI$ID=svc1 QZRI$RBTWRK /s", 0, false, 0, 0, 0,
+         L"StartNewRebootWorker", "Call for new reboot worker."},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        QZTEST::RemoveAll(m_wstrPkg + RUN_PARAMS_FILE);
+        if (row.szRunParamsAction)
+            WriteRunParams(row.szRunParamsAction);
+        QZRITEST::RecordingActions actions;
+        actions.m_driverResult = {row.nDriverResult, row.bDriverDeletesOthers};
+        if (row.nCleanupEnd)
+            actions.m_nCleanupEnd = row.nCleanupEnd;
+        actions.m_nResult = row.nServiceResult;
+        EXPECT_EQ(Run(row.szArgs, actions), row.nExit);
+        std::wstring wstrCalls;
+        for (const std::wstring& wstrCall : actions.m_vecCalls)
+            wstrCalls += (wstrCalls.empty() ? L"" : L" ") + wstrCall;
+        EXPECT_EQ(wstrCalls, row.szCalls);
+        if (*row.szTraced) {
+            EXPECT_TRUE(Traced({std::string("QZRIWRP I QZCS_Main: ") + row.szTraced})) << Dump();
+        }
+        EXPECT_EQ(actions.m_bRunDataPublished, row.nCleanupEnd == 0);
+        EXPECT_EQ(g_pData, nullptr);
+    }
+    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Command line: qzriwrap.exe QZRI$ID=svc1 QZRI$RBTWRK /s"}))
         << Dump();
-}
-
-TEST_F(QzcsMainTest, SilentStartCleansUpKeepingTheMasterServiceFirst)
-{
-    EXPECT_EQ(Run(L"/s MASTER_SERVICE_ID=m1"), 0);
-    EXPECT_EQ(m_actions.m_vecCalls, (Calls{L"Cleanup(m1)", L"RunExecutable"}));
-    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Ready to run executable.",
-                        "QZRIWRP I QZCS_Main: Silent mode is enabled, cleanup another RI service id 'm1'."}))
-        << Dump();
-}
-
-TEST_F(QzcsMainTest, CleanupThatEndsTheRunKeepsTheDriverFromRunning)
-{
-    m_actions.m_nCleanupEnd = 24;
-    EXPECT_EQ(Run(L"-S MASTER_SERVICE_ID=m1"), 24);
-    EXPECT_EQ(m_actions.m_vecCalls, Calls{L"Cleanup(m1)"});
-}
-
-TEST_F(QzcsMainTest, DriverAskingForItDeletesAllOtherWrappersExceptServiceId)
-{
-    m_actions.m_driverResult = {7, true};
-    EXPECT_EQ(Run(L"service_id=s9 MASTER_SERVICE_ID=m1"), 7);
-    EXPECT_EQ(m_actions.m_vecCalls, (Calls{L"RunExecutable", L"Cleanup(s9)"}));
-    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Require to delete all another wrappers."})) << Dump();
-}
-
-TEST_F(QzcsMainTest, ServiceRestartForARerunCleansUpThenRunsAsService)
-{
-    WriteRunParams(L"0");
-    m_actions.m_nResult = 5;
-    EXPECT_EQ(Run(L"QZRI$ID=svc1 /s MASTER_SERVICE_ID=m1"), 5);
-    EXPECT_EQ(m_actions.m_vecCalls, (Calls{L"Cleanup(svc1)", L"RunAsService"}));
-    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Require to work as a service.",
-                        "QZRIWRP I QZCS_Main: Cleanup another RI services."}))
-        << Dump();
-}
-
-TEST_F(QzcsMainTest, ServiceRestartToCheckTheResultRunsAsServiceOnly)
-{
-    WriteRunParams(L"2");
-    Run(L"QZRI$ID=svc1");
-    EXPECT_EQ(m_actions.m_vecCalls, Calls{L"RunAsService"});
-}
-
-TEST_F(QzcsMainTest, NewRebootWorkerComesBeforeEverythingElse)
-{
-    WriteRunParams(L"0");
-    Run(L"QZRI$ID=svc1 QZRI$RBTWRK /s");
-    EXPECT_EQ(m_actions.m_vecCalls, Calls{L"StartNewRebootWorker"});
-    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Call for new reboot worker."})) << Dump();
 }
 
 TEST_F(QzcsMainTest, ForceRebootMarkerIsRemovedOnceInitialized)

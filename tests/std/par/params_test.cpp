@@ -36,79 +36,67 @@ CAutoPtr<Value> Get(Params* p, const wchar_t* szName)
 
 // ---- single entries ----
 
-TEST(ParamsEntries, AddOfExistingNameFailsAndKeepsOldValue)
-{
-    CAutoPtr<Params> p = CreateParams();
-    p->AddValue(L"n", CreateInt(1));
-    EXPECT_QZ_ERROR(p->AddValue(L"n", CreateInt(2)), PAR, Err::ALREADY_EXISTS, L"n");
-    EXPECT_EQ(GetIntValue(p, L"n"), 1);
-    p->ReplaceValue(L"n", CreateInt(3));
-    EXPECT_EQ(GetIntValue(p, L"n"), 3);
-    EXPECT_EQ(p->GetSize(), 1);
-}
-
-TEST(ParamsEntries, DeleteOfMissingNameReturnsFalseOrThrows)
-{
-    CAutoPtr<Params> p = CreateParams();
-    p->AddValue(L"x", CreateInt(1));
-    EXPECT_FALSE(p->DeleteValue(L"y", false));
-    EXPECT_QZ_ERROR(p->DeleteValue(L"y", true), PAR, Err::DOES_NOT_EXIST, L"y");
-    EXPECT_TRUE(p->DeleteValue(L"x", true));
-    EXPECT_EQ(p->GetSize(), 0);
-    EXPECT_FALSE(p->DoesExist(L"x"));
-}
-
-TEST(ParamsEntries, SetValueOnlyOverwrites)
-{
-    CAutoPtr<Params> p = CreateParams();
-    EXPECT_QZ_ERROR(p->SetValue(L"a", CreateInt(1)), PAR, Err::DOES_NOT_EXIST, L"a");
-    EXPECT_EQ(p->GetSize(), 0);
-    p->AddValue(L"a", CreateInt(1));
-    p->SetValue(L"a", CreateLong(2));
-    EXPECT_EQ(GetLongValue(p, L"a"), 2);
-}
-
-TEST(ParamsEntries, GetOfMissingName)
-{
-    CAutoPtr<Params> p = CreateParams();
-    CAutoPtr<Value> pValue;
-    EXPECT_QZ_ERROR(p->GetValue(L"none", &pValue), PAR, Err::DOES_NOT_EXIST, L"none");
-    EXPECT_FALSE(p->GetValueNoThrow(L"none", &pValue));
-    EXPECT_FALSE(pValue);
-}
-
-TEST(ParamsEntries, BadArgumentsNameTheArgumentAndChangeNothing)
+// Every refused call raises its code naming the argument, and leaves the entries as they were.
+TEST(ParamsEntries, RefusedCallsNameTheArgumentAndChangeNothing)
 {
     CAutoPtr<Params> p = CreateParams();
     p->AddValue(L"keep", CreateInt(1));
     CAutoPtr<Value> pFull = CreateInt(2);
     Value* pRawFull = pFull;
-    const std::vector<std::pair<std::function<void()>, const wchar_t*>> cases = {
-        {[&] { p->AddValue(nullptr, CreateInt(1)); }, L"name"},
-        {[&] { p->AddValue(L"", CreateInt(1)); }, L"name"},
-        {[&] { p->ReplaceValue(L"keep", nullptr); }, L"value"},
-        {[&] { p->SetValue(L"keep", nullptr); }, L"value"},
-        {[&] { p->DeleteValue(L"", true); }, L"name"},
-        {[&] { p->GetValue(L"keep", nullptr); }, L"ppValue"},
-        {[&] { p->GetValueNoThrow(L"keep", &pRawFull); }, L"ppValue"},
-        {[&] { p->Compare(nullptr); }, L"pParams"},
-        {[&] { p->CopyFrom(nullptr); }, L"pSrc"},
-        {[&] { p->CopyFromShared(nullptr); }, L"pSrc"},
-        {[&] { p->Clone(nullptr); }, L"ppParams"},
-        {[&] { QZSTD::QueryInterface<EnumValues>(p)->Enumerate(nullptr); }, L"pCallback"},
-        {[&] { QZSTD::QueryInterface<EnumValues>(p)->CreateEnumerator(nullptr); }, L"pEnum"},
+    CAutoPtr<Value> pValue;
+    struct Row
+    {
+        std::function<void()> fn;
+        const char* szModule;
+        int nCode;
+        const wchar_t* szArg;
     };
-    for (const auto& [fn, wszArg] : cases)
-        EXPECT_QZ_ERROR(fn(), STD, QZSTD::Err::BAD_PARAM, wszArg);
-    EXPECT_THAT(NamesOf(p), ElementsAre(L"keep"));
-    EXPECT_EQ(GetIntValue(p, L"keep"), 1);
+    const int BAD = QZSTD::Err::BAD_PARAM;
+    const Row rows[] = {
+        {[&] { p->AddValue(L"keep", CreateInt(2)); }, PAR, Err::ALREADY_EXISTS, L"keep"},
+        {[&] { p->DeleteValue(L"y", true); }, PAR, Err::DOES_NOT_EXIST, L"y"},
+        {[&] { p->SetValue(L"a", CreateInt(1)); }, PAR, Err::DOES_NOT_EXIST, L"a"},
+        {[&] { p->GetValue(L"none", &pValue); }, PAR, Err::DOES_NOT_EXIST, L"none"},
+        {[&] { p->AddValue(nullptr, CreateInt(1)); }, STD, BAD, L"name"},
+        {[&] { p->AddValue(L"", CreateInt(1)); }, STD, BAD, L"name"},
+        {[&] { p->ReplaceValue(L"keep", nullptr); }, STD, BAD, L"value"},
+        {[&] { p->SetValue(L"keep", nullptr); }, STD, BAD, L"value"},
+        {[&] { p->DeleteValue(L"", true); }, STD, BAD, L"name"},
+        {[&] { p->GetValue(L"keep", nullptr); }, STD, BAD, L"ppValue"},
+        {[&] { p->GetValueNoThrow(L"keep", &pRawFull); }, STD, BAD, L"ppValue"},
+        {[&] { p->Compare(nullptr); }, STD, BAD, L"pParams"},
+        {[&] { p->CopyFrom(nullptr); }, STD, BAD, L"pSrc"},
+        {[&] { p->CopyFromShared(nullptr); }, STD, BAD, L"pSrc"},
+        {[&] { p->Clone(nullptr); }, STD, BAD, L"ppParams"},
+        {[&] { QZSTD::QueryInterface<EnumValues>(p)->Enumerate(nullptr); }, STD, BAD, L"pCallback"},
+        {[&] { QZSTD::QueryInterface<EnumValues>(p)->CreateEnumerator(nullptr); }, STD, BAD, L"pEnum"},
+    };
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE("row " + std::to_string(i) + " (" + QZSTD::WideToUtf8(rows[i].szArg) + ")");
+        EXPECT_QZ_ERROR(rows[i].fn(), rows[i].szModule, rows[i].nCode, rows[i].szArg);
+        EXPECT_THAT(NamesOf(p), ElementsAre(L"keep"));
+        EXPECT_EQ(GetIntValue(p, L"keep"), 1);
+    }
+    EXPECT_FALSE(pValue);
 }
 
-TEST(ParamsEntries, ClearRemovesEverything)
+TEST(ParamsEntries, AddReplaceSetDeleteAndClear)
 {
     CAutoPtr<Params> p = CreateParams();
-    SetIntValue(p, L"a", 1);
-    SetIntValue(p, L"b", 2);
+    p->AddValue(L"n", CreateInt(1));
+    p->ReplaceValue(L"n", CreateInt(3));
+    EXPECT_EQ(GetIntValue(p, L"n"), 3);
+    p->SetValue(L"n", CreateLong(2));  // may change the type
+    EXPECT_EQ(GetLongValue(p, L"n"), 2);
+    p->ReplaceValue(L"x", CreateInt(4));  // adds
+    EXPECT_EQ(p->GetSize(), 2);
+    CAutoPtr<Value> pValue;
+    EXPECT_FALSE(p->GetValueNoThrow(L"none", &pValue));
+    EXPECT_FALSE(pValue);
+    EXPECT_FALSE(p->DeleteValue(L"y", false));
+    EXPECT_TRUE(p->DeleteValue(L"x", true));
+    EXPECT_FALSE(p->DoesExist(L"x"));
+    EXPECT_EQ(p->GetSize(), 1);
     p->Clear();
     EXPECT_EQ(p->GetSize(), 0);
     EXPECT_TRUE(NamesOf(p).empty());
@@ -189,7 +177,7 @@ TEST(ParamsOrder, RandomWorkloadMatchesAPlainMap)
     EXPECT_EQ(NamesOf(p), vecExpected);
 }
 
-TEST(ParamsOrder, EnumerationWalksASnapshotInNameOrder)
+TEST(ParamsOrder, EnumerationAndEnumeratorWalkASnapshotInNameOrder)
 {
     CAutoPtr<Params> p = CreateParams();
     SetIntValue(p, L"b", 2);
@@ -208,11 +196,6 @@ TEST(ParamsOrder, EnumerationWalksASnapshotInNameOrder)
     QZSTD::QueryInterface<EnumValues>(p)->Enumerate(&collect);
     EXPECT_THAT(collect.vecSeen, ElementsAre(L"a1", L"b2"));
     EXPECT_EQ(p->GetSize(), 0);
-}
-
-TEST(ParamsOrder, EnumeratorKeepsItsSnapshot)
-{
-    CAutoPtr<Params> p = CreateParams();
     SetIntValue(p, L"y", 2);
     SetIntValue(p, L"x", 1);
     CAutoPtr<ValuesEnumerator> pEnum;
@@ -247,18 +230,7 @@ TEST(ParamsInterfaces, QueryInterfaceByQualifiedName)
 
 // ---- comparison ----
 
-TEST(ParamsCompare, CountsDecideBeforeNames)
-{
-    CAutoPtr<Params> pOne = CreateParams();
-    CAutoPtr<Params> pTwo = CreateParams();
-    SetIntValue(pOne, L"a", 1);
-    SetIntValue(pTwo, L"x", 1);
-    SetIntValue(pTwo, L"y", 1);
-    EXPECT_EQ(pOne->Compare(pTwo), -1);
-    EXPECT_EQ(pTwo->Compare(pOne), 1);
-}
-
-TEST(ParamsCompare, FirstDifferenceInNameOrderDecides)
+TEST(ParamsCompare, CountThenFirstDifferenceInNameOrderDecides)
 {
     auto Make = [](const wchar_t* szFirst, Value* pFirst) {
         CAutoPtr<Params> p = CreateParams();
@@ -273,6 +245,10 @@ TEST(ParamsCompare, FirstDifferenceInNameOrderDecides)
     EXPECT_EQ(pA1->Compare(Make(L"a", CreateInt(2))), -1);
     EXPECT_EQ(pA1->Compare(Make(L"a", CreateInt(0))), 1);
     EXPECT_NE(pA1->Compare(Make(L"a", CreateLong(1))), 0);  // same number, other type
+    CAutoPtr<Params> pOne = CreateParams();
+    SetIntValue(pOne, L"zz", 1);
+    EXPECT_EQ(pOne->Compare(pA1), -1);  // counts decide before names
+    EXPECT_EQ(pA1->Compare(pOne), 1);
 }
 
 // ---- copies ----
@@ -287,7 +263,7 @@ CAutoPtr<Params> MakeTree()
     return p;
 }
 
-TEST(ParamsCopy, CloneIsDeepAndIndependent)
+TEST(ParamsCopy, CloneIsDeepAndIndependentButSharesStringBuffers)
 {
     CAutoPtr<Params> p = MakeTree();
     p->MakeReadOnly();
@@ -300,14 +276,7 @@ TEST(ParamsCopy, CloneIsDeepAndIndependent)
     SetIntValue(pNestedCopy, L"added", 1);
     EXPECT_NE(p->Compare(pCopy), 0);
     EXPECT_FALSE(GetParamsValue(p, L"nested")->DoesExist(L"added"));
-}
-
-TEST(ParamsCopy, CloneSharesImmutableStringBuffers)
-{
-    CAutoPtr<Params> p = MakeTree();
-    CAutoPtr<Params> pCopy;
-    p->Clone(&pCopy);
-    auto Buffer = [](Params* pParams) {
+    auto Buffer = [](Params* pParams) {  // immutable string buffers are shared
         return static_cast<StringValue*>(Get(pParams, L"s").Get())->GetShared().GetHeader();
     };
     EXPECT_EQ(Buffer(p), Buffer(pCopy));
@@ -332,16 +301,11 @@ TEST(ParamsCopy, CopyFromSharedKeepsValueObjectsCopyFromDoesNot)
     EXPECT_NE(Get(pDeep, L"nested").Get(), Get(pSrc, L"nested").Get());
     EXPECT_NE(GetParamsValue(pDeep, L"nested").Get(), GetParamsValue(pSrc, L"nested").Get());
     EXPECT_EQ(GetParamsValue(pDeep, L"nested")->Compare(GetParamsValue(pSrc, L"nested")), 0);
-}
-
-TEST(ParamsCopy, CopyFromItselfKeepsTheEntries)
-{
-    CAutoPtr<Params> p = MakeTree();
-    CAutoPtr<Params> pBefore;
-    p->Clone(&pBefore);
-    p->CopyFrom(p);
-    p->CopyFromShared(p);
-    EXPECT_EQ(p->Compare(pBefore), 0);
+    CAutoPtr<Params> pBefore;  // a copy from itself keeps the entries
+    pSrc->Clone(&pBefore);
+    pSrc->CopyFrom(pSrc);
+    pSrc->CopyFromShared(pSrc);
+    EXPECT_EQ(pSrc->Compare(pBefore), 0);
 }
 
 // ---- freezing ----

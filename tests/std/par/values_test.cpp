@@ -26,7 +26,7 @@ CAutoPtr<Value> CloneOf(Value* p)
     return pCopy;
 }
 
-TEST(StringValues, NullAndEmptyAreTheSameValue)
+TEST(StringValues, NullEqualsEmptyAndNulIsKept)
 {
     CAutoPtr<StringValue> pNull = CreateString(static_cast<const wchar_t*>(nullptr));
     CAutoPtr<StringValue> pEmpty = CreateString(L"");
@@ -34,10 +34,6 @@ TEST(StringValues, NullAndEmptyAreTheSameValue)
     EXPECT_STREQ(pEmpty->GetValue(), L"");
     EXPECT_EQ(pNull->Compare(pEmpty), 0);
     EXPECT_TRUE(pEmpty->GetShared().empty());  // no buffer held
-}
-
-TEST(StringValues, TextWithNulIsKeptWhole)
-{
     const wchar_t wsz[] = L"a\0b";
     CAutoPtr<StringValue> p = CreateString(std::wstring_view(wsz, 3));
     EXPECT_EQ(p->GetLength(), 3u);
@@ -45,16 +41,12 @@ TEST(StringValues, TextWithNulIsKeptWhole)
     EXPECT_EQ(p->Compare(CreateString(L"a")), 1);
 }
 
-TEST(ValueCompare, DifferentTypesGiveTheDifferenceOfTheIds)
+TEST(ValueCompare, OtherTypesByTheIdsSameTypesByPayload)
 {
     EXPECT_EQ(CreateInt(5)->Compare(CreateLong(5)), Value::INT_T - Value::LONG_T);
     EXPECT_EQ(CreateArray()->Compare(CreateString(L"")), Value::ARRAY_T - Value::STRING_T);
     EXPECT_QZ_ERROR(CreateInt(5)->Compare(nullptr), STD, QZSTD::Err::BAD_PARAM, L"pValue");
-}
-
-// (smaller, larger) pairs of each type.
-TEST(ValueCompare, SameTypesCompareByPayload)
-{
+    // (smaller, larger) pairs of each type.
     const uint8_t ab[] = {1, 2, 3};
     CAutoPtr<Params> pSmall = CreateParams();
     CAutoPtr<Params> pLarge = CreateParams();
@@ -91,16 +83,12 @@ TEST(ValueCompare, SameTypesCompareByPayload)
     EXPECT_EQ(CreateDouble(-0.0)->Compare(CreateDouble(0.0)), 0);
 }
 
-TEST(BinaryValues, CopyNeedsBytesForASize)
+TEST(BinaryValues, CopyNeedsBytesAdoptedBufferFreedOnceByLastOwner)
 {
     CAutoPtr<BinaryValue> p = CreateBinary(nullptr, 0);
     EXPECT_EQ(p->GetData(), nullptr);
     EXPECT_QZ_ERROR(p->SetValue(nullptr, 3), STD, QZSTD::Err::ASSERTION,
                     L"(value && bytes > 0) || (bytes == 0)");
-}
-
-TEST(BinaryValues, AdoptedBufferIsFreedOnceByTheLastOwner)
-{
     static int s_nFreed = 0;
     s_nFreed = 0;
     auto Free = [](void* pBuffer, void* pContext) {
@@ -108,7 +96,6 @@ TEST(BinaryValues, AdoptedBufferIsFreedOnceByTheLastOwner)
         EXPECT_EQ(pContext, &s_nFreed);
         delete[] static_cast<uint8_t*>(pBuffer);
     };
-    CAutoPtr<BinaryValue> p = CreateBinary(nullptr, 0);
     uint8_t abKept[1] = {};  // stays the caller's on an error
     EXPECT_QZ_ERROR(p->AttachBuffer(abKept, 1, nullptr, nullptr), PAR, Err::WRONG_FREE_CALLBACK, L"");
     EXPECT_QZ_ERROR(p->AttachBuffer(nullptr, 1, Free, nullptr), PAR, Err::WRONG_BUFFER, L"");
@@ -121,7 +108,7 @@ TEST(BinaryValues, AdoptedBufferIsFreedOnceByTheLastOwner)
     EXPECT_EQ(s_nFreed, 1);
 }
 
-TEST(ArrayValues, SizeLimitAndIndexes)
+TEST(ArrayValues, SizeLimitIndexesAndDeepClone)
 {
     CAutoPtr<ArrayValue> p = CreateArray(2);
     EXPECT_QZ_ERROR(p->SetSize(2147483647), STD, QZSTD::Err::BAD_PARAM, L"size");
@@ -133,12 +120,8 @@ TEST(ArrayValues, SizeLimitAndIndexes)
     EXPECT_QZ_ERROR(p->GetAt(2, &pElement), STD, QZSTD::Err::OUT_OF_RANGE, L"");
     p->SetSize(0);
     EXPECT_EQ(p->GetSize(), 0u);
-}
-
-TEST(ArrayValues, CloneCopiesNestedParamsAndKeepsNullElements)
-{
     CAutoPtr<Params> pNested = CreateParams();
-    CAutoPtr<ArrayValue> p = CreateArray(2);
+    p->SetSize(2);
     p->SetAt(0, CreateParamsValue(pNested));
     CAutoPtr<ArrayValue> pCopy = GetArrayValue(CloneOf(p));
     EXPECT_EQ(pCopy->Compare(p), 0);
@@ -149,14 +132,7 @@ TEST(ArrayValues, CloneCopiesNestedParamsAndKeepsNullElements)
     EXPECT_FALSE(pSecond);
 }
 
-TEST(ScalarValuesDeathTest, DateTimeBelowMinusOneEndsTheProcess)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    CAutoPtr<DateTimeValue> p = CreateDateTime(0);
-    EXPECT_EXIT(p->SetValue(-2), testing::ExitedWithCode(1), "DateTimeValue below -1");
-}
-
-TEST(ValuesFactoryTest, CreatesEveryTypeByIdAndRejectsOthers)
+TEST(ValuesFactoryTest, EveryTypeByIdOthersRefusedUnpooledAlike)
 {
     for (int nType = Value::STRING_T; nType <= Value::ARRAY_T; ++nType) {
         CAutoPtr<Value> p;
@@ -170,10 +146,6 @@ TEST(ValuesFactoryTest, CreatesEveryTypeByIdAndRejectsOthers)
         CAutoPtr<Value> p;
         EXPECT_QZ_ERROR(GetValuesFactory()->CreateValue(nType, &p), PAR, Err::WRONG_VALUE, L"");
     }
-}
-
-TEST(ValuesFactoryTest, UnpooledClassesBehaveTheSame)
-{
     CAutoPtr<IntValue> p = CAutoPtr<IntValue>::Adopt(new QZSTD::RcClassImpl<CIntValue>());
     p->SetValue(5);
     EXPECT_EQ(p->Compare(CreateInt(5)), 0);
@@ -182,9 +154,11 @@ TEST(ValuesFactoryTest, UnpooledClassesBehaveTheSame)
     EXPECT_EQ(GetIntValue(pParams, L"x"), 5);
 }
 
-TEST(SharedStringsDeathTest, ReleaseOfACorruptedBufferEndsTheProcess)
+TEST(ValuesDeathTest, BadTimeOrCorruptedSharedStringEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
+    CAutoPtr<DateTimeValue> p = CreateDateTime(0);
+    EXPECT_EXIT(p->SetValue(-2), testing::ExitedWithCode(1), "DateTimeValue below -1");
     EXPECT_EXIT(
         {
             SharedString sh(L"x");
