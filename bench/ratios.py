@@ -16,6 +16,10 @@ SINGLE = [
     ("BM_ValueCreateReleasePooled", "BM_ValueCreateReleaseNewDelete", 2.0),
     ("BM_StringValueCreateReleasePooled", "BM_StringValueCreateReleaseNewDelete", 2.0),
     ("BM_ValueCreateReleasePooled", "BM_JsonValueCreateRelease", None),
+    ("BM_IniParse", "BM_IniParseWregex", 50.0),
+    ("BM_IniParse", "BM_IniParseInih", 0.5),
+    ("BM_IniParseUtf8", "BM_IniParseInih", None),
+    ("BM_IniParseTree", "BM_IniParseWregex", None),
 ]
 
 

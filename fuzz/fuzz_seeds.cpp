@@ -45,6 +45,28 @@ void WriteTextSeeds(const std::filesystem::path& root)
               "[Setup]\r\naction=1\r\nstart_counter=4\r\ncmdline=$HEX_610020006200\r\n; note\r\n[Other]\r\nk = \" v \"\r\n");
 }
 
+// The ini reader (first byte: 0 ANSI, 1 UTF-8) and the package description ("\n--\n" before the companion).
+void WriteIniSeeds(const std::filesystem::path& root)
+{
+    WriteText(root / "fuzz_ini", "qpd_ansi",
+              std::string(1, '\0') +
+                  "[Setup]\r\nExecutable=bin\\setup.exe\r\nExecutableRelPath=..\\x.exe\r\n; comment\r\n"
+                  "[Product]\r\nName = \" caf\xE9 \"\r\nAdaptedProduct=1\r\n[ a[b]c ]\r\nk==v\r\n");
+    WriteText(root / "fuzz_ini", "utf8_bom",
+              std::string(1, '\1') +
+                  "\xEF\xBB\xBF[Properties]\nKey=a.key\n[cmd_proc_rslt]\nresult=-3\nready=1\n"
+                  "[\xD0\x96]\n\tk\t=\t\"\"\nk=\"\nno equals\n[]\n=v");
+    WriteText(root / "fuzz_qpd", "with_companion",
+              "[Setup]\nExecutable=setup.exe\nExecutableRelPath=bin\\setup.exe\n[Product]\nName=ansi\n"
+              "AdaptedProduct=2\n\n--\n[product]\nNAME=\xC3\xA9\nAdaptedProduct=x7\n");
+    // A companion name outside ASCII once made the path conversion throw.
+    WriteText(
+        root / "fuzz_qpd", "non_ascii_companion",
+        "[Setup]\nutf8qpd=pkg\xBA\xE9.qud\nExecutableRelPath=\xE9\\setup.exe\n\n--\n[Product]\nName=\n");
+    WriteText(root / "fuzz_qpd", "named_companion",
+              "[Setup]\nutf8qpd=pkg.qud\n[Product]\nName=executable_package\n\n--\n[Product]\nName=\n");
+}
+
 CAutoPtr<QZPAR::Params> EveryType()
 {
     CAutoPtr<QZPAR::Params> p = QZPAR::CreateParams();
@@ -78,6 +100,7 @@ int main(int argc, char** argv)
         return 2;
     }
     WriteTextSeeds(argv[1]);
+    WriteIniSeeds(argv[1]);
     const std::filesystem::path dir = std::filesystem::path(argv[1]) / "fuzz_params_reader";
     std::vector<uint8_t> vec;
     QZPAR::SerializeParams(QZPAR::CreateParams(), vec);

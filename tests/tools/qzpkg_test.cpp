@@ -206,3 +206,55 @@ TEST(QzpkgTest, ParamsDumpShowsTheTree)
 }
 
 }  // namespace
+
+namespace {
+
+TEST(QzpkgTest, IniPrintsTheParsedTreeAsTheTraceDumpsIt)
+{
+    QZTEST::TempFolder folder;
+    const std::wstring wstrFile = folder.Join(L"a.ini");
+    QZTEST::WriteFileBytes(wstrFile, "; comment\n[Setup]\r\n  Name = \" x \"\r\n[setup]\nOther=\xC3\xA9\n");
+    ToolRun run = RunWords({L"ini", wstrFile});
+    EXPECT_EQ(run.nExit, Exit::OK) << run.wstrErr;
+    EXPECT_NE(run.wstrOut.find(L"Setup (PARAMS_T)\n"), std::wstring::npos) << QZSTD::WideToUtf8(run.wstrOut);
+    EXPECT_NE(run.wstrOut.find(L"Name = (STRING_T)\" x \""), std::wstring::npos)
+        << QZSTD::WideToUtf8(run.wstrOut);
+    EXPECT_EQ(run.wstrOut.find(L"comment"), std::wstring::npos);
+    run = RunWords({L"ini", L"--utf8", wstrFile});
+    EXPECT_EQ(run.nExit, Exit::OK) << run.wstrErr;
+    EXPECT_NE(run.wstrOut.find(L"Other = (STRING_T)\"\x00E9\""), std::wstring::npos)
+        << QZSTD::WideToUtf8(run.wstrOut);
+    EXPECT_EQ(RunWords({L"ini", folder.Join(L"none.ini")}).nExit, Exit::FAILED);
+    EXPECT_EQ(RunWords({L"ini"}).nExit, Exit::USAGE);
+    EXPECT_EQ(RunWords({L"ini", L"--utf8"}).nExit, Exit::USAGE);
+    EXPECT_EQ(RunWords({L"ini", wstrFile, L"extra"}).nExit, Exit::USAGE);
+}
+
+TEST(QzpkgTest, QpdTellsTheValueAndWhetherItCameFromTheCompanion)
+{
+    QZTEST::TempFolder folder;
+    const std::wstring wstrQpd = folder.Join(L"pkg.qpd");
+    QZTEST::WriteFileBytes(wstrQpd, "[Product]\nName=ansi\nVersion=2.0\n");
+    QZTEST::WriteFileBytes(folder.Join(L"pkg.qud"), "[Product]\nName=\xD0\x96\n");
+    ToolRun run = RunWords({L"qpd", wstrQpd, L"product", L"NAME"});
+    EXPECT_EQ(run.nExit, Exit::OK) << run.wstrErr;
+    EXPECT_EQ(run.wstrOut.substr(0, run.wstrOut.find(L'\n')), L"value: \x0416");
+    EXPECT_NE(run.wstrOut.find(L"from:  companion ("), std::wstring::npos) << QZSTD::WideToUtf8(run.wstrOut);
+    run = RunWords({L"qpd", wstrQpd, L"Product", L"Version"});
+    EXPECT_EQ(run.wstrOut.substr(0, run.wstrOut.find(L'\n')), L"value: 2.0");
+    EXPECT_NE(run.wstrOut.find(L"from:  qpd ("), std::wstring::npos) << QZSTD::WideToUtf8(run.wstrOut);
+    run = RunWords({L"qpd", wstrQpd, L"Product", L"Missing"});
+    EXPECT_EQ(run.nExit, Exit::OK);
+    EXPECT_EQ(run.wstrOut, L"absent\n");
+    EXPECT_EQ(RunWords({L"qpd", folder.Join(L"none.qpd"), L"S", L"K"}).nExit, Exit::FAILED);
+    EXPECT_EQ(RunWords({L"qpd", wstrQpd, L"S"}).nExit, Exit::USAGE);
+}
+
+TEST(QzpkgTest, HelpListsTheIniAndQpdVerbs)
+{
+    const ToolRun run = RunWords({L"--help"});
+    EXPECT_NE(run.wstrOut.find(L"ini [--utf8] FILE"), std::wstring::npos);
+    EXPECT_NE(run.wstrOut.find(L"qpd FILE SECTION KEY"), std::wstring::npos);
+}
+
+}  // namespace

@@ -4,6 +4,8 @@
 #include <exception>
 #include <filesystem>
 
+#include "common/inifileparser.h"
+#include "common/qpdfile.h"
 #include "common/ristrutils.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -148,6 +150,20 @@ int RunVerb(const ToolCommand& cmd, std::wostream& out)
         return RunDumpVerb(cmd, out, &SsDumpVerb);
     if (wstrVerb == L"params")
         return RunDumpVerb(cmd, out, &ParamsDumpVerb);
+    if (wstrVerb == L"ini") {
+        const bool bUtf8 = cmd.m_vecArgs.size() > 2 && cmd.m_vecArgs[2] == L"--utf8";
+        const size_t nFile = bUtf8 ? 3 : 2;
+        const std::wstring& wstrFile = Arg(cmd, nFile, L"FILE");
+        ExpectArgCount(cmd, nFile + 1);
+        return IniVerb(wstrFile, bUtf8, out);
+    }
+    if (wstrVerb == L"qpd") {
+        const std::wstring& wstrFile = Arg(cmd, 2, L"FILE");
+        const std::wstring& wstrSection = Arg(cmd, 3, L"SECTION");
+        const std::wstring& wstrKey = Arg(cmd, 4, L"KEY");
+        ExpectArgCount(cmd, 5);
+        return QpdVerb(wstrFile, wstrSection, wstrKey, out);
+    }
     throw UsageError(L"unknown verb '" + wstrVerb + L"'");
 }
 
@@ -179,6 +195,8 @@ void PrintUsage(std::wostream& out)
            L"  argv CMDLINE       the words the agent splits CMDLINE into, one per line\n"
            L"  ss dump FILE       the products, versions, sections and values of a settings storage\n"
            L"  params dump FILE   the values of a binary Params file\n"
+           L"  ini [--utf8] FILE  the sections and keys the agent reads from an ini file (ANSI by default)\n"
+           L"  qpd FILE SECTION KEY  a package description's value and where it came from\n"
            L"  --help             this text\n"
            L"Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
 }
@@ -243,6 +261,31 @@ int ParamsDumpVerb(const std::wstring& wstrFile, std::wostream& out)
 {
     RequireFile(wstrFile);
     out << QZPAR::DumpParams(QZPAR::ReadParamsFile(wstrFile));
+    return Exit::OK;
+}
+
+int IniVerb(const std::wstring& wstrFile, bool bUtf8, std::wostream& out)
+{
+    RequireFile(wstrFile);
+    out << QZPAR::DumpParams(QZRI::IniFileParser::Create(wstrFile, nullptr, bUtf8)->GetParams().Get());
+    return Exit::OK;
+}
+
+int QpdVerb(const std::wstring& wstrFile, const std::wstring& wstrSection, const std::wstring& wstrKey,
+            std::wostream& out)
+{
+    RequireFile(wstrFile);
+    QZSTD::CAutoPtr<QZRI::QpdFile> pQpd = QZRI::QpdFile::Create(wstrFile);
+    QZRI::QpdValueOrigin eOrigin = QZRI::QpdValueOrigin::ABSENT;
+    const std::wstring wstrValue = pQpd->GetString(wstrSection, wstrKey, QZRI::c_szAbsentSentinel, &eOrigin);
+    if (eOrigin == QZRI::QpdValueOrigin::ABSENT) {
+        out << L"absent\n";
+        return Exit::OK;
+    }
+    const bool bCompanion = eOrigin == QZRI::QpdValueOrigin::COMPANION;
+    out << L"value: " << wstrValue << L"\n"
+        << L"from:  " << QZRI::QpdValueOriginName(eOrigin) << L" ("
+        << (bCompanion ? pQpd->GetCompanionPath() : pQpd->GetPath()) << L")\n";
     return Exit::OK;
 }
 

@@ -44,6 +44,13 @@ int ArgvVerb(const std::wstring& wstrCmdLine, std::wostream& out);
 int SsDumpVerb(const std::wstring& wstrFile, std::wostream& out);
 // "params dump FILE": a binary Params file.
 int ParamsDumpVerb(const std::wstring& wstrFile, std::wostream& out);
+// "ini [--utf8] FILE": the tree the agent's ini reader makes of FILE (ANSI unless --utf8), printed as the
+// trace prints it.
+int IniVerb(const std::wstring& wstrFile, bool bUtf8, std::wostream& out);
+// "qpd FILE SECTION KEY": the value the agent sees in a package description and whether it came from
+// the qpd file or its UTF-8 companion, or "absent".
+int QpdVerb(const std::wstring& wstrFile, const std::wstring& wstrSection, const std::wstring& wstrKey,
+            std::wostream& out);
 
 // The raw text of a command line after its first nWords words (the program name counting as one)
 // and the blanks after them, found by the same rules as the C runtime's splitter (std/cmdline.h), so

@@ -1,0 +1,66 @@
+// The agent's ini reader on arbitrary bytes, read as ANSI or as UTF-8 (the first byte chooses). Parsing
+// must not fail, and every section and key of the resulting tree must be found again through the
+// lookups, under its own name and under its name in upper case.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/inifileparser.h"
+#include "std/par/paramshelpers.h"
+
+namespace {
+
+void Check(bool bCondition)
+{
+    if (!bCondition)
+        abort();
+}
+
+std::wstring Upper(const std::wstring& wstr)
+{
+    std::wstring wstrResult = wstr;
+    for (wchar_t& wch : wstrResult) {
+        if (wch >= L'a' && wch <= L'z')
+            wch = static_cast<wchar_t>(wch - 0x20);
+    }
+    return wstrResult;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
+{
+    if (nSize == 0)
+        return 0;
+    const bool bUtf8 = (pData[0] & 1) != 0;
+    const std::string_view svText(reinterpret_cast<const char*>(pData + 1), nSize - 1);
+    QZSTD::CAutoPtr<QZRI::IniFileParser> pParser = QZRI::IniFileParser::Create();
+    pParser->ParseBytes(svText, nullptr, bUtf8);
+
+    QZSTD::CAutoPtr<QZPAR::Params> pRoot = pParser->GetParams();
+    std::vector<std::wstring> vecSections;
+    pRoot->GetNames(vecSections);
+    for (const std::wstring& wstrSection : vecSections) {
+        QZSTD::CAutoPtr<QZPAR::Params> pSection = QZPAR::GetParamsValue(pRoot.Get(), wstrSection.c_str());
+        std::vector<std::wstring> vecKeys;
+        pSection->GetNames(vecKeys);
+        for (const std::wstring& wstrKey : vecKeys) {
+            const std::wstring wstrValue = QZPAR::GetStringValue(pSection.Get(), wstrKey.c_str());
+            Check(pParser->GetString(wstrSection, wstrKey, nullptr) == wstrValue);
+            Check(pParser->GetString(Upper(wstrSection), Upper(wstrKey), nullptr) == wstrValue);
+            // Names never keep the blanks around them.
+            Check(wstrKey.front() != L' ' && wstrKey.back() != L' ' && wstrKey.front() != L'\t');
+        }
+    }
+    // The same text restricted to its first section keeps exactly that section.
+    if (!vecSections.empty()) {
+        const std::vector<std::wstring> vecOnly = {vecSections.front()};
+        QZSTD::CAutoPtr<QZRI::IniFileParser> pOnly = QZRI::IniFileParser::Create();
+        pOnly->ParseBytes(svText, &vecOnly, bUtf8);
+        Check(pOnly->GetParams()->GetSize() == 1);
+    }
+    return 0;
+}

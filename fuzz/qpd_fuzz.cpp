@@ -1,0 +1,82 @@
+// The package description on arbitrary qpd and companion contents (the input split at its first
+// "\n--\n"), read through an in-memory files provider. Reading must not fail; every value of either
+// file must be found with the companion first; GetInt must never raise (the qpd file's reading allows
+// absence).
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "common/qpdfile.h"
+#include "std/error.h"
+#include "std/par/paramshelpers.h"
+
+namespace {
+
+void Check(bool bCondition)
+{
+    if (!bCondition)
+        abort();
+}
+
+class MemoryFiles : public QZRI::FilesProvider
+{
+public:
+    std::string ReadFileContent(const std::wstring& wstrPath) override
+    {
+        const auto it = m_mapFiles.find(wstrPath);
+        if (it == m_mapFiles.end())
+            QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrPath);
+        return it->second;
+    }
+    void CopyFileTo(const std::wstring&, const std::wstring&) override {}
+
+    std::map<std::wstring, std::string> m_mapFiles;
+};
+
+void CheckValuesOf(QZRI::IniFileParser* pParser, QZRI::QpdFile* pQpd, bool bCompanion)
+{
+    QZSTD::CAutoPtr<QZPAR::Params> pRoot = pParser->GetParams();
+    std::vector<std::wstring> vecSections;
+    pRoot->GetNames(vecSections);
+    for (const std::wstring& wstrSection : vecSections) {
+        QZSTD::CAutoPtr<QZPAR::Params> pSection = QZPAR::GetParamsValue(pRoot.Get(), wstrSection.c_str());
+        std::vector<std::wstring> vecKeys;
+        pSection->GetNames(vecKeys);
+        for (const std::wstring& wstrKey : vecKeys) {
+            QZRI::QpdValueOrigin eOrigin = QZRI::QpdValueOrigin::ABSENT;
+            const std::wstring wstrValue = pQpd->GetString(wstrSection, wstrKey, L"", &eOrigin);
+            const std::wstring wstrOwn = QZPAR::GetStringValue(pSection.Get(), wstrKey.c_str());
+            if (wstrOwn == QZRI::c_szAbsentSentinel)
+                continue;
+            if (bCompanion) {
+                Check(eOrigin == QZRI::QpdValueOrigin::COMPANION && wstrValue == wstrOwn);
+            } else {
+                Check(eOrigin != QZRI::QpdValueOrigin::ABSENT);
+                if (eOrigin == QZRI::QpdValueOrigin::QPD)
+                    Check(wstrValue == wstrOwn);
+            }
+            pQpd->GetInt(wstrSection, wstrKey, 0);
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
+{
+    const std::string strInput(reinterpret_cast<const char*>(pData), nSize);
+    const size_t nSplit = strInput.find("\n--\n");
+    auto pFiles = QZSTD::CAutoPtr<MemoryFiles>::Adopt(new QZSTD::RcClassImpl<MemoryFiles>());
+    pFiles->m_mapFiles[L"pkg.qpd"] = strInput.substr(0, nSplit);
+    if (nSplit != std::string::npos)
+        pFiles->m_mapFiles[L"pkg.qud"] = strInput.substr(nSplit + 4);
+    QZSTD::CAutoPtr<QZRI::QpdFile> pQpd = QZRI::QpdFile::Create(L"pkg.qpd", pFiles.Get());
+    CheckValuesOf(pQpd->GetUtf8Parser(), pQpd.Get(), true);
+    CheckValuesOf(pQpd->GetAnsiParser(), pQpd.Get(), false);
+    pQpd->GetInt(L"Product", L"AdaptedProduct", 0);
+    pQpd->GetString(L"Setup", L"Executable", L"");
+    return 0;
+}

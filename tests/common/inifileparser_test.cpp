@@ -1,0 +1,359 @@
+#include "common/inifileparser.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "inifileparser_reference.h"
+#include "std/error.h"
+#include "std/par/dump.h"
+#include "std/par/paramshelpers.h"
+#include "std/strconv.h"
+#include "tests/testutil/errorof.h"
+#include "tests/testutil/fsutil.h"
+
+namespace {
+
+using QZRI::IniFileParser;
+
+QZSTD::CAutoPtr<IniFileParser> ParseText(const std::wstring& wstrText,
+                                         const std::vector<std::wstring>* pSections = nullptr)
+{
+    QZSTD::CAutoPtr<IniFileParser> pParser = IniFileParser::Create();
+    pParser->ParseText(wstrText, pSections);
+    return pParser;
+}
+
+// A value that is absent reads as this, so that the tables can tell absent from empty.
+const wchar_t* const c_szAbsent = QZRI::c_szAbsentSentinel;
+
+struct LineCase
+{
+    const wchar_t* szText;
+    const wchar_t* szSection;
+    const wchar_t* szKey;
+    const wchar_t* szExpected;
+};
+
+TEST(IniFileParser, ReadsSectionsKeysQuotesAndBlanksAsTheGrammarSays)
+{
+    const LineCase c_arrCases[] = {
+        {L"[S]\nk=v", L"S", L"k", L"v"},
+        {L"  [ \t S \t ]  \t\nk=v", L"S", L"k", L"v"},
+        {L"[S]\n \t k \t = \t v \t ", L"S", L"k", L"v"},
+        {L"[S]\nk=a=b", L"S", L"k", L"a=b"},
+        {L"[S]\nk = \" inner  blanks \" ", L"S", L"k", L" inner  blanks "},
+        {L"[S]\nk=\"", L"S", L"k", L"\""},
+        {L"[S]\nk=\"\"", L"S", L"k", L""},
+        {L"[S]\nk=\"a\"b\"", L"S", L"k", L"a\"b"},
+        {L"[S]\nk=\"a", L"S", L"k", L"\"a"},
+        {L"[S]\nk=", L"S", L"k", L""},
+        {L"[S]\nk=   ", L"S", L"k", L""},
+        {L"[S]\n=v", L"S", L"", c_szAbsent},
+        {L"[a[b]c]\nk=v", L"a[b]c", L"k", L"v"},
+        {L"[a=b]\nk=v", L"a=b", L"k", L"v"},
+        {L"[]\nk=v", L"", L"k", c_szAbsent},
+        {L"[S]\n[]\nk=v", L"S", L"k", c_szAbsent},
+        {L"[S]\r\nk=v\r\n", L"S", L"k", L"v"},
+        {L"[S]\nk=v\r", L"S", L"k", L"v"},
+        {L"[S]\nk=a\rb", L"S", L"k", c_szAbsent},
+        {L"[S]\nk=a\rb=c", L"S", L"k", c_szAbsent},
+        {L"[S]\nk=b\r=c", L"S", L"k=b", L"c"},
+        {L"[S]\nk=a\x2028"
+         L"b",
+         L"S", L"k", c_szAbsent},
+        {L"[S]\nk=a\x00A0", L"S", L"k", L"a\x00A0"},
+        {L"[S]\n; k=v", L"S", L"; k", L"v"},
+        {L"[S]\n# comment\nk=v", L"S", L"k", L"v"},
+        {L"[S]\nk=v\n[T]\nk=w", L"S", L"k", L"v"},
+        {L"[S]\nk=v\n[T]\nk=w", L"T", L"k", L"w"},
+        {L"[S]\nk=v\n[s]\nk=w", L"S", L"k", L"w"},
+        {L"[S]\nKey=v", L"s", L"KEY", L"v"},
+        {L"[\x00C9t\x00E9]\n\x0416=v", L"\x00E9T\x00C9", L"\x0436", L"v"},
+        {L"k=v\n[S]", L"S", L"k", c_szAbsent},
+        {L"[S]\nk", L"S", L"k", c_szAbsent},
+        {L"[S\nk=v", L"S", L"k", c_szAbsent},
+        {L"[S] x\nk=v", L"S", L"k", c_szAbsent},
+    };
+    for (const LineCase& c : c_arrCases) {
+        QZSTD::CAutoPtr<IniFileParser> pParser = ParseText(c.szText);
+        EXPECT_EQ(pParser->GetString(c.szSection, c.szKey, c_szAbsent), c.szExpected)
+            << "text: " << QZSTD::WideToUtf8(c.szText);
+    }
+}
+
+TEST(IniFileParser, AnEmptyValueIsReturnedAndAnAbsentOneRaisesNotFoundWithoutDefault)
+{
+    QZSTD::CAutoPtr<IniFileParser> pParser = ParseText(L"[S]\nempty=\n");
+    EXPECT_EQ(pParser->GetString(L"S", L"empty", L"dflt"), L"");
+    EXPECT_EQ(pParser->GetString(L"S", L"empty", nullptr), L"");
+    EXPECT_EQ(pParser->GetString(L"S", L"other", L"dflt"), L"dflt");
+    EXPECT_EQ(pParser->GetString(L"T", L"empty", L"dflt"), L"dflt");
+    const auto err = QZTEST::ErrorOf([&] { pParser->GetString(L"S", L"other", nullptr); });
+    ASSERT_TRUE(err.has_value());
+    EXPECT_TRUE(err->Is(QZSTD::Err::MODULE, QZSTD::Err::NOT_FOUND));
+}
+
+TEST(IniFileParser, GetIntReadsDecimalLikeTheRuntimeAndRaisesOnlyWhenAbsentIsNotAllowed)
+{
+    const std::pair<const wchar_t*, int32_t> c_arrCases[] = {
+        {L"0", 0},
+        {L"42", 42},
+        {L"-17", -17},
+        {L"+5", 5},
+        {L"12abc", 12},
+        {L"abc", 0},
+        {L"", 0},
+        {L"0x10", 0},
+        {L"010", 10},
+        {L"2147483647", 2147483647},
+        {L"2147483648", 2147483647},
+        {L"-2147483648", -2147483647 - 1},
+        {L"-99999999999", -2147483647 - 1},
+    };
+    for (const auto& [szValue, nExpected] : c_arrCases) {
+        QZSTD::CAutoPtr<IniFileParser> pParser = ParseText(std::wstring(L"[S]\nn=") + szValue);
+        EXPECT_EQ(pParser->GetInt(L"S", L"n", -1, false), nExpected) << QZSTD::WideToUtf8(szValue);
+    }
+    QZSTD::CAutoPtr<IniFileParser> pParser = ParseText(L"[S]\n");
+    EXPECT_EQ(pParser->GetInt(L"S", L"n", 7, true), 7);
+    const auto err = QZTEST::ErrorOf([&] { pParser->GetInt(L"S", L"n", 7, false); });
+    ASSERT_TRUE(err.has_value());
+    EXPECT_EQ(err->GetCode(), QZSTD::Err::NOT_FOUND);
+}
+
+TEST(IniFileParser, ASectionListKeepsOnlyThoseSections)
+{
+    const std::vector<std::wstring> vecOnly = {L"properties"};
+    QZSTD::CAutoPtr<IniFileParser> pParser =
+        ParseText(L"[Other]\nKey=x\n[Properties]\nKey=a.key\n[Third]\nKey=y\n", &vecOnly);
+    EXPECT_EQ(pParser->GetString(L"Properties", L"Key", L"*"), L"a.key");
+    EXPECT_EQ(pParser->GetString(L"Other", L"Key", L"*"), L"*");
+    EXPECT_EQ(pParser->GetString(L"Third", L"Key", L"*"), L"*");
+    EXPECT_EQ(pParser->GetParams()->GetSize(), 1);
+}
+
+TEST(IniFileParser, TheTreeHoldsOneParamsPerSectionByFirstSpelling)
+{
+    QZSTD::CAutoPtr<IniFileParser> pParser =
+        ParseText(L"[Setup]\nName=a\n[SETUP]\nNAME=b\nOther=c\n[Empty]\n");
+    QZSTD::CAutoPtr<QZPAR::Params> pRoot = pParser->GetParams();
+    std::vector<std::wstring> vecNames;
+    pRoot->GetNames(vecNames);
+    EXPECT_EQ(vecNames, (std::vector<std::wstring>{L"Empty", L"Setup"}));
+    QZSTD::CAutoPtr<QZPAR::Params> pSetup = QZPAR::GetParamsValue(pRoot.Get(), L"Setup");
+    EXPECT_EQ(QZPAR::GetStringValue(pSetup.Get(), L"Name"), L"b");
+    EXPECT_EQ(QZPAR::GetStringValue(pSetup.Get(), L"Other"), L"c");
+    EXPECT_EQ(pSetup->GetSize(), 2);
+}
+
+TEST(IniFileParser, ExecutableInSetupGetsThePlatformSeparators)
+{
+    QZSTD::CAutoPtr<IniFileParser> pParser =
+        ParseText(L"[setup]\nexecutable=bin/sub\\setup.exe\n[Other]\nExecutable=a/b\\c\n");
+    const wchar_t wchSep = std::filesystem::path::preferred_separator;
+    const std::wstring wstrExpected = std::wstring(L"bin") + wchSep + L"sub" + wchSep + L"setup.exe";
+    EXPECT_EQ(pParser->GetString(L"Setup", L"Executable", nullptr), wstrExpected);
+    QZSTD::CAutoPtr<QZPAR::Params> pSetup = QZPAR::GetParamsValue(pParser->GetParams().Get(), L"setup");
+    EXPECT_EQ(QZPAR::GetStringValue(pSetup.Get(), L"executable"), wstrExpected);
+    EXPECT_EQ(pParser->GetString(L"Other", L"Executable", nullptr), L"a/b\\c");
+}
+
+TEST(IniFileParser, ReadsUtf8WithOrWithoutByteOrderMarkAndAnsiFiles)
+{
+    QZTEST::TempFolder folder;
+    const std::wstring wstrUtf8 = folder.Join(L"u.ini");
+    QZTEST::WriteFileBytes(wstrUtf8, "\xEF\xBB\xBF[S]\r\nname = \xD0\x96\xC3\xA9\r\n");
+    QZSTD::CAutoPtr<IniFileParser> pParser = IniFileParser::Create(wstrUtf8, nullptr, true);
+    EXPECT_TRUE(pParser->IsUtf8());
+    EXPECT_EQ(pParser->GetString(L"S", L"name", nullptr), L"\x0416\x00E9");
+
+    QZTEST::WriteFileBytes(wstrUtf8, "[S]\nname=\xD0\x96\n");
+    pParser->ReadIniFile(wstrUtf8, nullptr, true);
+    EXPECT_EQ(pParser->GetString(L"S", L"name", nullptr), L"\x0416");
+
+    const std::wstring wstrAnsi = folder.Join(L"a.ini");
+    QZTEST::WriteFileBytes(wstrAnsi, "[S]\nname=plain text\n");
+    pParser->ReadIniFile(wstrAnsi, nullptr, false);
+    EXPECT_FALSE(pParser->IsUtf8());
+    EXPECT_EQ(pParser->GetString(L"S", L"name", nullptr), L"plain text");
+}
+
+#ifndef _WIN32
+TEST(IniFileParser, AnsiIsWindows1252WhereTheSystemHasNoCodePage)
+{
+    QZSTD::CAutoPtr<IniFileParser> pParser = IniFileParser::Create();
+    pParser->ParseBytes("[S]\nname=\x80\xE9\x9F\x81\xFF\n", nullptr, false);
+    EXPECT_EQ(pParser->GetString(L"S", L"name", nullptr), L"\x20AC\x00E9\x0178\x0081\x00FF");
+}
+#endif
+
+TEST(IniFileParser, AMissingFileRaisesFileNotFoundAndLeavesNoContent)
+{
+    QZTEST::TempFolder folder;
+    QZTEST::WriteFileBytes(folder.Join(L"a.ini"), "[S]\nk=v\n");
+    QZSTD::CAutoPtr<IniFileParser> pParser = IniFileParser::Create(folder.Join(L"a.ini"));
+    ASSERT_EQ(pParser->GetString(L"S", L"k", nullptr), L"v");
+    const auto err = QZTEST::ErrorOf([&] { pParser->ReadIniFile(folder.Join(L"none.ini"), nullptr, false); });
+    ASSERT_TRUE(err.has_value());
+    EXPECT_EQ(err->GetCode(), QZSTD::Err::FILE_NOT_FOUND);
+    EXPECT_EQ(pParser->GetString(L"S", L"k", L"gone"), L"gone");
+    EXPECT_EQ(pParser->GetParams()->GetSize(), 0);
+}
+
+class MapFilesProvider : public QZRI::FilesProvider
+{
+public:
+    std::string ReadFileContent(const std::wstring& wstrPath) override
+    {
+        ++m_nReads;
+        const auto it = m_mapFiles.find(wstrPath);
+        if (it == m_mapFiles.end())
+            QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrPath);
+        return it->second;
+    }
+    void CopyFileTo(const std::wstring&, const std::wstring&) override {}
+
+    std::map<std::wstring, std::string> m_mapFiles;
+    int m_nReads = 0;
+};
+
+TEST(IniFileParser, TheFilesProviderSuppliesTheContentWhenSet)
+{
+    auto pProvider = QZSTD::CAutoPtr<MapFilesProvider>::Adopt(new QZSTD::RcClassImpl<MapFilesProvider>());
+    pProvider->m_mapFiles[L"remote/pkg.ini"] = "[S]\nk=from provider\n";
+    QZSTD::CAutoPtr<IniFileParser> pParser =
+        IniFileParser::Create(L"remote/pkg.ini", nullptr, false, pProvider.Get());
+    EXPECT_EQ(pParser->GetString(L"S", L"k", nullptr), L"from provider");
+    EXPECT_EQ(pProvider->m_nReads, 1);
+    pParser->SetFilesProvider(nullptr);
+    EXPECT_EQ(pParser->GetFilesProvider(), nullptr);
+    EXPECT_TRUE(
+        QZTEST::ErrorOf([&] { pParser->ReadIniFile(L"remote/pkg.ini", nullptr, false); }).has_value());
+    EXPECT_EQ(pProvider->m_nReads, 1);
+}
+
+TEST(IniFileParser, NamesFoldOnlyTheLettersOfTheKnownScripts)
+{
+    EXPECT_TRUE(QZRI::IniNamesEqual(L"Setup", L"sETUP"));
+    EXPECT_TRUE(QZRI::IniNamesEqual(L"\x00C0\x00DE", L"\x00E0\x00FE"));
+    EXPECT_TRUE(QZRI::IniNamesEqual(L"\x0391\x0416\x0401", L"\x03B1\x0436\x0451"));
+    EXPECT_FALSE(QZRI::IniNamesEqual(L"\x00D7", L"\x00F7"));
+    EXPECT_FALSE(QZRI::IniNamesEqual(L"Setup", L"Setup "));
+    EXPECT_FALSE(QZRI::IniNamesEqual(L"[", L"{"));
+}
+
+// ---- the hand-written parser against the grammar's regular expressions ----
+
+void ExpectSameTree(const std::wstring& wstrText, const std::vector<std::wstring>* pSections = nullptr)
+{
+    static const QZTEST::RegexIniReference s_reference;
+    QZSTD::CAutoPtr<QZPAR::Params> pExpected = s_reference.Parse(wstrText, pSections);
+    QZSTD::CAutoPtr<QZPAR::Params> pActual = ParseText(wstrText, pSections)->GetParams();
+    ASSERT_EQ(QZPAR::DumpParams(pActual.Get()), QZPAR::DumpParams(pExpected.Get()))
+        << "text: " << QZSTD::WideToUtf8(wstrText);
+    ASSERT_EQ(pActual->Compare(pExpected.Get()), 0);
+}
+
+TEST(IniFileParserDifferential, HandMadeLinesGiveTheSameTreeAsTheRegexReference)
+{
+    const wchar_t* const c_arrTexts[] = {
+        L"[S]\nk=v",
+        L" \t[ \t a b \t ] \t\r\n \t key \t = \t value \t \r\n",
+        L"[S]\nk==v\n==\n= \n =\n[S]\nk=\"\"\"\nq=\" \"\nr=\"x",
+        L"[[a]]\n[a]b]\n[ [ ]\n[]]\n[\n]\n[]\nk=v",
+        L"[S]\n\"k\"=\"v\"\n k = \"a = b\" \n",
+        L"[S]\nk=v\r\nk2=v2\rx\nk3\r=v3\n\r\n\r",
+        L"[S]\n\v\fk\v=\fv\v\f\n",
+        L"[S]\nk=v\n[s]\nK=w\n[\x00C9]\nx=1\n[\x00E9]\nX=2",
+        L"no section=1\n[S]\njunk line\n; comment\n# comment\nk=v",
+        L"",
+        L"\n\n\n",
+        L"[S]",
+    };
+    for (const wchar_t* szText : c_arrTexts)
+        ExpectSameTree(szText);
+    const std::vector<std::wstring> vecOnly = {L"s", L"\x00E9"};
+    for (const wchar_t* szText : c_arrTexts)
+        ExpectSameTree(szText, &vecOnly);
+}
+
+#ifndef _WIN32
+// What the patterns' "\s" and "." take beyond ASCII depends on the C runtime's classification of wide
+// characters (the Windows one counts U+00A0 and U+2028 as white space); the parser follows the
+// classification of the Linux runtime, where only ASCII white space is blank and U+2028 and U+2029 end
+// a line.
+TEST(IniFileParserDifferential, NonAsciiBlanksAndLineSeparatorsGiveTheSameTreeAsTheRegexReference)
+{
+    ExpectSameTree(
+        L"[S]\nk=\x2028\nk2=a\x2029\n\x2028k3=v\n[\x2028]\n[a\x2029"
+        L"b]\nk4=v\n[\x00A0T\x00A0]\n\x00A0k\x00A0=\x00A0v\x00A0\n\x3000x=y\x3000");
+}
+#endif
+
+TEST(IniFileParserDifferential, LongSectionsWithRepeatedKeysGiveTheSameTreeAsTheRegexReference)
+{
+    // Past the size where the reader switches from scanning a section's keys to hashing them, with
+    // repeats in other cases on both sides of the switch.
+    std::wstring wstrText = L"[Big]\n";
+    for (int i = 0; i < 60; ++i) {
+        wstrText += L"Key" + std::to_wstring(i % 23) + L" = v" + std::to_wstring(i) + L"\n";
+        wstrText += L"KEY" + std::to_wstring((i * 7) % 31) + L"=w" + std::to_wstring(i) + L"\n";
+    }
+    wstrText += L"[small]\na=1\n[BIG]\nkey5=last\n";
+    ExpectSameTree(wstrText);
+    QZSTD::CAutoPtr<IniFileParser> pParser = ParseText(wstrText);
+    EXPECT_EQ(pParser->GetString(L"big", L"KEY5", nullptr), L"last");
+    EXPECT_EQ(pParser->GetString(L"big", L"key30", nullptr), L"w53");
+    EXPECT_EQ(pParser->GetString(L"big", L"key31", L"none"), L"none");
+}
+
+// Lines assembled from the pieces that matter to the grammar: every kind of blank anywhere, "=" and
+// brackets anywhere, quotes, letters of several cases and scripts, line terminators inside lines.
+std::wstring GenerateText(std::mt19937& rng)
+{
+    static const wchar_t* const c_arrPieces[] = {
+        L" ",   L"\t",  L"  \t",   L"\v",     L"\f",     L"\r",     L"=",      L"=",   L" = ", L"[",
+        L"]",   L"[ ",  L" ]",     L"\"",     L"\"",     L"a",      L"A",      L"key", L"KEY", L"Sec",
+        L"sec", L"x y", L"\x00E9", L"\x00C9", L"\x0416", L"\x0436", L"\x4E2D", L";",   L"#",   L"1",
+    };
+    constexpr size_t c_nPieces = std::size(c_arrPieces);
+    std::wstring wstrText;
+    const int nLines = std::uniform_int_distribution<int>(0, 40)(rng);
+    for (int i = 0; i < nLines; ++i) {
+        const int nKind = std::uniform_int_distribution<int>(0, 9)(rng);
+        auto piece = [&] {
+            return c_arrPieces[std::uniform_int_distribution<size_t>(0, c_nPieces - 1)(rng)];
+        };
+        auto pieces = [&](int nMax) {
+            std::wstring wstr;
+            for (int n = std::uniform_int_distribution<int>(0, nMax)(rng); n > 0; --n)
+                wstr += piece();
+            return wstr;
+        };
+        if (nKind < 2)
+            wstrText += pieces(2) + L"[" + pieces(4) + L"]" + pieces(2);
+        else if (nKind < 7)
+            wstrText += pieces(3) + L"=" + pieces(5);
+        else
+            wstrText += pieces(8);
+        if (i + 1 < nLines || std::uniform_int_distribution<int>(0, 1)(rng))
+            wstrText += std::uniform_int_distribution<int>(0, 1)(rng) ? L"\r\n" : L"\n";
+    }
+    return wstrText;
+}
+
+TEST(IniFileParserDifferential, GeneratedTextsGiveTheSameTreeAsTheRegexReference)
+{
+    std::mt19937 rng(20261122);
+    const std::vector<std::wstring> vecOnly = {L"sec", L"\x00E9", L"a"};
+    for (int i = 0; i < 3000; ++i) {
+        const std::wstring wstrText = GenerateText(rng);
+        ExpectSameTree(wstrText);
+        ExpectSameTree(wstrText, &vecOnly);
+    }
+}
+
+}  // namespace
