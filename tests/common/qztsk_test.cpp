@@ -1,0 +1,242 @@
+// A task's setup run with the test executable itself as the package's "setup.exe" (child modes of
+// tests/std/process/testchild.h), natively and under Wine; the writable-folder lookup against a real
+// settings storage and a registry map.
+#include "common/qztsk.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+
+// testchild.h brings <windows.h>, whose GetProfileInt macro std/profile.h takes away again.
+#include "tests/std/process/testchild.h"
+
+#include "common/ansicp.h"
+#include "std/par/paramshelpers.h"
+#include "std/profile.h"
+#include "std/ss/settingsstorage.h"
+#include "std/strconv.h"
+#include "tests/testutil/fsutil.h"
+
+namespace {
+
+const bool g_bChildMode = QZTEST::RunChildModeIfAsked();
+
+bool RunningUnderWine()
+{
+#ifdef _WIN32
+    HMODULE hNtdll = ::GetModuleHandleW(L"ntdll.dll");
+    return hNtdll && ::GetProcAddress(hNtdll, "wine_get_version") != nullptr;
+#else
+    return false;
+#endif
+}
+
+std::wstring Native(const std::wstring& wstr)
+{
+    return QZRI::WideFromPath(QZRI::PathFromWide(wstr).make_preferred());
+}
+
+TEST(QztskSetup, InstallerCommandLine)
+{
+    const struct
+    {
+        const wchar_t* szArguments;
+        bool bUserMode;
+        const wchar_t* szExpected;
+    } cases[] = {
+        {L"", false, L"\"C:\\p\\setup.exe\""},
+        {L"/s /v\"/qn\"", false, L"\"C:\\p\\setup.exe\" /s /v\"/qn\""},
+        {L"/s", true, L"\"C:\\p\\setup.exe\" /s USRMOD=1 "},
+        {L"", true, L"\"C:\\p\\setup.exe\" USRMOD=1 "},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(QZTSK::BuildInstallerCommandLine(L"C:\\p\\setup.exe", c.szArguments, c.bUserMode),
+                  c.szExpected)
+            << c.szArguments << c.bUserMode;
+}
+
+// The package's setup program is this executable; the child mode says what it does.
+TEST(QztskSetup, RunsTheInstallerThroughTheWrapperAndReadsItsResult)
+{
+#ifdef _WIN32
+    const int nExitCode = 3010;
+#else
+    const int nExitCode = 42;  // exit codes are 8 bits here
+#endif
+    const struct
+    {
+        std::wstring wstrChildMode;
+        std::string strQpd;
+        std::string strQud;
+        bool bUserMode;
+        bool bExecutablePackage;
+        int32_t nAdaptedProduct;
+        int32_t nResult;
+        const char* szStdErr;
+    } cases[] = {
+        {L"exit:" + std::to_wstring(nExitCode), "[Product]\nName=executable_package\nAdaptedProduct=1\n",
+         "[Product]\nAdaptedProduct=2\n", true, true, 2, nExitCode, ""},
+        {L"echo", "[Product]\nName=Product X\n", "", false, false, 0, 0, "err-line"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(QZSTD::WideToUtf8(c.wstrChildMode));
+        QZTEST::TempFolder folder;
+        const std::wstring wstrPackage = folder.MakeSubFolder(L"pkg");
+        const std::wstring wstrWork = folder.MakeSubFolder(L"work");
+        std::filesystem::copy_file(QZTEST::SelfPath(), QZRI::PathFromWide(wstrPackage + L"setup.exe"));
+        QZTEST::WriteFileBytes(wstrPackage + L"pkg.qpd", c.strQpd);
+        if (!c.strQud.empty())
+            QZTEST::WriteFileBytes(wstrPackage + L"pkg.qud", c.strQud);
+        // A result of an earlier run must not be taken for this one.
+        QZTEST::WriteFileBytes(wstrWork + L"$qzsetuprslt.ini", "[cmd_proc_rslt]\nresult=77\nready=1\n");
+
+        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
+        QZPAR::SetStringValue(pEnv.Get(), L"QZ_TEST_CHILD", c.wstrChildMode);
+        QZTSK::SetupRequest request;
+        request.m_wstrPackageFolder = wstrPackage;
+        request.m_wstrQpdPath = wstrPackage + L"pkg.qpd";
+        request.m_wstrAgentFolder = folder.Path();
+        request.m_wstrWorkingFolder = wstrWork;
+        request.m_wstrArguments = L"/s";
+        request.m_bUserMode = c.bUserMode;
+        request.m_pEnvironment = pEnv.Get();
+        request.m_lTimeoutMs = 60000;
+        const QZTSK::SetupResult result = QZTSK::Setup(request);
+
+        EXPECT_EQ(result.m_bExecutablePackage, c.bExecutablePackage);
+        EXPECT_EQ(result.m_nAdaptedProduct, c.nAdaptedProduct);
+        EXPECT_EQ(result.m_wstrInstallerCommandLine,
+                  QZTSK::BuildInstallerCommandLine(Native(wstrPackage + L"setup.exe"), L"/s", c.bUserMode));
+        EXPECT_EQ(result.m_wstrRebootAgentCommandLine, L"\"" + Native(folder.Join(L"qzrbtagt.exe")) + L"\"");
+        ASSERT_TRUE(result.m_bFinished);
+        const std::wstring wstrResultFile = wstrWork + L"$qzsetuprslt.ini";
+        EXPECT_EQ(1, QZSTD::GetProfileInt(wstrResultFile, L"cmd_proc_rslt", L"ready", -1));
+        if (RunningUnderWine()) {
+            // Wine's cmd.exe sets errorlevel 1 after "call" of any program: only a fresh file is certain.
+            EXPECT_NE(77, result.m_nResultCode);
+        } else {
+            EXPECT_EQ(c.nResult, result.m_nResultCode);
+        }
+        EXPECT_NE(std::string::npos, QZTEST::ReadFileBytes(wstrWork + L"$qzsetuperr.txt").find(c.szStdErr));
+    }
+}
+
+class MapRegistry : public QZRI::Registry
+{
+public:
+    bool ReadLocalMachineString(const std::wstring& wstrKey, const std::wstring& wstrValueName,
+                                std::wstring& wstrValue) override
+    {
+        const auto it = m_mapValues.find(wstrKey + L"|" + wstrValueName);
+        if (it == m_mapValues.end())
+            return false;
+        wstrValue = it->second;
+        return true;
+    }
+    std::map<std::wstring, std::wstring> m_mapValues;
+};
+
+TEST(QztskLocalWritableFolder, StorageFirstThenRegistryThenEmpty)
+{
+    enum Storage
+    {
+        NO_FILE,
+        NO_SECTION,
+        NO_VALUE,
+        NOT_A_STRING,
+        VALUE
+    };
+    const struct
+    {
+        const char* szName;
+        Storage eStorage;
+        bool bRegistry;
+        std::wstring wstrExpected;
+    } cases[] = {
+        {"storage value wins", VALUE, true, L"C:\\lwf"},
+        {"no storage file", NO_FILE, true, Native(L"D:\\shared/Data")},
+        {"no section", NO_SECTION, true, Native(L"D:\\shared/Data")},
+        {"no value", NO_VALUE, true, Native(L"D:\\shared/Data")},
+        {"value not a string", NOT_A_STRING, true, Native(L"D:\\shared/Data")},
+        {"nothing anywhere", NO_VALUE, false, L""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.szName);
+        QZTEST::TempFolder folder;
+        const std::wstring wstrPath = folder.Join(L"e2s_subscription.xml");
+        if (c.eStorage != NO_FILE) {
+            QZSTD::CAutoPtr<QZSTD::SettingsStorage> pSs = QZSTD::SettingsStorage::OpenOrCreate(wstrPath);
+            pSs->CreateSection(L".core", L".independent",
+                               c.eStorage == NO_SECTION ? L"Other" : L"SubscriptionData");
+            QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
+            QZPAR::SetStringValue(pEntries.Get(), L"Unrelated", L"x");
+            if (c.eStorage == VALUE)
+                QZPAR::SetStringValue(pEntries.Get(), L"LocalWritableFolder", L"C:\\lwf");
+            if (c.eStorage == NOT_A_STRING)
+                QZPAR::SetIntValue(pEntries.Get(), L"LocalWritableFolder", 5);
+            pSs->ReplaceEntries(L".core", L".independent",
+                                c.eStorage == NO_SECTION ? L"Other" : L"SubscriptionData", pEntries.Get());
+        }
+        MapRegistry registry;
+        if (c.bRegistry)
+            registry.m_mapValues[L"Software\\OrvaneLab\\SharedFiles|Folder"] = L"D:\\shared";
+        EXPECT_EQ(QZTSK::GetLocalWritableFolder(wstrPath, registry), c.wstrExpected);
+    }
+}
+
+#ifdef _WIN32
+// The Win32 side against the real registry (under Wine, or on Windows with rights on HKLM).
+TEST(QztskLocalWritableFolder, SystemRegistryReadsStringsOnly)
+{
+    const std::wstring wstrKey = L"Software\\QzTest\\Registry" + std::to_wstring(::GetCurrentProcessId());
+    HKEY hKey = nullptr;
+    if (::RegCreateKeyExW(HKEY_LOCAL_MACHINE, wstrKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &hKey,
+                          nullptr) != ERROR_SUCCESS)
+        GTEST_SKIP() << "no rights on HKEY_LOCAL_MACHINE";
+    const auto SetValue = [&](const wchar_t* szName, DWORD dwType, const void* pData, DWORD dwBytes) {
+        ::RegSetValueExW(hKey, szName, 0, dwType, static_cast<const BYTE*>(pData), dwBytes);
+    };
+    const wchar_t szFolder[] = L"C:\\Shared";
+    SetValue(L"Folder", REG_SZ, szFolder, sizeof(szFolder));
+    // Stored without its null character: the reader must not run past the data.
+    SetValue(L"Unterminated", REG_SZ, L"abc", 3 * sizeof(wchar_t));
+    SetValue(L"Empty", REG_SZ, L"", sizeof(wchar_t));
+    const DWORD dwNumber = 5;
+    SetValue(L"Number", REG_DWORD, &dwNumber, sizeof(dwNumber));
+    ::RegCloseKey(hKey);
+    const struct
+    {
+        const wchar_t* szKey;
+        const wchar_t* szName;
+        bool bFound;
+        const wchar_t* szValue;
+    } cases[] = {
+        {wstrKey.c_str(), L"Folder", true, L"C:\\Shared"},
+        {wstrKey.c_str(), L"Unterminated", true, L"abc"},
+        {wstrKey.c_str(), L"Empty", true, L""},
+        {wstrKey.c_str(), L"Number", false, L"untouched"},
+        {wstrKey.c_str(), L"Missing", false, L"untouched"},
+        {L"Software\\QzTest\\NoSuchKey", L"Folder", false, L"untouched"},
+    };
+    for (const auto& c : cases) {
+        std::wstring wstrValue = L"untouched";
+        EXPECT_EQ(QZRI::SystemRegistry().ReadLocalMachineString(c.szKey, c.szName, wstrValue), c.bFound)
+            << c.szName;
+        EXPECT_EQ(wstrValue, c.szValue) << c.szName;
+    }
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, wstrKey.c_str());
+}
+#else
+TEST(QztskLocalWritableFolder, NoRegistryOnLinuxMeansEmpty)
+{
+    std::wstring wstrValue = L"untouched";
+    EXPECT_FALSE(QZRI::SystemRegistry().ReadLocalMachineString(L"Software\\OrvaneLab\\SharedFiles", L"Folder",
+                                                               wstrValue));
+    QZTEST::TempFolder folder;
+    EXPECT_EQ(QZTSK::GetLocalWritableFolder(folder.Join(L"e2s_subscription.xml"), QZRI::SystemRegistry()),
+              L"");
+}
+#endif
+
+}  // namespace
