@@ -166,6 +166,14 @@ bool SameImageName(const std::wstring& a, const std::wstring& b)
     return true;
 }
 
+bool IsListedImage(const std::wstring& wstrImage, const std::vector<std::wstring>& vecImages)
+{
+    for (const std::wstring& wstrListed : vecImages)
+        if (SameImageName(wstrImage, wstrListed))
+            return true;
+    return false;
+}
+
 std::wstring FileNamePart(const std::wstring& wstrPath)
 {
     const size_t nPos = wstrPath.find_last_of(L"\\/");

@@ -47,6 +47,8 @@ void CheckLaunchPreconditions(int nWaitMode, QZSTD::LaunchWaiter** ppLaunchWaite
 
 // True when the two image file names match, ASCII case ignored.
 bool SameImageName(const std::wstring& a, const std::wstring& b);
+// True when the image file name is one of the listed ones (SameImageName).
+bool IsListedImage(const std::wstring& wstrImage, const std::vector<std::wstring>& vecImages);
 // The file name part of a path ('\\' and '/' both separate).
 std::wstring FileNamePart(const std::wstring& wstrPath);
 

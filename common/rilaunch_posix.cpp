@@ -91,11 +91,9 @@ public:
         QZ_TRACE_SCOPE("QZRI", "LaunchJobWaiterImpl::Wait");
         for (const std::string& strPid : ListGroup()) {
             const std::wstring wstrImage = ImageName(strPid);
-            for (const std::wstring& wstrListed : vecImages) {
-                if (Detail::SameImageName(wstrImage, wstrListed)) {
-                    QZ_TRACE_D(L"%hs: %ls is still running, Pid=%hs", QZ_SCOPE_NAME, wstrImage, strPid);
-                    return true;
-                }
+            if (Detail::IsListedImage(wstrImage, vecImages)) {
+                QZ_TRACE_D(L"%hs: %ls is still running, Pid=%hs", QZ_SCOPE_NAME, wstrImage, strPid);
+                return true;
             }
         }
         return false;

@@ -115,11 +115,9 @@ public:
                 continue;
             }
             const std::wstring wstrImage = Detail::FileNamePart(szPath);
-            for (const std::wstring& wstrListed : vecImages) {
-                if (Detail::SameImageName(wstrImage, wstrListed)) {
-                    QZ_TRACE_D(L"%hs: %ls is still running, Pid=%lu", QZ_SCOPE_NAME, wstrImage, dwPid);
-                    return true;
-                }
+            if (Detail::IsListedImage(wstrImage, vecImages)) {
+                QZ_TRACE_D(L"%hs: %ls is still running, Pid=%lu", QZ_SCOPE_NAME, wstrImage, dwPid);
+                return true;
             }
         }
         return false;
@@ -127,16 +125,7 @@ public:
 
     bool TryGetExitCode(uint32_t* pnExitCode) override
     {
-        const DWORD dwWait = ::WaitForSingleObject(m_hProcess.Get(), 0);
-        if (dwWait == WAIT_FAILED)
-            QZ_THROW_SYSTEM();
-        if (dwWait != WAIT_OBJECT_0)
-            return false;
-        DWORD dwCode = 0;
-        if (!::GetExitCodeProcess(m_hProcess.Get(), &dwCode))
-            QZ_THROW_SYSTEM();
-        *pnExitCode = dwCode;
-        return true;
+        return QZSTD::Win::TryGetProcessExitCode(m_hProcess.Get(), pnExitCode);
     }
 
 private:

@@ -1,9 +1,7 @@
-// POSIX shutdown flag: an atomic flag and an eventfd that poll() can wait on beside a pidfd.
+// POSIX wake-up object of the shutdown flag: an eventfd that poll() can wait on beside a pidfd.
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <cstdint>
 
 #include "std/error.h"
@@ -11,8 +9,6 @@
 
 namespace QZSTD {
 namespace {
-
-std::atomic<bool> g_bShutdown{false};
 
 int ShutdownFd()
 {
@@ -28,9 +24,8 @@ int ShutdownFd()
 
 }  // namespace
 
-void RaiseShutdown() noexcept
+void SignalShutdownObject() noexcept
 {
-    g_bShutdown.store(true);
     try {
         const uint64_t n = 1;
         // The counter only has to be non-zero; a full counter (EAGAIN) is already readable.
@@ -40,31 +35,19 @@ void RaiseShutdown() noexcept
     }
 }
 
-bool IsShutdownRaised() noexcept
+void ClearShutdownObject() noexcept
 {
-    return g_bShutdown.load();
-}
-
-void ThrowIfShutdown()
-{
-    if (IsShutdownRaised())
-        QZ_THROW_STD(Err::SHUTDOWN);
-}
-
-int GetShutdownFd()
-{
-    return ShutdownFd();
-}
-
-void ResetShutdownForTests() noexcept
-{
-    g_bShutdown.store(false);
     try {
         uint64_t n = 0;
         while (::read(ShutdownFd(), &n, sizeof(n)) > 0) {
         }
     } catch (...) {
     }
+}
+
+int GetShutdownFd()
+{
+    return ShutdownFd();
 }
 
 }  // namespace QZSTD

@@ -1,15 +1,11 @@
-// Windows shutdown flag: an atomic flag and a manual-reset event that every wait watches.
+// Windows wake-up object of the shutdown flag: a manual-reset event that every wait watches.
 #include <windows.h>
-
-#include <atomic>
 
 #include "std/error.h"
 #include "std/shutdown.h"
 
 namespace QZSTD {
 namespace {
-
-std::atomic<bool> g_bShutdown{false};
 
 HANDLE ShutdownEvent()
 {
@@ -25,9 +21,8 @@ HANDLE ShutdownEvent()
 
 }  // namespace
 
-void RaiseShutdown() noexcept
+void SignalShutdownObject() noexcept
 {
-    g_bShutdown.store(true);
     try {
         ::SetEvent(ShutdownEvent());
     } catch (...) {
@@ -35,29 +30,17 @@ void RaiseShutdown() noexcept
     }
 }
 
-bool IsShutdownRaised() noexcept
+void ClearShutdownObject() noexcept
 {
-    return g_bShutdown.load();
-}
-
-void ThrowIfShutdown()
-{
-    if (IsShutdownRaised())
-        QZ_THROW_STD(Err::SHUTDOWN);
+    try {
+        ::ResetEvent(ShutdownEvent());
+    } catch (...) {
+    }
 }
 
 void* GetShutdownEvent()
 {
     return ShutdownEvent();
-}
-
-void ResetShutdownForTests() noexcept
-{
-    g_bShutdown.store(false);
-    try {
-        ::ResetEvent(ShutdownEvent());
-    } catch (...) {
-    }
 }
 
 }  // namespace QZSTD

@@ -29,6 +29,20 @@ std::vector<wchar_t> BuildEnvironmentBlock(QZPAR::Params* pEnvironmentAddition)
     return vecBlock;
 }
 
+bool TryGetProcessExitCode(HANDLE hProcess, uint32_t* pnExitCode)
+{
+    const DWORD dwWait = ::WaitForSingleObject(hProcess, 0);
+    if (dwWait == WAIT_FAILED)
+        QZ_THROW_SYSTEM();
+    if (dwWait != WAIT_OBJECT_0)
+        return false;
+    DWORD dwCode = 0;
+    if (!::GetExitCodeProcess(hProcess, &dwCode))
+        QZ_THROW_SYSTEM();
+    *pnExitCode = dwCode;
+    return true;
+}
+
 ScopedHandle OpenStdStream(const std::wstring& wstrFile, bool bWrite)
 {
     SECURITY_ATTRIBUTES sa = {sizeof(sa), nullptr, TRUE};
@@ -83,16 +97,7 @@ protected:
     }
     bool TryGetExitCode(uint32_t* pnExitCode) override
     {
-        const DWORD dwWait = ::WaitForSingleObject(m_hProcess.Get(), 0);
-        if (dwWait == WAIT_FAILED)
-            QZ_THROW_SYSTEM();
-        if (dwWait != WAIT_OBJECT_0)
-            return false;
-        DWORD dwCode = 0;
-        if (!::GetExitCodeProcess(m_hProcess.Get(), &dwCode))
-            QZ_THROW_SYSTEM();
-        *pnExitCode = dwCode;
-        return true;
+        return Win::TryGetProcessExitCode(m_hProcess.Get(), pnExitCode);
     }
 
 private:

@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <cstdint>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,5 +57,8 @@ std::vector<wchar_t> BuildEnvironmentBlock(QZPAR::Params* pEnvironmentAddition);
 // Opens a standard stream of a child as an inheritable handle: empty means "NUL".
 // bWrite: created or truncated for writing (shared for reading and writing); else opened for reading.
 ScopedHandle OpenStdStream(const std::wstring& wstrFile, bool bWrite);
+
+// The exit code of an ended process; false while it runs. System errors are raised.
+bool TryGetProcessExitCode(HANDLE hProcess, uint32_t* pnExitCode);
 
 }  // namespace QZSTD::Win
