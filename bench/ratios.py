@@ -17,8 +17,9 @@ SINGLE = [
     ("BM_StringValueCreateReleasePooled", "BM_StringValueCreateReleaseNewDelete", 2.0),
     ("BM_ValueCreateReleasePooled", "BM_JsonValueCreateRelease", None),
     ("BM_IniParse", "BM_IniParseWregex", 50.0),
-    ("BM_IniParse", "BM_IniParseInih", 0.5),
+    ("BM_IniParse", "BM_IniParseInih", None),
     ("BM_IniParseUtf8", "BM_IniParseInih", None),
+    ("BM_IniParseTree", "BM_IniParseInih", 0.5),
     ("BM_IniParseTree", "BM_IniParseWregex", None),
 ]
 

@@ -2,10 +2,15 @@
 // page (ansicp_*.cpp) and in the path separator, which std::filesystem gives.
 #include "common/inifileparser.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "common/ansicp.h"
 #include "std/error.h"
@@ -21,13 +26,104 @@ namespace {
 // The white space of the line patterns: what "\s" and "\t" match in them.
 bool IsBlank(wchar_t wch) noexcept
 {
-    return wch == L' ' || wch == L'\t' || wch == L'\v' || wch == L'\f' || wch == L'\r' || wch == L'\n';
+    return wch == L' ' || (wch >= L'\t' && wch <= L'\r');  // tab, "\n", "\v", "\f", "\r"
 }
 
 // Characters that end a line for the patterns' "." and so cannot be part of a name, key or value.
 bool IsLineTerminator(wchar_t wch) noexcept
 {
     return wch == L'\n' || wch == L'\r' || wch == 0x2028 || wch == 0x2029;
+}
+
+// The line terminators that do not end a line in the file ("\r", U+2028, U+2029).
+bool IsInnerBreak(wchar_t wch) noexcept
+{
+    return wch == L'\r' || (wch | 1) == 0x2029;
+}
+
+// What one pass over a line finds: where it ends and where its first "=" and its inner breaks lie.
+// Only a line with an inner break between its blanks needs the general rules.
+struct LineMarks
+{
+    static constexpr size_t c_nNone = std::wstring_view::npos;
+    size_t nLength = 0;  // up to the "\n" or the end of the text
+    size_t nFirstEq = c_nNone;
+    size_t nFirstBreak = c_nNone;
+    size_t nLastBreak = c_nNone;
+};
+
+// Marks one character; false at the "\n" that ends the line.
+inline bool MarkChar(wchar_t wch, size_t nPos, LineMarks& marks) noexcept
+{
+    if (wch == L'\n')
+        return false;
+    if (wch == L'=') {
+        if (marks.nFirstEq == LineMarks::c_nNone)
+            marks.nFirstEq = nPos;
+    } else if (IsInnerBreak(wch)) {
+        if (marks.nFirstBreak == LineMarks::c_nNone)
+            marks.nFirstBreak = nPos;
+        marks.nLastBreak = nPos;
+    }
+    return true;
+}
+
+#if defined(__SSE2__)
+inline __m128i SplatChar(wchar_t wch) noexcept
+{
+    if constexpr (sizeof(wchar_t) == 2)
+        return _mm_set1_epi16(static_cast<short>(wch));
+    else
+        return _mm_set1_epi32(static_cast<int>(wch));
+}
+
+inline __m128i EqualChars(__m128i a, __m128i b) noexcept
+{
+    if constexpr (sizeof(wchar_t) == 2)
+        return _mm_cmpeq_epi16(a, b);
+    else
+        return _mm_cmpeq_epi32(a, b);
+}
+#endif
+
+// Scans the text from its start to the first "\n". Most characters of a file are none of the ones
+// that matter, so blocks of them are passed over at once where the processor allows.
+LineMarks ScanLine(std::wstring_view wsvText) noexcept
+{
+    LineMarks marks;
+    const wchar_t* const pChars = wsvText.data();
+    const size_t nSize = wsvText.size();
+    size_t i = 0;
+#if defined(__SSE2__)
+    constexpr size_t c_nLanes = 16 / sizeof(wchar_t);
+    const __m128i vNewline = SplatChar(L'\n');
+    const __m128i vEq = SplatChar(L'=');
+    const __m128i vCr = SplatChar(L'\r');
+    const __m128i vSeparator = SplatChar(static_cast<wchar_t>(0x2028));
+    const __m128i vNoLowBit = SplatChar(static_cast<wchar_t>(~1u & (sizeof(wchar_t) == 2 ? 0xFFFFu : ~0u)));
+    for (; i + c_nLanes <= nSize; i += c_nLanes) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pChars + i));
+        const __m128i vHits = _mm_or_si128(
+            _mm_or_si128(EqualChars(v, vNewline), EqualChars(v, vEq)),
+            _mm_or_si128(EqualChars(v, vCr), EqualChars(_mm_and_si128(v, vNoLowBit), vSeparator)));
+        if (_mm_movemask_epi8(vHits) == 0)
+            continue;
+        for (size_t j = i; j < i + c_nLanes; ++j) {
+            if (!MarkChar(pChars[j], j, marks)) {
+                marks.nLength = j;
+                return marks;
+            }
+        }
+    }
+#endif
+    for (; i < nSize; ++i) {
+        if (!MarkChar(pChars[i], i, marks)) {
+            marks.nLength = i;
+            return marks;
+        }
+    }
+    marks.nLength = nSize;
+    return marks;
 }
 
 std::wstring_view TrimBlanks(std::wstring_view wsv) noexcept
@@ -66,6 +162,67 @@ bool IsListed(const std::vector<std::wstring>* pSections, std::wstring_view wsvN
     return false;
 }
 
+// A line terminator among the characters: a section line needs a name without one, and the key is the
+// shortest text before an "=" that leaves a well-formed value after it.
+bool ParseLineByGeneralRules(std::wstring_view wsvLine, bool& bSection, std::wstring_view& wsvName,
+                             std::wstring_view& wsvValue) noexcept
+{
+    const std::wstring_view wsvTrimmed = TrimBlanks(wsvLine);
+    if (wsvTrimmed.size() >= 2 && wsvTrimmed.front() == L'[' && wsvTrimmed.back() == L']') {
+        const std::wstring_view wsvInner = TrimBlanks(wsvTrimmed.substr(1, wsvTrimmed.size() - 2));
+        if (!HasLineTerminator(wsvInner)) {
+            bSection = true;
+            wsvName = wsvInner;
+            wsvValue = {};
+            return true;
+        }
+    }
+    // The key is the shortest text before an "=" that leaves a well-formed value after it: the first
+    // "=" unless a line terminator inside the value forces a later one.
+    for (size_t nEq = wsvLine.find(L'='); nEq != std::wstring_view::npos; nEq = wsvLine.find(L'=', nEq + 1)) {
+        const std::wstring_view wsvKey = TrimBlanks(wsvLine.substr(0, nEq));
+        if (HasLineTerminator(wsvKey))
+            return false;  // every later "=" keeps it inside the key
+        std::wstring_view wsvVal = TrimBlanks(wsvLine.substr(nEq + 1));
+        if (HasLineTerminator(wsvVal))
+            continue;
+        if (wsvVal.size() >= 2 && wsvVal.front() == L'"' && wsvVal.back() == L'"')
+            wsvVal = wsvVal.substr(1, wsvVal.size() - 2);
+        bSection = false;
+        wsvName = wsvKey;
+        wsvValue = wsvVal;
+        return true;
+    }
+    return false;
+}
+
+// The usual line has no line terminator between its blanks: then its first "=" (found by the scan)
+// splits it and the rules reduce to plain trimming.
+bool ParseMarkedLine(std::wstring_view wsvLine, const LineMarks& marks, bool& bSection,
+                     std::wstring_view& wsvName, std::wstring_view& wsvValue) noexcept
+{
+    const std::wstring_view wsvTrimmed = TrimBlanks(wsvLine);
+    const size_t nBegin = static_cast<size_t>(wsvTrimmed.data() - wsvLine.data());
+    const size_t nEnd = nBegin + wsvTrimmed.size();
+    if (marks.nFirstBreak < nEnd && marks.nLastBreak >= nBegin)
+        return ParseLineByGeneralRules(wsvLine, bSection, wsvName, wsvValue);
+    if (wsvTrimmed.size() >= 2 && wsvTrimmed.front() == L'[' && wsvTrimmed.back() == L']') {
+        bSection = true;
+        wsvName = TrimBlanks(wsvTrimmed.substr(1, wsvTrimmed.size() - 2));
+        wsvValue = {};
+        return true;
+    }
+    if (marks.nFirstEq == LineMarks::c_nNone)
+        return false;
+    std::wstring_view wsvVal = TrimBlanks(wsvLine.substr(marks.nFirstEq + 1));
+    if (wsvVal.size() >= 2 && wsvVal.front() == L'"' && wsvVal.back() == L'"')
+        wsvVal = wsvVal.substr(1, wsvVal.size() - 2);
+    bSection = false;
+    wsvName = TrimBlanks(wsvLine.substr(0, marks.nFirstEq));
+    wsvValue = wsvVal;
+    return true;
+}
+
 // The C runtime's reading of a decimal number, limited to the 32-bit range on every platform.
 int32_t ParseDecimal(std::wstring_view wsv) noexcept
 {
@@ -88,6 +245,16 @@ int32_t ParseDecimal(std::wstring_view wsv) noexcept
         return static_cast<int32_t>(-nValue);
     return static_cast<int32_t>(
         nValue > std::numeric_limits<int32_t>::max() ? int64_t{std::numeric_limits<int32_t>::max()} : nValue);
+}
+
+// Stores entries whose names are distinct (the index folds duplicates) into an empty Params.
+void FillInNameOrder(QZPAR::Params* pParams, std::vector<QZPAR::ParamsEntry>& vecEntries)
+{
+    std::sort(vecEntries.begin(), vecEntries.end(),
+              [](const QZPAR::ParamsEntry& a, const QZPAR::ParamsEntry& b) {
+                  return QZPAR::CompareOrdinal(a.m_shName, b.m_shName) < 0;
+              });
+    QZSTD::QueryInterface<QZPAR::ParamsInternal>(pParams)->ReplaceEntries(vecEntries);
 }
 
 std::wstring ToPlatformPath(std::wstring wstrPath)
@@ -175,64 +342,10 @@ bool IniFileParser::FoldEqual::operator()(const KeyRef& a, const KeyRef& b) cons
 bool IniFileParser::ParseLine(std::wstring_view wsvLine, bool& bSection, std::wstring_view& wsvName,
                               std::wstring_view& wsvValue) noexcept
 {
-    const std::wstring_view wsvTrimmed = TrimBlanks(wsvLine);
-    // The usual line has no line terminator between its blanks: one pass finds its first "=" and the
-    // general rules below reduce to plain trimming.
-    size_t nFirstEq = std::wstring_view::npos;
-    bool bTerminator = false;
-    for (size_t i = 0; i < wsvTrimmed.size(); ++i) {
-        const wchar_t wch = wsvTrimmed[i];
-        if (wch == L'=') {
-            if (nFirstEq == std::wstring_view::npos)
-                nFirstEq = i;
-        } else if (IsLineTerminator(wch)) {
-            bTerminator = true;
-            break;
-        }
-    }
-    if (!bTerminator) {
-        if (wsvTrimmed.size() >= 2 && wsvTrimmed.front() == L'[' && wsvTrimmed.back() == L']') {
-            bSection = true;
-            wsvName = TrimBlanks(wsvTrimmed.substr(1, wsvTrimmed.size() - 2));
-            wsvValue = {};
-            return true;
-        }
-        if (nFirstEq == std::wstring_view::npos)
-            return false;
-        std::wstring_view wsvVal = TrimBlanks(wsvTrimmed.substr(nFirstEq + 1));
-        if (wsvVal.size() >= 2 && wsvVal.front() == L'"' && wsvVal.back() == L'"')
-            wsvVal = wsvVal.substr(1, wsvVal.size() - 2);
-        bSection = false;
-        wsvName = TrimBlanks(wsvTrimmed.substr(0, nFirstEq));
-        wsvValue = wsvVal;
-        return true;
-    }
-    if (wsvTrimmed.size() >= 2 && wsvTrimmed.front() == L'[' && wsvTrimmed.back() == L']') {
-        const std::wstring_view wsvInner = TrimBlanks(wsvTrimmed.substr(1, wsvTrimmed.size() - 2));
-        if (!HasLineTerminator(wsvInner)) {
-            bSection = true;
-            wsvName = wsvInner;
-            wsvValue = {};
-            return true;
-        }
-    }
-    // The key is the shortest text before an "=" that leaves a well-formed value after it: the first
-    // "=" unless a line terminator inside the value forces a later one.
-    for (size_t nEq = wsvLine.find(L'='); nEq != std::wstring_view::npos; nEq = wsvLine.find(L'=', nEq + 1)) {
-        const std::wstring_view wsvKey = TrimBlanks(wsvLine.substr(0, nEq));
-        if (HasLineTerminator(wsvKey))
-            return false;  // every later "=" keeps it inside the key
-        std::wstring_view wsvVal = TrimBlanks(wsvLine.substr(nEq + 1));
-        if (HasLineTerminator(wsvVal))
-            continue;
-        if (wsvVal.size() >= 2 && wsvVal.front() == L'"' && wsvVal.back() == L'"')
-            wsvVal = wsvVal.substr(1, wsvVal.size() - 2);
-        bSection = false;
-        wsvName = wsvKey;
-        wsvValue = wsvVal;
-        return true;
-    }
-    return false;
+    const LineMarks marks = ScanLine(wsvLine);
+    if (marks.nLength < wsvLine.size())  // a "\n" inside: only the general rules place it
+        return ParseLineByGeneralRules(wsvLine, bSection, wsvName, wsvValue);
+    return ParseMarkedLine(wsvLine, marks, bSection, wsvName, wsvValue);
 }
 
 void IniFileParser::Clear()
@@ -295,14 +408,14 @@ void IniFileParser::ParseOwnText(const std::vector<std::wstring>* pSections, con
     size_t nCurrent = c_nNone;
     bool bInSection = false;
     while (!wsvRest.empty()) {
-        const size_t nEol = wsvRest.find(L'\n');
-        const std::wstring_view wsvLine = wsvRest.substr(0, nEol);
-        wsvRest.remove_prefix(nEol == std::wstring_view::npos ? wsvRest.size() : nEol + 1);
+        const LineMarks marks = ScanLine(wsvRest);
+        const std::wstring_view wsvLine = wsvRest.substr(0, marks.nLength);
+        wsvRest.remove_prefix(std::min(marks.nLength + 1, wsvRest.size()));
 
         bool bSection = false;
         std::wstring_view wsvName;
         std::wstring_view wsvValue;
-        if (!ParseLine(wsvLine, bSection, wsvName, wsvValue)) {
+        if (!ParseMarkedLine(wsvLine, marks, bSection, wsvName, wsvValue)) {
             if (!TrimBlanks(wsvLine).empty())
                 QZ_TRACE_E(L"Error. Unexpected line '%ls' !!!\n", std::wstring(wsvLine));
             continue;
@@ -387,20 +500,33 @@ void IniFileParser::ConvertExecutablePath()
 
 QZSTD::CAutoPtr<QZPAR::Params> IniFileParser::GetParams() const
 {
-    if (!m_pParams) {
-        QZSTD::CAutoPtr<QZPAR::Params> pRoot = QZPAR::CreateParams();
-        std::wstring wstrName;
-        for (const Section& section : m_vecSections) {
-            QZSTD::CAutoPtr<QZPAR::Params> pSection = QZPAR::CreateParams();
-            for (const Entry& entry : section.m_vecKeys) {
-                wstrName.assign(entry.m_wsvName);
-                QZPAR::SetStringValue(pSection.Get(), wstrName.c_str(), entry.m_wsvValue);
-            }
-            wstrName.assign(section.m_wsvName);
-            QZPAR::SetParamsValue(pRoot.Get(), wstrName.c_str(), pSection.Get());
-        }
-        m_pParams = pRoot;
+    if (m_pParams)
+        return m_pParams;
+    // Each Params is filled in one step with its entries in name order: one lock per section and no
+    // search for the place of each entry. Key names repeat from section to section ("Executable",
+    // "CmdLine"), so each spelling is stored once and shared by all its entries.
+    std::unordered_map<std::wstring_view, QZPAR::SharedString> mapNames;
+    auto sharedName = [&mapNames](std::wstring_view wsvName) {
+        auto [it, bNew] = mapNames.try_emplace(wsvName);
+        if (bNew)
+            it->second = QZPAR::SharedString(wsvName);
+        return it->second;
+    };
+    std::vector<QZPAR::ParamsEntry> vecSections;
+    vecSections.reserve(m_vecSections.size());
+    std::vector<QZPAR::ParamsEntry> vecKeys;
+    for (const Section& section : m_vecSections) {
+        vecKeys.clear();
+        for (const Entry& entry : section.m_vecKeys)
+            vecKeys.push_back({sharedName(entry.m_wsvName), QZPAR::CreateString(entry.m_wsvValue)});
+        QZSTD::CAutoPtr<QZPAR::Params> pSection = QZPAR::CreateParams();
+        FillInNameOrder(pSection.Get(), vecKeys);
+        vecSections.push_back(
+            {QZPAR::SharedString(section.m_wsvName), QZPAR::CreateParamsValue(pSection.Get())});
     }
+    QZSTD::CAutoPtr<QZPAR::Params> pRoot = QZPAR::CreateParams();
+    FillInNameOrder(pRoot.Get(), vecSections);
+    m_pParams = pRoot;
     return m_pParams;
 }
 

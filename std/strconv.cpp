@@ -1,6 +1,9 @@
 // Hand-written converters: the standard codecvt facets are deprecated and locale-dependent.
 #include "std/strconv.h"
 
+#include <algorithm>
+#include <cstddef>
+
 namespace QZSTD {
 namespace {
 
@@ -54,13 +57,21 @@ std::wstring Utf8ToWide(std::string_view s)
     std::wstring out;
     out.reserve(s.size());
     for (size_t i = 0; i < s.size();) {
-        const unsigned char b = static_cast<unsigned char>(s[i]);
-        size_t nLen = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
-        if (nLen == 1) {
-            out += static_cast<wchar_t>(b);
-            ++i;
+        // A run of ASCII, most of any file, is its own characters: copied in one step.
+        size_t nAscii = i;
+        while (nAscii < s.size() && static_cast<unsigned char>(s[nAscii]) < 0x80)
+            ++nAscii;
+        if (nAscii > i) {
+            const size_t nOld = out.size();
+            out.resize(nOld + (nAscii - i));
+            std::copy(s.begin() + static_cast<std::ptrdiff_t>(i),
+                      s.begin() + static_cast<std::ptrdiff_t>(nAscii),
+                      out.begin() + static_cast<std::ptrdiff_t>(nOld));
+            i = nAscii;
             continue;
         }
+        const unsigned char b = static_cast<unsigned char>(s[i]);
+        size_t nLen = (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
         char32_t c = nLen == 2 ? (b & 0x1F) : nLen == 3 ? (b & 0x0F) : (b & 0x07);
         bool bOk = nLen != 0 && i + nLen <= s.size();
         for (size_t k = 1; bOk && k < nLen; ++k) {

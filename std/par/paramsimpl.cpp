@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "std/failfast.h"
@@ -345,6 +346,12 @@ void CParamsImpl::ReplaceEntries(const std::vector<ParamsEntry>& vecEntries)
     }
     WriteGuard guard(*this);
     for (const ParamsEntry& e : vecEntries) {
+        // Entries usually come in name order (snapshots, the binary stream, sorted builders): one
+        // comparison with the last name then finds the place.
+        if (m_mapValues.empty() || NameLess()(std::prev(m_mapValues.end())->first, e.m_shName)) {
+            Insert(m_mapValues.end(), e.m_shName, e.m_pValue);
+            continue;
+        }
         auto it = m_mapValues.lower_bound(e.m_shName);
         if (IsMatch(it, e.m_shName)) {
             it->second = e.m_pValue;

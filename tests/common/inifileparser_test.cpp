@@ -187,6 +187,17 @@ TEST(IniFileParser, AnsiIsWindows1252WhereTheSystemHasNoCodePage)
     QZSTD::CAutoPtr<IniFileParser> pParser = IniFileParser::Create();
     pParser->ParseBytes("[S]\nname=\x80\xE9\x9F\x81\xFF\n", nullptr, false);
     EXPECT_EQ(pParser->GetString(L"S", L"name", nullptr), L"\x20AC\x00E9\x0178\x0081\x00FF");
+
+    // ASCII is widened sixteen bytes at a time: a high byte at every place of a block, and runs that
+    // end anywhere, still read through the table.
+    for (size_t nPos = 0; nPos < 40; ++nPos) {
+        std::string strValue(40, 'a');
+        strValue[nPos] = '\x80';
+        pParser->ParseBytes("[S]\nname=" + strValue + "\n", nullptr, false);
+        std::wstring wstrExpected(40, L'a');
+        wstrExpected[nPos] = 0x20AC;
+        ASSERT_EQ(pParser->GetString(L"S", L"name", nullptr), wstrExpected) << nPos;
+    }
 }
 #endif
 
@@ -315,9 +326,41 @@ TEST(IniFileParserDifferential, LongSectionsWithRepeatedKeysGiveTheSameTreeAsThe
 std::wstring GenerateText(std::mt19937& rng)
 {
     static const wchar_t* const c_arrPieces[] = {
-        L" ",   L"\t",  L"  \t",   L"\v",     L"\f",     L"\r",     L"=",      L"=",   L" = ", L"[",
-        L"]",   L"[ ",  L" ]",     L"\"",     L"\"",     L"a",      L"A",      L"key", L"KEY", L"Sec",
-        L"sec", L"x y", L"\x00E9", L"\x00C9", L"\x0416", L"\x0436", L"\x4E2D", L";",   L"#",   L"1",
+        L" ",
+        L"\t",
+        L"  \t",
+        L"\v",
+        L"\f",
+        L"\r",
+        L"=",
+        L"=",
+        L" = ",
+        L"[",
+        L"]",
+        L"[ ",
+        L" ]",
+        L"\"",
+        L"\"",
+        L"a",
+        L"A",
+        L"key",
+        L"KEY",
+        L"Sec",
+        L"sec",
+        L"x y",
+        L"\x00E9",
+        L"\x00C9",
+        L"\x0416",
+        L"\x0436",
+        L"\x4E2D",
+        L";",
+        L"#",
+        L"1",
+        // Runs longer than the blocks in which the reader scans, so that "=", "\r" and blanks fall
+        // at every place of a block.
+        L"abcdefg",
+        L"Long Name Of A Key",
+        L"C:\\Program Files\\Vendor\\setup.exe",
     };
     constexpr size_t c_nPieces = std::size(c_arrPieces);
     std::wstring wstrText;
