@@ -254,7 +254,7 @@ void FillInNameOrder(QZPAR::Params* pParams, std::vector<QZPAR::ParamsEntry>& ve
               [](const QZPAR::ParamsEntry& a, const QZPAR::ParamsEntry& b) {
                   return QZPAR::CompareOrdinal(a.m_shName, b.m_shName) < 0;
               });
-    QZSTD::QueryInterface<QZPAR::ParamsInternal>(pParams)->ReplaceEntries(vecEntries);
+    QZSTD::QueryInterface<QZPAR::ParamsInternal>(pParams)->ReplaceEntries(std::move(vecEntries));
 }
 
 std::wstring ToPlatformPath(std::wstring wstrPath)

@@ -75,6 +75,11 @@ public:
     CAutoPtr(const CAutoPtr<U>& o) : CAutoPtr(static_cast<T*>(o.Get()))
     {
     }
+    // Takes over the reference of a pointer to a derived interface (no count traffic).
+    template <class U>
+    CAutoPtr(CAutoPtr<U>&& o) noexcept : m_p(o.Detach())
+    {
+    }
     CAutoPtr& operator=(CAutoPtr o) noexcept
     {
         std::swap(m_p, o.m_p);

@@ -230,8 +230,9 @@ struct ParamsInternal : QZSTD::QZBaseQI
     virtual bool IsReadOnly() = 0;
     // Replaces the vector's content with a snapshot of the entries in name order.
     virtual void GetEntries(std::vector<ParamsEntry>& vecEntries) = 0;
-    // Stores every entry under its (shared) name, overwriting entries of the same name; one lock.
-    virtual void ReplaceEntries(const std::vector<ParamsEntry>& vecEntries) = 0;
+    // Stores every entry under its (shared) name, overwriting entries of the same name; one lock. The
+    // entries are moved in: pass a vector the caller no longer needs to spare the reference counts.
+    virtual void ReplaceEntries(std::vector<ParamsEntry> vecEntries) = 0;
 };
 
 // Creates every value type and empty Params; each object comes from its class's pool with

@@ -337,7 +337,7 @@ void CParamsImpl::Clear()
     m_nCount = 0;
 }
 
-void CParamsImpl::ReplaceEntries(const std::vector<ParamsEntry>& vecEntries)
+void CParamsImpl::ReplaceEntries(std::vector<ParamsEntry> vecEntries)
 {
     for (const ParamsEntry& e : vecEntries) {
         if (!e.m_pValue)
@@ -345,19 +345,20 @@ void CParamsImpl::ReplaceEntries(const std::vector<ParamsEntry>& vecEntries)
         QZ_CHECK_ARG(!e.m_shName.empty(), "name");
     }
     WriteGuard guard(*this);
-    for (const ParamsEntry& e : vecEntries) {
+    for (ParamsEntry& e : vecEntries) {
         // Entries usually come in name order (snapshots, the binary stream, sorted builders): one
         // comparison with the last name then finds the place.
         if (m_mapValues.empty() || NameLess()(std::prev(m_mapValues.end())->first, e.m_shName)) {
-            Insert(m_mapValues.end(), e.m_shName, e.m_pValue);
+            Insert(m_mapValues.end(), std::move(e.m_shName), std::move(e.m_pValue));
             continue;
         }
         auto it = m_mapValues.lower_bound(e.m_shName);
         if (IsMatch(it, e.m_shName)) {
-            it->second = e.m_pValue;
+            // The old value goes back into the vector, to be released after the lock.
+            std::swap(it->second, e.m_pValue);
             continue;
         }
-        Insert(it, e.m_shName, e.m_pValue);
+        Insert(it, std::move(e.m_shName), std::move(e.m_pValue));
     }
 }
 
@@ -367,7 +368,7 @@ void CParamsImpl::CopyFrom(Params* pSrc)
     std::vector<ParamsEntry> vecEntries;
     SnapshotOf(pSrc, vecEntries);
     CloneValues(vecEntries);
-    ReplaceEntries(vecEntries);
+    ReplaceEntries(std::move(vecEntries));
 }
 
 void CParamsImpl::CopyFromShared(Params* pSrc)
@@ -375,7 +376,7 @@ void CParamsImpl::CopyFromShared(Params* pSrc)
     QZ_CHECK_ARG(pSrc, "pSrc");
     std::vector<ParamsEntry> vecEntries;
     SnapshotOf(pSrc, vecEntries);
-    ReplaceEntries(vecEntries);
+    ReplaceEntries(std::move(vecEntries));
 }
 
 void CParamsImpl::MakeReadOnly()

@@ -56,7 +56,7 @@ public:
     // ParamsInternal
     bool IsReadOnly() override { return m_nReadOnly.load(std::memory_order_acquire) != 0; }
     void GetEntries(std::vector<ParamsEntry>& vecEntries) override;
-    void ReplaceEntries(const std::vector<ParamsEntry>& vecEntries) override;
+    void ReplaceEntries(std::vector<ParamsEntry> vecEntries) override;
 
 private:
     using Map = std::map<SharedString, QZSTD::CAutoPtr<Value>, NameLess>;
