@@ -100,7 +100,7 @@ LineMarks ScanLine(std::wstring_view wsvText) noexcept
     const __m128i vEq = SplatChar(L'=');
     const __m128i vCr = SplatChar(L'\r');
     const __m128i vSeparator = SplatChar(static_cast<wchar_t>(0x2028));
-    const __m128i vNoLowBit = SplatChar(static_cast<wchar_t>(~1u & (sizeof(wchar_t) == 2 ? 0xFFFFu : ~0u)));
+    const __m128i vNoLowBit = SplatChar(static_cast<wchar_t>(~1));  // U+2028 and U+2029 in one compare
     for (; i + c_nLanes <= nSize; i += c_nLanes) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pChars + i));
         const __m128i vHits = _mm_or_si128(
