@@ -140,14 +140,22 @@ QZSTD::LaunchWaiter* CreateJobWaiter(std::unique_ptr<JobTarget> pTarget, int nWa
     return new QZSTD::RcClassImpl<LaunchJobWaiterImpl>(std::move(pTarget), nWaitMode, std::move(vecImages));
 }
 
-void CheckLaunchPreconditions(int nWaitMode, QZSTD::LaunchWaiter** ppLaunchWaiter)
+std::wstring BeginLaunch(int nWaitMode, QZSTD::LaunchWaiter** ppLaunchWaiter,
+                         const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
+                         const std::wstring& wstrStdErr)
 {
+    QZ_TRACE_SCOPE("QZRI", "QZRI::LaunchAsync");
     QZSTD::ThrowIfShutdown();
     QZ_ASSERT(ppLaunchWaiter);
     QZ_ASSERT(*ppLaunchWaiter == nullptr);
     if (nWaitMode == WAIT_MODE_RESERVED)
         QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
     QZ_CHECK_ARG(nWaitMode >= WAIT_PROCESS_ONLY && nWaitMode <= WAIT_LISTED_IMAGES, "nWaitMode");
+    QZ_CHECK_ARG(!wstrCommandLine.empty(), "wstrCommandLine");
+    const std::wstring wstrErr = wstrStdErr.empty() ? L"NUL" : wstrStdErr;
+    QZ_TRACE_I(L"CommandLine: '%ls', szCurDir:'%ls'\n", wstrCommandLine, wstrCurDir);
+    QZ_TRACE_I(L"szStdOut: '%ls', szStdErr:'%ls', szStdIn:'%ls'\n", L"NUL", wstrErr, L"NUL");
+    return wstrErr;
 }
 
 bool SameImageName(const std::wstring& a, const std::wstring& b)

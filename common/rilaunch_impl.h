@@ -42,8 +42,11 @@ QZSTD::LaunchWaiter* CreateJobWaiter(std::unique_ptr<JobTarget> pTarget, int nWa
                                      std::vector<std::wstring> vecImages);
 
 // Refuses what the launch cannot do before anything starts: a raised shutdown (1199), a bad out pointer,
-// wait mode 3 (1194) or an unknown one (1187 "nWaitMode").
-void CheckLaunchPreconditions(int nWaitMode, QZSTD::LaunchWaiter** ppLaunchWaiter);
+// wait mode 3 (1194) or an unknown one (1187 "nWaitMode"), an empty command line (1187); then traces
+// the request. Returns where standard error goes ("NUL" when the caller names no file).
+std::wstring BeginLaunch(int nWaitMode, QZSTD::LaunchWaiter** ppLaunchWaiter,
+                         const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
+                         const std::wstring& wstrStdErr);
 
 // True when the two image file names match, ASCII case ignored.
 bool SameImageName(const std::wstring& a, const std::wstring& b);

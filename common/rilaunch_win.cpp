@@ -175,11 +175,8 @@ void LaunchAsync(const std::wstring& wstrCommandLine, const std::wstring& wstrCu
                  QZSTD::LaunchWaiter** ppLaunchWaiter, const std::vector<std::wstring>& vecWaitImages)
 {
     QZ_TRACE_SCOPE("QZRI", "QZRI::LaunchAsync");
-    Detail::CheckLaunchPreconditions(nWaitMode, ppLaunchWaiter);
-    QZ_CHECK_ARG(!wstrCommandLine.empty(), "wstrCommandLine");
-    const std::wstring wstrErr = wstrStdErr.empty() ? L"NUL" : wstrStdErr;
-    QZ_TRACE_I(L"CommandLine: '%ls', szCurDir:'%ls'\n", wstrCommandLine, wstrCurDir);
-    QZ_TRACE_I(L"szStdOut: '%ls', szStdErr:'%ls', szStdIn:'%ls'\n", L"NUL", wstrErr, L"NUL");
+    const std::wstring wstrErr =
+        Detail::BeginLaunch(nWaitMode, ppLaunchWaiter, wstrCommandLine, wstrCurDir, wstrStdErr);
 
     std::wstring wstrApp;
     std::wstring wstrCmd = wstrCommandLine;
