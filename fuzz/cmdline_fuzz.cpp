@@ -12,7 +12,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
 {
-    const std::wstring wstrCmdLine = QZSTD::Utf8ToWide(std::string(reinterpret_cast<const char*>(pData), nSize));
+    const std::wstring wstrCmdLine =
+        QZSTD::Utf8ToWide(std::string(reinterpret_cast<const char*>(pData), nSize));
     const std::vector<std::wstring> vecArgs = QZSTD::SplitCommandLine(wstrCmdLine);
     if (vecArgs.empty())
         std::abort();

@@ -29,7 +29,8 @@ void WriteText(const std::filesystem::path& dir, const std::string& strName, con
 // Text seeds: command lines, "$HEX_" values, a settings storage and ini files as the agent meets them.
 void WriteTextSeeds(const std::filesystem::path& root)
 {
-    WriteText(root / "fuzz_cmdline", "agent", "\"C:\\Temp\\pkg\\qzriwrap.exe\" TASK_ID=12 /s \"a b\" QZRI$ID=x");
+    WriteText(root / "fuzz_cmdline", "agent",
+              "\"C:\\Temp\\pkg\\qzriwrap.exe\" TASK_ID=12 /s \"a b\" QZRI$ID=x");
     WriteText(root / "fuzz_cmdline", "escapes", "prog a\\\\\"b c\\\"d \"e\"\"f\" \"\" \\\\");
     WriteText(root / "fuzz_hex", "a_b", "610020006200");
     WriteText(root / "fuzz_hex", "surrogates", "3DD800DE");
@@ -39,10 +40,12 @@ void WriteTextSeeds(const std::filesystem::path& root)
               "<value name=\"QZNAG_SRVID\" type=\"STRING_T\" value=\"srv-1\"/>"
               "<value name=\"n\" type=\"INT_T\" value=\"5\"/>"
               "<value name=\"p\" type=\"PARAMS_T\"><value name=\"b\" type=\"BOOL_T\" value=\"true\"/></value>"
-              "<value name=\"a\" type=\"ARRAY_T\"><item type=\"DOUBLE_T\" value=\"1.5\"/><item null=\"true\"/></value>"
+              "<value name=\"a\" type=\"ARRAY_T\"><item type=\"DOUBLE_T\" value=\"1.5\"/><item "
+              "null=\"true\"/></value>"
               "</section></version></product></settings_storage>\n");
     WriteText(root / "fuzz_profile", "qzriwrp",
-              "[Setup]\r\naction=1\r\nstart_counter=4\r\ncmdline=$HEX_610020006200\r\n; note\r\n[Other]\r\nk = \" v \"\r\n");
+              "[Setup]\r\naction=1\r\nstart_counter=4\r\ncmdline=$HEX_610020006200\r\n; note\r\n[Other]\r\nk "
+              "= \" v \"\r\n");
 }
 
 // The ini reader (first byte: 0 ANSI, 1 UTF-8) and the package description ("\n--\n" before the companion).

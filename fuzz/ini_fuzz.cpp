@@ -11,17 +11,14 @@
 
 #include "common/ansicp.h"
 #include "common/inifileparser.h"
+#include "fuzz/initree.h"
 #include "std/par/paramshelpers.h"
 #include "std/strconv.h"
 #include "tests/common/inifileparser_reference.h"
 
 namespace {
 
-void Check(bool bCondition)
-{
-    if (!bCondition)
-        abort();
-}
+using QZFUZZ::Check;
 
 std::wstring Upper(const std::wstring& wstr)
 {
@@ -60,22 +57,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
     pParser->ParseBytes(svText, nullptr, bUtf8);
     CheckAgainstTheExpressions(pParser.Get(), svText, bUtf8);
 
-    QZSTD::CAutoPtr<QZPAR::Params> pRoot = pParser->GetParams();
-    std::vector<std::wstring> vecSections;
-    pRoot->GetNames(vecSections);
-    for (const std::wstring& wstrSection : vecSections) {
-        QZSTD::CAutoPtr<QZPAR::Params> pSection = QZPAR::GetParamsValue(pRoot.Get(), wstrSection.c_str());
-        std::vector<std::wstring> vecKeys;
-        pSection->GetNames(vecKeys);
-        for (const std::wstring& wstrKey : vecKeys) {
-            const std::wstring wstrValue = QZPAR::GetStringValue(pSection.Get(), wstrKey.c_str());
-            Check(pParser->GetString(wstrSection, wstrKey, nullptr) == wstrValue);
-            Check(pParser->GetString(Upper(wstrSection), Upper(wstrKey), nullptr) == wstrValue);
-            // Names never keep the blanks around them.
-            Check(wstrKey.front() != L' ' && wstrKey.back() != L' ' && wstrKey.front() != L'\t');
-        }
-    }
+    QZFUZZ::ForEachIniValue(pParser.Get(), [&](const std::wstring& wstrSection, const std::wstring& wstrKey,
+                                               const std::wstring& wstrValue) {
+        Check(pParser->GetString(wstrSection, wstrKey, nullptr) == wstrValue);
+        Check(pParser->GetString(Upper(wstrSection), Upper(wstrKey), nullptr) == wstrValue);
+        // Names never keep the blanks around them.
+        Check(wstrKey.front() != L' ' && wstrKey.back() != L' ' && wstrKey.front() != L'\t');
+    });
     // The same text restricted to its first section keeps exactly that section.
+    std::vector<std::wstring> vecSections;
+    pParser->GetParams()->GetNames(vecSections);
     if (!vecSections.empty()) {
         const std::vector<std::wstring> vecOnly = {vecSections.front()};
         QZSTD::CAutoPtr<QZRI::IniFileParser> pOnly = QZRI::IniFileParser::Create();

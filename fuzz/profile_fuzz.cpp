@@ -18,7 +18,8 @@ const std::wstring& FuzzFile()
 {
     static const std::wstring wstr = [] {
         const char* szDir = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        return QZSTD::Utf8ToWide(std::string(szDir) + "/qz_profile_fuzz_" + std::to_string(getpid()) + ".ini");
+        return QZSTD::Utf8ToWide(std::string(szDir) + "/qz_profile_fuzz_" + std::to_string(getpid()) +
+                                 ".ini");
     }();
     return wstr;
 }
@@ -57,8 +58,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
         if (QZSTD::GetProfileString(wstrFile, wstrSection.c_str(), wstrKey.c_str(), L"", 4096) != wstrValue)
             std::abort();
         // Section names match without regard to case, so only an unrelated section must be unchanged.
-        const bool bSameSection = wstrSection.size() == 5 &&
-                                  QZSTD::WideToUtf8(wstrSection).find_first_not_of("SETUPsetup") == std::string::npos;
+        const bool bSameSection =
+            wstrSection.size() == 5 &&
+            QZSTD::WideToUtf8(wstrSection).find_first_not_of("SETUPsetup") == std::string::npos;
         if (!bSameSection && QZSTD::GetProfileString(wstrFile, L"Setup", L"action", L"", 4096) != wstrOther)
             std::abort();
     }

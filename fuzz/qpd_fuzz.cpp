@@ -10,16 +10,13 @@
 #include <vector>
 
 #include "common/qpdfile.h"
+#include "fuzz/initree.h"
 #include "std/error.h"
 #include "std/par/paramshelpers.h"
 
 namespace {
 
-void Check(bool bCondition)
-{
-    if (!bCondition)
-        abort();
-}
+using QZFUZZ::Check;
 
 class MemoryFiles : public QZRI::FilesProvider
 {
@@ -38,29 +35,21 @@ public:
 
 void CheckValuesOf(QZRI::IniFileParser* pParser, QZRI::QpdFile* pQpd, bool bCompanion)
 {
-    QZSTD::CAutoPtr<QZPAR::Params> pRoot = pParser->GetParams();
-    std::vector<std::wstring> vecSections;
-    pRoot->GetNames(vecSections);
-    for (const std::wstring& wstrSection : vecSections) {
-        QZSTD::CAutoPtr<QZPAR::Params> pSection = QZPAR::GetParamsValue(pRoot.Get(), wstrSection.c_str());
-        std::vector<std::wstring> vecKeys;
-        pSection->GetNames(vecKeys);
-        for (const std::wstring& wstrKey : vecKeys) {
-            QZRI::QpdValueOrigin eOrigin = QZRI::QpdValueOrigin::ABSENT;
-            const std::wstring wstrValue = pQpd->GetString(wstrSection, wstrKey, L"", &eOrigin);
-            const std::wstring wstrOwn = QZPAR::GetStringValue(pSection.Get(), wstrKey.c_str());
-            if (wstrOwn == QZRI::c_szAbsentSentinel)
-                continue;
-            if (bCompanion) {
-                Check(eOrigin == QZRI::QpdValueOrigin::COMPANION && wstrValue == wstrOwn);
-            } else {
-                Check(eOrigin != QZRI::QpdValueOrigin::ABSENT);
-                if (eOrigin == QZRI::QpdValueOrigin::QPD)
-                    Check(wstrValue == wstrOwn);
-            }
-            pQpd->GetInt(wstrSection, wstrKey, 0);
+    QZFUZZ::ForEachIniValue(pParser, [&](const std::wstring& wstrSection, const std::wstring& wstrKey,
+                                         const std::wstring& wstrOwn) {
+        QZRI::QpdValueOrigin eOrigin = QZRI::QpdValueOrigin::ABSENT;
+        const std::wstring wstrValue = pQpd->GetString(wstrSection, wstrKey, L"", &eOrigin);
+        if (wstrOwn == QZRI::c_szAbsentSentinel)
+            return;
+        if (bCompanion) {
+            Check(eOrigin == QZRI::QpdValueOrigin::COMPANION && wstrValue == wstrOwn);
+        } else {
+            Check(eOrigin != QZRI::QpdValueOrigin::ABSENT);
+            if (eOrigin == QZRI::QpdValueOrigin::QPD)
+                Check(wstrValue == wstrOwn);
         }
-    }
+        pQpd->GetInt(wstrSection, wstrKey, 0);
+    });
 }
 
 }  // namespace

@@ -22,15 +22,7 @@ namespace {
 
 const bool g_bChildMode = QZTEST::RunChildModeIfAsked();
 
-bool RunningUnderWine()
-{
-#ifdef _WIN32
-    HMODULE hNtdll = ::GetModuleHandleW(L"ntdll.dll");
-    return hNtdll && ::GetProcAddress(hNtdll, "wine_get_version") != nullptr;
-#else
-    return false;
-#endif
-}
+using QZTEST::RunningUnderWine;
 
 std::wstring Native(const std::wstring& wstr)
 {

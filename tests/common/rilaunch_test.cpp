@@ -21,6 +21,7 @@
 #include "std/shutdown.h"
 #include "std/strconv.h"
 #include "std/trace.h"
+#include "tests/testutil/fsutil.h"
 
 #ifdef _WIN32
 #include "common/win32_handlelist.h"
@@ -106,15 +107,7 @@ bool AppearsWithin(const std::filesystem::path& path, std::chrono::seconds sec)
     return true;
 }
 
-bool RunningUnderWine()
-{
-#ifdef _WIN32
-    HMODULE hNtdll = ::GetModuleHandleW(L"ntdll.dll");
-    return hNtdll && ::GetProcAddress(hNtdll, "wine_get_version") != nullptr;
-#else
-    return false;
-#endif
-}
+using QZTEST::RunningUnderWine;
 
 class RiLaunchTest : public ::testing::Test
 {

@@ -47,4 +47,8 @@ void SetEnv(const std::string& strName, const std::wstring& wstrValue);
 // The variable's value ("" when it is not set).
 std::wstring GetEnv(const std::string& strName);
 
+// True in a Windows build that runs under Wine: some Windows behaviour (cmd.exe's errorlevel, logons)
+// can only be asserted on Windows itself.
+bool RunningUnderWine();
+
 }  // namespace QZTEST

@@ -42,4 +42,9 @@ std::wstring GetEnv(const std::string& strName)
     return sz ? QZSTD::Utf8ToWide(sz) : std::wstring();
 }
 
+bool RunningUnderWine()
+{
+    return false;
+}
+
 }  // namespace QZTEST

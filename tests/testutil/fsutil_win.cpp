@@ -48,4 +48,10 @@ std::wstring GetEnv(const std::string& strName)
     return wstrValue;
 }
 
+bool RunningUnderWine()
+{
+    HMODULE hNtdll = GetModuleHandleW(L"ntdll.dll");
+    return hNtdll && GetProcAddress(hNtdll, "wine_get_version") != nullptr;
+}
+
 }  // namespace QZTEST
