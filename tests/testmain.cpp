@@ -6,8 +6,20 @@
 #include <cstdio>
 #include <cstdlib>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 int main(int argc, char** argv)
 {
+#ifdef _WIN32
+    // Wine starts its desktop process (explorer.exe /desktop) for the first program that needs a window,
+    // as that program's child, and it runs until the Wine server ends. Started by a program inside a job
+    // (a new console's window is enough), it would keep the job from ever emptying and every wait for the
+    // whole job would time out. Asking for the desktop here starts it outside any job; on Windows this
+    // is a plain lookup.
+    GetDesktopWindow();
+#endif
     testing::InitGoogleTest(&argc, argv);
     const int rc = RUN_ALL_TESTS();
     if (const char* szFile = std::getenv("QZ_TEST_RAN_FILE")) {
