@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -13,25 +12,11 @@
 #include "fuzz/initree.h"
 #include "std/error.h"
 #include "std/par/paramshelpers.h"
+#include "tests/testutil/memoryfiles.h"
 
 namespace {
 
 using QZFUZZ::Check;
-
-class MemoryFiles : public QZRI::FilesProvider
-{
-public:
-    std::string ReadFileContent(const std::wstring& wstrPath) override
-    {
-        const auto it = m_mapFiles.find(wstrPath);
-        if (it == m_mapFiles.end())
-            QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrPath);
-        return it->second;
-    }
-    void CopyFileTo(const std::wstring&, const std::wstring&) override {}
-
-    std::map<std::wstring, std::string> m_mapFiles;
-};
 
 void CheckValuesOf(QZRI::IniFileParser* pParser, QZRI::QpdFile* pQpd, bool bCompanion)
 {
@@ -58,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
 {
     const std::string strInput(reinterpret_cast<const char*>(pData), nSize);
     const size_t nSplit = strInput.find("\n--\n");
-    auto pFiles = QZSTD::CAutoPtr<MemoryFiles>::Adopt(new QZSTD::RcClassImpl<MemoryFiles>());
+    auto pFiles = QZTEST::MemoryFiles::Create();
     pFiles->m_mapFiles[L"pkg.qpd"] = strInput.substr(0, nSplit);
     if (nSplit != std::string::npos)
         pFiles->m_mapFiles[L"pkg.qud"] = strInput.substr(nSplit + 4);

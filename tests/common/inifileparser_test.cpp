@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <map>
 #include <random>
 
 #include "inifileparser_reference.h"
@@ -13,6 +12,7 @@
 #include "std/strconv.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
+#include "tests/testutil/memoryfiles.h"
 
 namespace {
 
@@ -214,36 +214,19 @@ TEST(IniFileParser, AMissingFileRaisesFileNotFoundAndLeavesNoContent)
     EXPECT_EQ(pParser->GetParams()->GetSize(), 0);
 }
 
-class MapFilesProvider : public QZRI::FilesProvider
-{
-public:
-    std::string ReadFileContent(const std::wstring& wstrPath) override
-    {
-        ++m_nReads;
-        const auto it = m_mapFiles.find(wstrPath);
-        if (it == m_mapFiles.end())
-            QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrPath);
-        return it->second;
-    }
-    void CopyFileTo(const std::wstring&, const std::wstring&) override {}
-
-    std::map<std::wstring, std::string> m_mapFiles;
-    int m_nReads = 0;
-};
-
 TEST(IniFileParser, TheFilesProviderSuppliesTheContentWhenSet)
 {
-    auto pProvider = QZSTD::CAutoPtr<MapFilesProvider>::Adopt(new QZSTD::RcClassImpl<MapFilesProvider>());
+    auto pProvider = QZTEST::MemoryFiles::Create();
     pProvider->m_mapFiles[L"remote/pkg.ini"] = "[S]\nk=from provider\n";
     QZSTD::CAutoPtr<IniFileParser> pParser =
         IniFileParser::Create(L"remote/pkg.ini", nullptr, false, pProvider.Get());
     EXPECT_EQ(pParser->GetString(L"S", L"k", nullptr), L"from provider");
-    EXPECT_EQ(pProvider->m_nReads, 1);
+    EXPECT_EQ(pProvider->m_vecAsked.size(), 1u);
     pParser->SetFilesProvider(nullptr);
     EXPECT_EQ(pParser->GetFilesProvider(), nullptr);
     EXPECT_TRUE(
         QZTEST::ErrorOf([&] { pParser->ReadIniFile(L"remote/pkg.ini", nullptr, false); }).has_value());
-    EXPECT_EQ(pProvider->m_nReads, 1);
+    EXPECT_EQ(pProvider->m_vecAsked.size(), 1u);
 }
 
 TEST(IniFileParser, NamesFoldOnlyTheLettersOfTheKnownScripts)

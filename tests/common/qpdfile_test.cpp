@@ -4,39 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <map>
 
 #include "std/error.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
+#include "tests/testutil/memoryfiles.h"
 
 namespace {
 
 using QZRI::QpdFile;
 using QZRI::QpdValueOrigin;
-
-// Files in memory; records every path asked for.
-class MapFilesProvider : public QZRI::FilesProvider
-{
-public:
-    std::string ReadFileContent(const std::wstring& wstrPath) override
-    {
-        m_vecAsked.push_back(wstrPath);
-        const auto it = m_mapFiles.find(wstrPath);
-        if (it == m_mapFiles.end())
-            QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrPath);
-        return it->second;
-    }
-    void CopyFileTo(const std::wstring&, const std::wstring&) override {}
-
-    std::map<std::wstring, std::string> m_mapFiles;
-    std::vector<std::wstring> m_vecAsked;
-};
-
-QZSTD::CAutoPtr<MapFilesProvider> NewProvider()
-{
-    return QZSTD::CAutoPtr<MapFilesProvider>::Adopt(new QZSTD::RcClassImpl<MapFilesProvider>());
-}
 
 std::wstring Native(const std::wstring& wstr)
 {
@@ -68,7 +45,7 @@ TEST(QpdFile, TheCompanionWinsThenTheQpdFileThenTheDefault)
 
 TEST(QpdFile, AValueEqualToTheSentinelCountsAsAbsent)
 {
-    auto pProvider = NewProvider();
+    auto pProvider = QZTEST::MemoryFiles::Create();
     pProvider->m_mapFiles[L"p.qpd"] = "[S]\nk=D3F45DA0-29F6-46dc-ACC7-0E5898F9724D\n";
     QZSTD::CAutoPtr<QpdFile> pQpd = QpdFile::Create(L"p.qpd", pProvider.Get());
     EXPECT_EQ(pQpd->GetString(L"S", L"k", L"dflt"), L"dflt");
@@ -76,7 +53,7 @@ TEST(QpdFile, AValueEqualToTheSentinelCountsAsAbsent)
 
 TEST(QpdFile, GetIntTakesTheCompanionFirstAndFallsBackToTheQpdFileAndDefault)
 {
-    auto pProvider = NewProvider();
+    auto pProvider = QZTEST::MemoryFiles::Create();
     pProvider->m_mapFiles[L"p.qpd"] = "[Product]\nAdaptedProduct=3\nOnlyQpd=5\n";
     pProvider->m_mapFiles[L"p.qud"] = "[Product]\nAdaptedProduct=7\n";
     QZSTD::CAutoPtr<QpdFile> pQpd = QpdFile::Create(L"p.qpd", pProvider.Get());
@@ -110,7 +87,7 @@ TEST(QpdFile, GetIntFallsBackOnlyOnNotFound)
 
 TEST(QpdFile, AQudPathIsReadAsUtf8AndNoCompanionIsLookedFor)
 {
-    auto pProvider = NewProvider();
+    auto pProvider = QZTEST::MemoryFiles::Create();
     pProvider->m_mapFiles[L"p.QUD"] = "[Product]\nName=\xC3\xA9\n";
     pProvider->m_mapFiles[L"p.qud"] = "[Product]\nName=other\n";
     QZSTD::CAutoPtr<QpdFile> pQpd = QpdFile::Create(L"p.QUD", pProvider.Get());
@@ -177,7 +154,7 @@ TEST(QpdFile, ExecutableRelPathGivesAFullPathBesideTheQpdFile)
 
 TEST(QpdFile, TheQpdFileIsAnsiAndTheCompanionUtf8)
 {
-    auto pProvider = NewProvider();
+    auto pProvider = QZTEST::MemoryFiles::Create();
     pProvider->m_mapFiles[L"p.qpd"] = "[S]\nq=caf\xE9\n";
     pProvider->m_mapFiles[L"p.qud"] = "[S]\nu=caf\xC3\xA9\n";
     QZSTD::CAutoPtr<QpdFile> pQpd = QpdFile::Create(L"p.qpd", pProvider.Get());
@@ -217,20 +194,10 @@ TEST(CheckDeleteExtraKeys, KeepsOnlyTheNamedKeyFile)
               (std::vector<std::string>{"c.key.txt", "keep.txt"}));
 }
 
-class CopyingProvider : public MapFilesProvider
-{
-public:
-    void CopyFileTo(const std::wstring& wstrRemote, const std::wstring& wstrLocal) override
-    {
-        m_vecCopies.push_back(wstrRemote + L" -> " + wstrLocal);
-    }
-    std::vector<std::wstring> m_vecCopies;
-};
-
 TEST(Copy, UsesTheProviderWhenGivenElseCopiesAndOverwrites)
 {
     QZTEST::TempFolder folder;
-    auto pProvider = QZSTD::CAutoPtr<CopyingProvider>::Adopt(new QZSTD::RcClassImpl<CopyingProvider>());
+    auto pProvider = QZTEST::MemoryFiles::Create();
     QZRI::Copy(L"remote/setup.exe", folder.Join(L"setup.exe"), pProvider.Get());
     EXPECT_EQ(pProvider->m_vecCopies,
               std::vector<std::wstring>{L"remote/setup.exe -> " + folder.Join(L"setup.exe")});

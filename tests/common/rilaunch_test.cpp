@@ -21,6 +21,7 @@
 #include "std/shutdown.h"
 #include "std/strconv.h"
 #include "std/trace.h"
+#include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 
 #ifdef _WIN32
@@ -84,16 +85,7 @@ std::wstring SelfCommand()
     return L"\"" + QZTEST::SelfPath().wstring() + L"\"";
 }
 
-template <class F>
-int ErrorCodeOf(F&& f, const char* szModule = QZSTD::Err::MODULE)
-{
-    try {
-        f();
-    } catch (const QZSTD::QZError& e) {
-        return e.GetModule() == szModule ? e.GetCode() : -e.GetCode();
-    }
-    return 0;
-}
+using QZTEST::ErrorCodeOf;
 
 // Waits (up to a hang-detecting bound) until the file exists.
 bool AppearsWithin(const std::filesystem::path& path, std::chrono::seconds sec)

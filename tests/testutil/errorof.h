@@ -20,4 +20,15 @@ std::optional<QZSTD::QZError> ErrorOf(Fn&& fn)
     return std::nullopt;
 }
 
+// The code of the QZError fn raises, negated when it comes from another module than szModule (so that a
+// code of the wrong module never passes for the expected one); 0 when it raises none.
+template <class Fn>
+int ErrorCodeOf(Fn&& fn, const char* szModule = QZSTD::Err::MODULE)
+{
+    const std::optional<QZSTD::QZError> error = ErrorOf(std::forward<Fn>(fn));
+    if (!error)
+        return 0;
+    return error->GetModule() == szModule ? error->GetCode() : -error->GetCode();
+}
+
 }  // namespace QZTEST

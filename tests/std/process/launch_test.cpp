@@ -11,6 +11,7 @@
 #include "std/process/launch.h"
 #include "std/shutdown.h"
 #include "tests/std/process/testchild.h"
+#include "tests/testutil/errorof.h"
 
 namespace {
 
@@ -38,16 +39,7 @@ CAutoPtr<LaunchWaiter> StartChild(const wchar_t* szMode, const wchar_t* szStdOut
     return pWaiter;
 }
 
-template <class F>
-int ErrorCodeOf(F&& f, const char* szModule = QZSTD::Err::MODULE)
-{
-    try {
-        f();
-    } catch (const QZSTD::QZError& e) {
-        return e.GetModule() == szModule ? e.GetCode() : -e.GetCode();
-    }
-    return 0;
-}
+using QZTEST::ErrorCodeOf;
 
 class LaunchTest : public ::testing::Test
 {
