@@ -18,22 +18,11 @@ void AppendHexByte(std::wstring& wstr, unsigned nByte)
     wstr += HEX_DIGITS[nByte & 0xF];
 }
 
-int HexDigitValue(wchar_t c)
-{
-    if (c >= L'0' && c <= L'9')
-        return c - L'0';
-    if (c >= L'A' && c <= L'F')
-        return c - L'A' + 10;
-    if (c >= L'a' && c <= L'f')
-        return c - L'a' + 10;
-    return -1;
-}
-
 // Two digits at i as a byte; a non-digit raises 1187.
 unsigned ReadHexByte(std::wstring_view wsvDigits, size_t i)
 {
-    const int nHigh = HexDigitValue(wsvDigits[i]);
-    const int nLow = HexDigitValue(wsvDigits[i + 1]);
+    const int nHigh = QZSTD::HexDigitValue(wsvDigits[i]);
+    const int nLow = QZSTD::HexDigitValue(wsvDigits[i + 1]);
     QZ_CHECK_ARG(nHigh >= 0 && nLow >= 0, "value");
     return static_cast<unsigned>(nHigh * 16 + nLow);
 }

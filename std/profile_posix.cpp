@@ -336,17 +336,6 @@ bool ApplyChange(IniText& ini, const wchar_t* szSection, const wchar_t* szKey, c
     return SetKey(ini, svSection, Trim(strKey), svValue);
 }
 
-int DigitValue(wchar_t c)
-{
-    if (c >= L'0' && c <= L'9')
-        return c - L'0';
-    if (c >= L'a' && c <= L'f')
-        return c - L'a' + 10;
-    if (c >= L'A' && c <= L'F')
-        return c - L'A' + 10;
-    return 99;
-}
-
 // The integer conversion of GetPrivateProfileIntW (RtlUnicodeStringToInteger with base 0).
 int ParseProfileInt(std::wstring_view wsv)
 {
@@ -365,8 +354,8 @@ int ParseProfileInt(std::wstring_view wsv)
     }
     uint32_t nValue = 0;
     for (; i < wsv.size(); ++i) {
-        const int nDigit = DigitValue(wsv[i]);
-        if (nDigit >= static_cast<int>(nBase))
+        const int nDigit = HexDigitValue(wsv[i]);
+        if (nDigit < 0 || nDigit >= static_cast<int>(nBase))
             break;
         nValue = nValue * nBase + static_cast<uint32_t>(nDigit);
     }

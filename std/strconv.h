@@ -16,4 +16,16 @@ std::u16string WideToUtf16(std::wstring_view wstr);
 // The reverse; an unpaired surrogate is kept as it is on Windows and becomes U+FFFD on Linux.
 std::wstring Utf16ToWide(std::u16string_view str);
 
+// The value of a hexadecimal digit in either case, or -1 for any other character.
+constexpr int HexDigitValue(char32_t c) noexcept
+{
+    if (c >= U'0' && c <= U'9')
+        return static_cast<int>(c - U'0');
+    if (c >= U'A' && c <= U'F')
+        return static_cast<int>(c - U'A') + 10;
+    if (c >= U'a' && c <= U'f')
+        return static_cast<int>(c - U'a') + 10;
+    return -1;
+}
+
 }  // namespace QZSTD

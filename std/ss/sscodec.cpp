@@ -5,6 +5,8 @@
 #include <charconv>
 #include <system_error>
 
+#include "std/strconv.h"
+
 namespace QZSTD::SsCodec {
 namespace {
 
@@ -34,17 +36,6 @@ bool IsSafeCodePoint(uint32_t c)
     if (IsSurrogate(c) || c == 0xFFFE || c == 0xFFFF)
         return false;
     return c <= 0x10FFFF;
-}
-
-int HexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
 }
 
 void AppendUnitHex(std::string& out, uint32_t nUnit)
@@ -135,8 +126,8 @@ std::optional<std::string> HexToBytes(std::string_view svHex)
     std::string out;
     out.reserve(svHex.size() / 2);
     for (size_t i = 0; i < svHex.size(); i += 2) {
-        const int nHigh = HexValue(svHex[i]);
-        const int nLow = HexValue(svHex[i + 1]);
+        const int nHigh = HexDigitValue(svHex[i]);
+        const int nLow = HexDigitValue(svHex[i + 1]);
         if (nHigh < 0 || nLow < 0)
             return std::nullopt;
         out += static_cast<char>((nHigh << 4) | nLow);
