@@ -94,11 +94,14 @@ void BM_JobWaiter(benchmark::State& state)
     QZPAR::SetStringValue(pEnv, L"QZ_BENCH_CHILD", L"1");
     QZPAR::SetStringValue(pEnv, L"QZ_BENCH_STAMP", std::wstring(strStamp.begin(), strStamp.end()));
     const std::string strSelf = SelfPath();
-    const std::wstring wstrCmd = L"\"" + std::wstring(strSelf.begin(), strSelf.end()) + L"\"";
+    QZRI::LaunchOptions options;
+    options.m_wstrCommandLine = L"\"" + std::wstring(strSelf.begin(), strSelf.end()) + L"\"";
+    options.m_pEnvironmentAddition = pEnv;
+    options.m_nWaitMode = nMode;
     double dTotalUs = 0;
     for (auto _ : state) {
         QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
-        QZRI::LaunchAsync(wstrCmd, L"", L"", pEnv, false, L"", L"", nMode, &pWaiter);
+        QZRI::LaunchAsync(options, &pWaiter);
         pWaiter->Wait(-1);
         const long long nWoken = NowNs();
         dTotalUs += static_cast<double>(nWoken - ReadStamp(strStamp)) / 1000.0;

@@ -107,9 +107,14 @@ SetupResult Setup(const SetupRequest& request)
         wstrResultFile);
     QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
     const auto tpStart = std::chrono::steady_clock::now();
-    QZRI::LaunchAsync(Quoted(wstrScript), request.m_wstrWorkingFolder,
-                      Join(request.m_wstrWorkingFolder, c_szSetupStdErrFile), request.m_pEnvironment, true,
-                      L"", L"", QZRI::WAIT_WHOLE_JOB, &pWaiter);
+    QZRI::LaunchOptions options;
+    options.m_wstrCommandLine = QZRI::ScriptCommandLine(wstrScript);
+    options.m_wstrCurDir = request.m_wstrWorkingFolder;
+    options.m_wstrStdErr = Join(request.m_wstrWorkingFolder, c_szSetupStdErrFile);
+    options.m_pEnvironmentAddition = request.m_pEnvironment;
+    options.m_bUseCmd = true;
+    options.m_nWaitMode = QZRI::WAIT_WHOLE_JOB;
+    QZRI::LaunchAsync(options, &pWaiter);
     QZ_TRACE_I(L"Waiting for process...\n");
     result.m_bFinished = pWaiter->Wait(request.m_lTimeoutMs);
     result.m_nElapsedMs =

@@ -8,7 +8,8 @@ namespace {
 class NoRegistry : public Registry
 {
 public:
-    bool ReadLocalMachineString(const std::wstring&, const std::wstring&, std::wstring&) override
+    bool ReadLocalMachineString(const std::wstring&, const std::wstring&, std::wstring&,
+                                RegistryView) override
     {
         return false;
     }

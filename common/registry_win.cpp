@@ -32,10 +32,16 @@ class Win32Registry : public Registry
 {
 public:
     bool ReadLocalMachineString(const std::wstring& wstrKey, const std::wstring& wstrValueName,
-                                std::wstring& wstrValue) override
+                                std::wstring& wstrValue, RegistryView eView) override
     {
+        REGSAM samView = 0;
+        if (eView == RegistryView::VIEW_32)
+            samView = KEY_WOW64_32KEY;
+        else if (eView == RegistryView::VIEW_64)
+            samView = KEY_WOW64_64KEY;
         ScopedKey key;
-        if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, wstrKey.c_str(), 0, KEY_READ, key.Receive()) != ERROR_SUCCESS)
+        if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, wstrKey.c_str(), 0, KEY_READ | samView, key.Receive()) !=
+            ERROR_SUCCESS)
             return false;
         DWORD dwType = 0;
         DWORD dwBytes = 0;

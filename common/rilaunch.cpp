@@ -1,6 +1,5 @@
 // Operating-system independent parts of the agent's launcher: the job waiter's loop, the decisions and
 // the texts of the result scripts. Nothing here may include a system header.
-#include <atomic>
 #include <chrono>
 
 #include "common/rilaunch.h"
@@ -11,8 +10,6 @@
 
 namespace QZRI {
 namespace {
-
-std::atomic<LogonUserFn> g_pfnLogonUser{nullptr};
 
 const char* WaitModeName(int nMode)
 {
@@ -32,8 +29,11 @@ class LaunchJobWaiterImpl : public QZSTD::LaunchWaiter
 {
 public:
     LaunchJobWaiterImpl(std::unique_ptr<Detail::JobTarget> pTarget, int nWaitMode,
-                        std::vector<std::wstring> vecImages)
-        : m_pTarget(std::move(pTarget)), m_vecWaitImages(std::move(vecImages)), m_nWaitMode(nWaitMode)
+                        std::vector<std::wstring> vecImages, const QZSTD::ShutdownSignal& shutdown)
+        : m_pTarget(std::move(pTarget)),
+          m_vecWaitImages(std::move(vecImages)),
+          m_nWaitMode(nWaitMode),
+          m_shutdown(shutdown)
     {
     }
 
@@ -57,7 +57,7 @@ public:
         const Clock::time_point tpStart = Clock::now();
         for (;;) {
             const Detail::SliceResult res = m_pTarget->WaitProcess(Slice(lTimeout, tpStart));
-            QZSTD::ThrowIfShutdown();
+            m_shutdown.ThrowIfRaised();
             if (res == Detail::SliceResult::SHUTDOWN)
                 QZ_THROW_STD(QZSTD::Err::SHUTDOWN);
             if (res == Detail::SliceResult::EXITED)
@@ -74,7 +74,7 @@ public:
                 return true;
             // Mode 2 sleeps as well: the job is polled, and a listed installer may run for an hour.
             m_pTarget->SleepSlice(Slice(lTimeout, tpStart));
-            QZSTD::ThrowIfShutdown();
+            m_shutdown.ThrowIfRaised();
             if (TimedOut(lTimeout, tpStart))
                 return false;
         }
@@ -114,6 +114,7 @@ private:
     std::unique_ptr<Detail::JobTarget> m_pTarget;
     std::vector<std::wstring> m_vecWaitImages;
     int m_nWaitMode;
+    const QZSTD::ShutdownSignal& m_shutdown;
 };
 
 std::wstring ShellQuote(const std::wstring& wstr)
@@ -133,29 +134,43 @@ std::wstring ShellQuote(const std::wstring& wstr)
 namespace Detail {
 
 QZSTD::LaunchWaiter* CreateJobWaiter(std::unique_ptr<JobTarget> pTarget, int nWaitMode,
-                                     std::vector<std::wstring> vecImages)
+                                     std::vector<std::wstring> vecImages,
+                                     const QZSTD::ShutdownSignal& shutdown)
 {
     if (nWaitMode == WAIT_MODE_RESERVED)
         QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
-    return new QZSTD::RcClassImpl<LaunchJobWaiterImpl>(std::move(pTarget), nWaitMode, std::move(vecImages));
+    return new QZSTD::RcClassImpl<LaunchJobWaiterImpl>(std::move(pTarget), nWaitMode, std::move(vecImages),
+                                                       shutdown);
 }
 
-std::wstring BeginLaunch(int nWaitMode, QZSTD::LaunchWaiter** ppLaunchWaiter,
-                         const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
-                         const std::wstring& wstrStdErr)
+const QZSTD::ShutdownSignal& ShutdownOf(const LaunchOptions& options)
+{
+    return options.m_pShutdown ? *options.m_pShutdown : QZSTD::ProcessShutdown();
+}
+
+std::wstring BeginLaunch(const LaunchOptions& options, QZSTD::LaunchWaiter** ppLaunchWaiter)
 {
     QZ_TRACE_SCOPE("QZRI", "QZRI::LaunchAsync");
-    QZSTD::ThrowIfShutdown();
+    ShutdownOf(options).ThrowIfRaised();
     QZ_ASSERT(ppLaunchWaiter);
     QZ_ASSERT(*ppLaunchWaiter == nullptr);
+    const int nWaitMode = options.m_nWaitMode;
     if (nWaitMode == WAIT_MODE_RESERVED)
         QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
     QZ_CHECK_ARG(nWaitMode >= WAIT_PROCESS_ONLY && nWaitMode <= WAIT_LISTED_IMAGES, "nWaitMode");
-    QZ_CHECK_ARG(!wstrCommandLine.empty(), "wstrCommandLine");
-    const std::wstring wstrErr = wstrStdErr.empty() ? L"NUL" : wstrStdErr;
-    QZ_TRACE_I(L"CommandLine: '%ls', szCurDir:'%ls'\n", wstrCommandLine, wstrCurDir);
+    QZ_CHECK_ARG(!options.m_wstrCommandLine.empty(), "wstrCommandLine");
+    const std::wstring wstrErr = options.m_wstrStdErr.empty() ? L"NUL" : options.m_wstrStdErr;
+    QZ_TRACE_I(L"CommandLine: '%ls', szCurDir:'%ls'\n", options.m_wstrCommandLine, options.m_wstrCurDir);
     QZ_TRACE_I(L"szStdOut: '%ls', szStdErr:'%ls', szStdIn:'%ls'\n", L"NUL", wstrErr, L"NUL");
     return wstrErr;
+}
+
+void TraceApplication(const std::wstring& wstrApp, const std::wstring& wstrCmd,
+                      const std::wstring& wstrCurDir)
+{
+    QZ_TRACE_SCOPE("QZRI", "QZRI::LaunchAsync");
+    QZ_TRACE_I(L"App: %ls, CommandLine: '%ls', szCurDir:'%ls'\n", wstrApp.empty() ? L"NULL" : wstrApp.c_str(),
+               wstrCmd, wstrCurDir);
 }
 
 bool SameImageName(const std::wstring& a, const std::wstring& b)
@@ -188,17 +203,7 @@ std::wstring FileNamePart(const std::wstring& wstrPath)
     return nPos == std::wstring::npos ? wstrPath : wstrPath.substr(nPos + 1);
 }
 
-LogonUserFn GetLogonUserOverride()
-{
-    return g_pfnLogonUser.load();
-}
-
 }  // namespace Detail
-
-LogonUserFn SetLogonUserForTests(LogonUserFn pfn)
-{
-    return g_pfnLogonUser.exchange(pfn);
-}
 
 AccountName SplitUserName(const std::wstring& wstrUserName)
 {
@@ -225,9 +230,10 @@ std::wstring BuildResultBatchScript(const std::wstring& wstrCommandLine, const s
         wstr += L"cd \"" + wstrCurDir + L"\"\r\n";
     wstr += L"call " + wstrCommandLine + L"\r\n";
     wstr += L"set cmd_proc_rslt=%errorLevel%\r\n";
-    wstr += L"echo [cmd_proc_rslt] > " + wstrResultFile + L"\r\n";
-    wstr += L"echo result=%cmd_proc_rslt% >> " + wstrResultFile + L"\r\n";
-    wstr += L"echo ready=1 >> " + wstrResultFile + L"\r\n";
+    const std::wstring wstrFile = L"\"" + wstrResultFile + L"\"";
+    wstr += L"echo [cmd_proc_rslt] > " + wstrFile + L"\r\n";
+    wstr += L"echo result=%cmd_proc_rslt% >> " + wstrFile + L"\r\n";
+    wstr += L"echo ready=1 >> " + wstrFile + L"\r\n";
     return wstr;
 }
 

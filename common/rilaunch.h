@@ -18,6 +18,10 @@
 
 #include "std/process/launch.h"
 
+namespace QZSTD {
+class ShutdownSignal;
+}
+
 namespace QZRI {
 
 // What LaunchJobWaiterImpl::Wait waits for once the started program has ended.
@@ -32,20 +36,6 @@ enum WaitMode : int
 // The job waiter's slice: a raised shutdown or a reached time-out is seen within it.
 inline constexpr long JOB_WAIT_SLICE_MS = 200;
 
-// Starts wstrCommandLine (required). wstrCurDir empty: the agent's own. Standard output and input are
-// "NUL"; standard error goes to wstrStdErr (empty: "NUL"). pEnvironmentAddition (may be null) sets
-// name/value strings over the inherited environment. bUseCmd runs the line through "cmd.exe /c"
-// (POSIX: "/bin/sh -c"). wstrUser empty: the agent's own account; otherwise "DOMAIN\user",
-// "user@domain" or "user" with wstrPassword. nWaitMode: WaitMode 0..2. vecWaitImages: the image file
-// names (e.g. "msiexec.exe") that mode 2 waits for; compared without regard to ASCII case.
-// *ppLaunchWaiter must be null (assertion "ppLaunchWaiter"); it receives the waiter with one reference.
-// Raises QZError 1199 when shutdown is raised, 1194 for mode 3, system errors of the failing call.
-// The program is never left suspended: if it cannot be resumed it is ended with exit code 3.
-void LaunchAsync(const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
-                 const std::wstring& wstrStdErr, QZPAR::Params* pEnvironmentAddition, bool bUseCmd,
-                 const std::wstring& wstrUser, const std::wstring& wstrPassword, int nWaitMode,
-                 QZSTD::LaunchWaiter** ppLaunchWaiter, const std::vector<std::wstring>& vecWaitImages = {});
-
 // The parts of an account name for the logon: "DOMAIN\user" and "user@domain" split at the first
 // separator (a backslash wins over an at sign); a bare name has an empty domain.
 struct AccountName
@@ -55,6 +45,49 @@ struct AccountName
     bool operator==(const AccountName&) const = default;
 };
 AccountName SplitUserName(const std::wstring& wstrUserName);
+
+// The account calls of the credentials path that may fail for reasons of the account or the system
+// (Windows: LogonUserW with LOGON32_LOGON_NETWORK_CLEARTEXT, and RevertToSelf). Each returns false with
+// the thread's last error set. The launcher uses the system's own unless the options name others.
+class AccountCalls
+{
+public:
+    virtual ~AccountCalls() = default;
+    virtual bool LogonUser(const AccountName& account, const std::wstring& wstrPassword, void** phToken) = 0;
+    virtual bool RevertToSelf() = 0;
+};
+
+// What a launch starts and how its waiter waits. A call site sets only what differs from the defaults.
+struct LaunchOptions
+{
+    // Required.
+    std::wstring m_wstrCommandLine;
+    // Empty: the agent's own.
+    std::wstring m_wstrCurDir;
+    // The file that receives the program's standard error; empty: "NUL". Output and input are "NUL".
+    std::wstring m_wstrStdErr;
+    // Name/value strings set over the inherited environment; may be null.
+    QZPAR::Params* m_pEnvironmentAddition = nullptr;
+    // Runs the line through "cmd.exe /c" (POSIX: "/bin/sh -c").
+    bool m_bUseCmd = false;
+    // Empty: the agent's own account; otherwise "DOMAIN\user", "user@domain" or "user" with the password.
+    std::wstring m_wstrUser;
+    std::wstring m_wstrPassword;
+    // WaitMode 0..2.
+    int m_nWaitMode = WAIT_PROCESS_ONLY;
+    // The image file names (e.g. "msiexec.exe") that mode 2 waits for; ASCII case ignored.
+    std::vector<std::wstring> m_vecWaitImages;
+    // The signal that ends the waiter's waits; null: the process's. It must outlive the waiter.
+    const QZSTD::ShutdownSignal* m_pShutdown = nullptr;
+    // The account calls of the credentials path; null: the system's.
+    AccountCalls* m_pAccountCalls = nullptr;
+};
+
+// Starts the program of the options. *ppLaunchWaiter must be null (assertion "ppLaunchWaiter"); it
+// receives the waiter with one reference. Raises QZError 1199 when shutdown is raised, 1194 for mode 3,
+// system errors of the failing call. The program is never left suspended: any failure after it was
+// created ends it with exit code 3 and closes its handles.
+void LaunchAsync(const LaunchOptions& options, QZSTD::LaunchWaiter** ppLaunchWaiter);
 
 // Whether the program may be created with CREATE_BREAKAWAY_FROM_JOB: yes unless the agent itself runs
 // in a job whose limit flags lack JOB_OBJECT_LIMIT_BREAKAWAY_OK (0x800), which would fail the creation.
@@ -70,19 +103,20 @@ std::wstring WrapCommandLineToStoreProcessResult(const std::wstring& wstrCommand
                                                  const std::wstring& wstrFolder,
                                                  const std::wstring& wstrResultFile);
 
-// The lines of the ".bat" form, each ended by "\r\n".
+// The command line that runs such a script through the command interpreter (LaunchOptions::m_bUseCmd).
+// Windows: the quoted path inside one more pair of quotes. "cmd.exe /c" keeps the quotes of its text
+// only when they hold no special character, and "C:\Program Files (x86)" holds two; otherwise it drops
+// the first and the last quote, which here leaves the quoted path. POSIX: the quoted path.
+std::wstring ScriptCommandLine(const std::wstring& wstrScriptPath);
+
+// The lines of the ".bat" form, each ended by "\r\n". The result file's path stands in double quotes:
+// in a folder such as "C:\Program Files\..." an unquoted path would end at the blank, and the exit
+// code would be written somewhere else.
 std::wstring BuildResultBatchScript(const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
                                     const std::wstring& wstrResultFile);
 // The lines of the POSIX shell form, each ended by "\n"; the command line is split by the Windows rules
 // and every word single-quoted.
 std::wstring BuildResultShellScript(const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
                                     const std::wstring& wstrResultFile);
-
-// FOR TESTS ONLY: replaces the account logon (LogonUserW) with pfn, which returns nonzero with a token
-// handle in *phToken or zero with the thread's last error set; nullptr restores LogonUserW. Returns the
-// previous replacement. A test sees through it that a launch without a user never logs on.
-using LogonUserFn = int (*)(const wchar_t* szUser, const wchar_t* szDomain, const wchar_t* szPassword,
-                            void** phToken);
-LogonUserFn SetLogonUserForTests(LogonUserFn pfn);
 
 }  // namespace QZRI

@@ -37,16 +37,24 @@ public:
     virtual bool TryGetExitCode(uint32_t* pnExitCode) = 0;
 };
 
-// Wraps a target into the job waiter; nWaitMode 0..2 (3 raises 1194).
+// Wraps a target into the job waiter; nWaitMode 0..2 (3 raises 1194). The waiter watches the signal,
+// which must outlive it.
 QZSTD::LaunchWaiter* CreateJobWaiter(std::unique_ptr<JobTarget> pTarget, int nWaitMode,
-                                     std::vector<std::wstring> vecImages);
+                                     std::vector<std::wstring> vecImages,
+                                     const QZSTD::ShutdownSignal& shutdown);
+
+// The signal the launch's waiter watches: the options' own, else the process's.
+const QZSTD::ShutdownSignal& ShutdownOf(const LaunchOptions& options);
 
 // Refuses what the launch cannot do before anything starts: a raised shutdown (1199), a bad out pointer,
 // wait mode 3 (1194) or an unknown one (1187 "nWaitMode"), an empty command line (1187); then traces
 // the request. Returns where standard error goes ("NUL" when the caller names no file).
-std::wstring BeginLaunch(int nWaitMode, QZSTD::LaunchWaiter** ppLaunchWaiter,
-                         const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
-                         const std::wstring& wstrStdErr);
+std::wstring BeginLaunch(const LaunchOptions& options, QZSTD::LaunchWaiter** ppLaunchWaiter);
+
+// Traces the program that is created: the application ("NULL" when the command line names it), the
+// command line as it is passed, and the current folder.
+void TraceApplication(const std::wstring& wstrApp, const std::wstring& wstrCmd,
+                      const std::wstring& wstrCurDir);
 
 // True when the two image file names match, ASCII case ignored.
 bool SameImageName(const std::wstring& a, const std::wstring& b);
@@ -54,7 +62,5 @@ bool SameImageName(const std::wstring& a, const std::wstring& b);
 bool IsListedImage(const std::wstring& wstrImage, const std::vector<std::wstring>& vecImages);
 // The file name part of a path ('\\' and '/' both separate).
 std::wstring FileNamePart(const std::wstring& wstrPath);
-
-LogonUserFn GetLogonUserOverride();
 
 }  // namespace QZRI::Detail

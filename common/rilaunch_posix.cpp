@@ -64,12 +64,12 @@ std::wstring ImageName(const std::string& strPid)
 class GroupTarget : public Detail::JobTarget
 {
 public:
-    explicit GroupTarget(pid_t pid) : m_child(pid) {}
+    GroupTarget(pid_t pid, const QZSTD::ShutdownSignal& shutdown) : m_child(pid), m_shutdown(shutdown) {}
 
     long Pid() const override { return static_cast<long>(m_child.Pid()); }
     Detail::SliceResult WaitProcess(long nMs) override
     {
-        switch (m_child.Wait(nMs, true)) {
+        switch (m_child.Wait(nMs, &m_shutdown)) {
             case QZSTD::Posix::WaitEvent::EXITED:
                 return Detail::SliceResult::EXITED;
             case QZSTD::Posix::WaitEvent::SHUTDOWN:
@@ -81,7 +81,7 @@ public:
     }
     void SleepSlice(long nMs) override
     {
-        pollfd fd = {QZSTD::GetShutdownFd(), POLLIN, 0};
+        pollfd fd = {m_shutdown.Fd(), POLLIN, 0};
         ::poll(&fd, 1, static_cast<int>(nMs));
     }
     bool HasJob() const override { return true; }
@@ -129,40 +129,41 @@ private:
     }
 
     QZSTD::Posix::ChildProcess m_child;
+    const QZSTD::ShutdownSignal& m_shutdown;
 };
 
 }  // namespace
 
-void LaunchAsync(const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
-                 const std::wstring& wstrStdErr, QZPAR::Params* pEnvironmentAddition, bool bUseCmd,
-                 const std::wstring& wstrUser, const std::wstring& /*wstrPassword*/, int nWaitMode,
-                 QZSTD::LaunchWaiter** ppLaunchWaiter, const std::vector<std::wstring>& vecWaitImages)
+void LaunchAsync(const LaunchOptions& options, QZSTD::LaunchWaiter** ppLaunchWaiter)
 {
     QZ_TRACE_SCOPE("QZRI", "QZRI::LaunchAsync");
-    const std::wstring wstrErr =
-        Detail::BeginLaunch(nWaitMode, ppLaunchWaiter, wstrCommandLine, wstrCurDir, wstrStdErr);
-    if (!wstrUser.empty()) {
+    const std::wstring wstrErr = Detail::BeginLaunch(options, ppLaunchWaiter);
+    if (!options.m_wstrUser.empty()) {
         // There is no logon here: refuse rather than run the program as the agent's own user.
         QZ_THROW_STD(QZSTD::Err::UNSUPPORTED, L"unsupported on this operating system");
     }
+    const QZSTD::ShutdownSignal& shutdown = Detail::ShutdownOf(options);
     QZSTD::Posix::SpawnRequest req;
-    if (bUseCmd) {
-        req.wstrCommandLine = L"/bin/sh -c " + QZSTD::QuoteCommandLineArg(wstrCommandLine);
-        QZ_TRACE_I(L"App: %ls, CommandLine: '%ls', szCurDir:'%ls'\n", L"/bin/sh", req.wstrCommandLine,
-                   wstrCurDir);
-    } else {
-        req.wstrCommandLine = wstrCommandLine;
-    }
-    if (pEnvironmentAddition) {
+    req.wstrCommandLine = options.m_bUseCmd
+                              ? L"/bin/sh -c " + QZSTD::QuoteCommandLineArg(options.m_wstrCommandLine)
+                              : options.m_wstrCommandLine;
+    Detail::TraceApplication(options.m_bUseCmd ? L"/bin/sh" : L"", req.wstrCommandLine, options.m_wstrCurDir);
+    if (options.m_pEnvironmentAddition) {
         QZ_TRACE_I(L"pEnvironmentAddition described below\n");
-        QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(pEnvironmentAddition));
+        QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(options.m_pEnvironmentAddition));
     }
-    req.wstrCurDir = wstrCurDir;
+    req.wstrCurDir = options.m_wstrCurDir;
     req.wstrStdErr = wstrErr;
-    req.pEnvironmentAddition = pEnvironmentAddition;
+    req.pEnvironmentAddition = options.m_pEnvironmentAddition;
     req.bNewProcessGroup = true;
     const pid_t pid = QZSTD::Posix::Spawn(req);
-    *ppLaunchWaiter = Detail::CreateJobWaiter(std::make_unique<GroupTarget>(pid), nWaitMode, vecWaitImages);
+    *ppLaunchWaiter = Detail::CreateJobWaiter(std::make_unique<GroupTarget>(pid, shutdown),
+                                              options.m_nWaitMode, options.m_vecWaitImages, shutdown);
+}
+
+std::wstring ScriptCommandLine(const std::wstring& wstrScriptPath)
+{
+    return QZSTD::QuoteCommandLineArg(wstrScriptPath);
 }
 
 std::wstring WrapCommandLineToStoreProcessResult(const std::wstring& wstrCommandLine,

@@ -10,6 +10,7 @@
 #include "std/process/launch_win.h"
 #include "std/shutdown.h"
 #include "std/trace.h"
+#include "std/win/scopedhandle.h"
 
 namespace QZRI {
 namespace {
@@ -24,7 +25,8 @@ constexpr UINT SYSTEM_DIR_CHARS = 519;
 class JobTargetWin : public Detail::JobTarget
 {
 public:
-    JobTargetWin(HANDLE hProcess, DWORD dwPid) : m_dwPid(dwPid)
+    JobTargetWin(HANDLE hProcess, DWORD dwPid, const QZSTD::ShutdownSignal& shutdown)
+        : m_dwPid(dwPid), m_shutdown(shutdown)
     {
         QZ_TRACE_SCOPE("QZRI", "LaunchJobWaiterImpl::LaunchJobWaiterImpl");
         HANDLE hDup = nullptr;
@@ -59,7 +61,7 @@ public:
     Detail::SliceResult WaitProcess(long nMs) override
     {
         QZ_TRACE_SCOPE("QZRI", "LaunchJobWaiterImpl::Wait");
-        HANDLE vecHandles[2] = {m_hProcess.Get(), static_cast<HANDLE>(QZSTD::GetShutdownEvent())};
+        HANDLE vecHandles[2] = {m_hProcess.Get(), static_cast<HANDLE>(m_shutdown.Event())};
         const DWORD dwWait = ::WaitForMultipleObjects(2, vecHandles, FALSE, static_cast<DWORD>(nMs));
         if (dwWait == WAIT_OBJECT_0)
             return Detail::SliceResult::EXITED;
@@ -73,7 +75,7 @@ public:
 
     void SleepSlice(long nMs) override
     {
-        if (::WaitForSingleObject(static_cast<HANDLE>(QZSTD::GetShutdownEvent()), static_cast<DWORD>(nMs)) ==
+        if (::WaitForSingleObject(static_cast<HANDLE>(m_shutdown.Event()), static_cast<DWORD>(nMs)) ==
             WAIT_FAILED)
             QZ_THROW_SYSTEM();
     }
@@ -132,6 +134,7 @@ private:
     ScopedHandle m_hProcess;
     ScopedHandle m_hJob;
     DWORD m_dwPid;
+    const QZSTD::ShutdownSignal& m_shutdown;
 };
 
 // Whether the program may break away from the job the agent runs in (a process in no job may).
@@ -155,45 +158,133 @@ bool AgentMayBreakAway()
     return ShouldBreakAwayFromJob(bInJob != FALSE, nLimitFlags);
 }
 
-BOOL LogOn(const AccountName& acc, const std::wstring& wstrPassword, HANDLE* phToken)
+class SystemAccountCalls : public AccountCalls
 {
-    if (LogonUserFn pfn = Detail::GetLogonUserOverride()) {
-        void* pv = nullptr;
-        const int n = pfn(acc.wstrUser.c_str(), acc.wstrDomain.c_str(), wstrPassword.c_str(), &pv);
-        *phToken = pv;
-        return n ? TRUE : FALSE;
+public:
+    bool LogonUser(const AccountName& acc, const std::wstring& wstrPassword, void** phToken) override
+    {
+        HANDLE hToken = nullptr;
+        const BOOL b = ::LogonUserW(acc.wstrUser.c_str(), acc.wstrDomain.c_str(), wstrPassword.c_str(),
+                                    LOGON32_LOGON_NETWORK_CLEARTEXT, LOGON32_PROVIDER_DEFAULT, &hToken);
+        *phToken = hToken;
+        return b != FALSE;
     }
-    return ::LogonUserW(acc.wstrUser.c_str(), acc.wstrDomain.c_str(), wstrPassword.c_str(),
-                        LOGON32_LOGON_NETWORK_CLEARTEXT, LOGON32_PROVIDER_DEFAULT, phToken);
+    bool RevertToSelf() override { return ::RevertToSelf() != FALSE; }
+};
+
+// A program created suspended, owned until it runs: a failure on the way (the job, the waiter, undoing
+// the impersonation, the resume) ends it with exit code 3, because a suspended process would hang for
+// ever holding its files, and closes its handles.
+class SuspendedProcess
+{
+public:
+    explicit SuspendedProcess(const PROCESS_INFORMATION& pi)
+        : m_hProcess(pi.hProcess), m_hThread(pi.hThread), m_dwPid(pi.dwProcessId)
+    {
+    }
+    SuspendedProcess(SuspendedProcess&&) = default;
+    ~SuspendedProcess()
+    {
+        if (m_hThread.IsValid() && m_hProcess.IsValid()) {
+            const DWORD dwErr = ::GetLastError();
+            ::TerminateProcess(m_hProcess.Get(), 3);
+            ::SetLastError(dwErr);
+        }
+    }
+    HANDLE Process() const { return m_hProcess.Get(); }
+    DWORD Pid() const { return m_dwPid; }
+    void Resume()
+    {
+        if (::ResumeThread(m_hThread.Get()) == static_cast<DWORD>(-1))
+            QZ_THROW_SYSTEM();
+        m_hThread.Reset();
+    }
+
+private:
+    ScopedHandle m_hProcess;
+    ScopedHandle m_hThread;  // valid while the program is suspended
+    DWORD m_dwPid;
+};
+
+// The arguments of the process creation that both paths share.
+struct Creation
+{
+    std::wstring wstrApp;
+    std::wstring wstrCmd;
+    BOOL bInherit = FALSE;
+    DWORD dwFlags = 0;
+    std::vector<wchar_t> vecEnv;
+    std::wstring wstrCurDir;
+    STARTUPINFOW* pStartup = nullptr;
+
+    const wchar_t* App() const { return wstrApp.empty() ? nullptr : wstrApp.c_str(); }
+    void* Env() { return vecEnv.empty() ? nullptr : vecEnv.data(); }
+    const wchar_t* CurDir() const { return wstrCurDir.empty() ? nullptr : wstrCurDir.c_str(); }
+};
+
+SuspendedProcess CreateDirect(Creation& c)
+{
+    PROCESS_INFORMATION pi = {};
+    if (!::CreateProcessW(c.App(), c.wstrCmd.data(), nullptr, nullptr, c.bInherit, c.dwFlags, c.Env(),
+                          c.CurDir(), c.pStartup, &pi))
+        QZ_THROW_SYSTEM();
+    return SuspendedProcess(pi);
+}
+
+// Logs on, creates the program on the account's primary token while impersonating it, and reverts.
+// The keeper restores the thread's token however this ends.
+SuspendedProcess CreateAsUser(Creation& c, const LaunchOptions& options, AccountCalls& calls)
+{
+    QZ_TRACE_SCOPE("QZRI", "QZRI::LaunchAsync");
+    QZWAT::CImpersonationKeeper keeper;
+    const AccountName acc = SplitUserName(options.m_wstrUser);
+    QZ_TRACE_I(L"%hs: user '%ls', domain '%ls', password of %d characters", QZ_SCOPE_NAME, acc.wstrUser,
+               acc.wstrDomain, static_cast<int>(options.m_wstrPassword.size()));
+    void* pvToken = nullptr;
+    if (!calls.LogonUser(acc, options.m_wstrPassword, &pvToken))
+        QZ_THROW_SYSTEM();
+    ScopedHandle hToken(static_cast<HANDLE>(pvToken));
+    HANDLE hRaw = nullptr;
+    if (!::DuplicateTokenEx(hToken.Get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary,
+                            &hRaw))
+        QZ_THROW_SYSTEM();
+    ScopedHandle hPrimary(hRaw);
+    if (!::ImpersonateLoggedOnUser(hToken.Get()))
+        QZ_THROW_SYSTEM();
+    PROCESS_INFORMATION pi = {};
+    if (!::CreateProcessAsUserW(hPrimary.Get(), c.App(), c.wstrCmd.data(), nullptr, nullptr, c.bInherit,
+                                c.dwFlags, c.Env(), c.CurDir(), c.pStartup, &pi))
+        QZ_THROW_SYSTEM();
+    SuspendedProcess process(pi);
+    if (!calls.RevertToSelf())
+        QZ_THROW_SYSTEM();
+    return process;
 }
 
 }  // namespace
 
-void LaunchAsync(const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir,
-                 const std::wstring& wstrStdErr, QZPAR::Params* pEnvironmentAddition, bool bUseCmd,
-                 const std::wstring& wstrUser, const std::wstring& wstrPassword, int nWaitMode,
-                 QZSTD::LaunchWaiter** ppLaunchWaiter, const std::vector<std::wstring>& vecWaitImages)
+void LaunchAsync(const LaunchOptions& options, QZSTD::LaunchWaiter** ppLaunchWaiter)
 {
     QZ_TRACE_SCOPE("QZRI", "QZRI::LaunchAsync");
-    const std::wstring wstrErr =
-        Detail::BeginLaunch(nWaitMode, ppLaunchWaiter, wstrCommandLine, wstrCurDir, wstrStdErr);
+    const std::wstring wstrErr = Detail::BeginLaunch(options, ppLaunchWaiter);
+    const QZSTD::ShutdownSignal& shutdown = Detail::ShutdownOf(options);
 
-    std::wstring wstrApp;
-    std::wstring wstrCmd = wstrCommandLine;
-    if (bUseCmd) {
+    Creation c;
+    c.wstrCmd = options.m_wstrCommandLine;
+    c.wstrCurDir = options.m_wstrCurDir;
+    if (options.m_bUseCmd) {
         wchar_t szSysDir[SYSTEM_DIR_CHARS] = {};
         const UINT nLen = ::GetSystemDirectoryW(szSysDir, SYSTEM_DIR_CHARS);
         if (nLen == 0 || nLen >= SYSTEM_DIR_CHARS)
             QZ_THROW_SYSTEM();
-        wstrApp = std::wstring(szSysDir) + L"\\cmd.exe";
-        wstrCmd = L" /c " + wstrCommandLine;
-        QZ_TRACE_I(L"App: %ls, CommandLine: '%ls', szCurDir:'%ls'\n", wstrApp, wstrCmd, wstrCurDir);
+        c.wstrApp = std::wstring(szSysDir) + L"\\cmd.exe";
+        c.wstrCmd = L" /c " + options.m_wstrCommandLine;
     }
-    std::vector<wchar_t> vecEnv;
-    if (pEnvironmentAddition) {
+    Detail::TraceApplication(c.wstrApp, c.wstrCmd, c.wstrCurDir);
+    if (options.m_pEnvironmentAddition) {
         QZ_TRACE_I(L"pEnvironmentAddition described below\n");
-        QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(pEnvironmentAddition));
-        vecEnv = QZSTD::Win::BuildEnvironmentBlock(pEnvironmentAddition);
+        QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(options.m_pEnvironmentAddition));
+        c.vecEnv = QZSTD::Win::BuildEnvironmentBlock(options.m_pEnvironmentAddition);
     }
 
     ScopedHandle hOut = QZSTD::Win::OpenStdStream(L"NUL", true);
@@ -206,76 +297,40 @@ void LaunchAsync(const std::wstring& wstrCommandLine, const std::wstring& wstrCu
     }
     STARTUPINFOW si = {};
     si.cb = sizeof(si);
-    BOOL bInherit = FALSE;
     QZSTD::CAutoPtr<QZSTD::ProcessHandleList> pHandleList;
     QZSTD::CreateProcessHandleList(&pHandleList);
-    STARTUPINFOW* pStartup = &si;
+    c.pStartup = &si;
     if (!vecHandles.empty()) {
         si.dwFlags |= STARTF_USESTDHANDLES;
         si.hStdOutput = hOut.Get();
         si.hStdError = hErr.Get();
         si.hStdInput = hIn.Get();
-        bInherit = TRUE;
+        c.bInherit = TRUE;
         if (STARTUPINFOEXW* pEx = pHandleList->GetHandleList(vecHandles, si))
-            pStartup = &pEx->StartupInfo;
+            c.pStartup = &pEx->StartupInfo;
     }
-    DWORD dwFlags = BASE_CREATION_FLAGS | pHandleList->GetCreationFlags();
+    c.dwFlags = BASE_CREATION_FLAGS | pHandleList->GetCreationFlags();
     if (AgentMayBreakAway())
-        dwFlags |= CREATE_BREAKAWAY_FROM_JOB;
+        c.dwFlags |= CREATE_BREAKAWAY_FROM_JOB;
 
-    PROCESS_INFORMATION pi = {};
-    const wchar_t* szApp = wstrApp.empty() ? nullptr : wstrApp.c_str();
-    void* pEnv = vecEnv.empty() ? nullptr : vecEnv.data();
-    const wchar_t* szCurDir = wstrCurDir.empty() ? nullptr : wstrCurDir.c_str();
-    if (wstrUser.empty()) {
-        if (!::CreateProcessW(szApp, wstrCmd.data(), nullptr, nullptr, bInherit, dwFlags, pEnv, szCurDir,
-                              pStartup, &pi))
-            QZ_THROW_SYSTEM();
-    } else {
-        QZWAT::CImpersonationKeeper keeper;
-        const AccountName acc = SplitUserName(wstrUser);
-        QZ_TRACE_I(L"%hs: user '%ls', domain '%ls', password of %d characters", QZ_SCOPE_NAME, acc.wstrUser,
-                   acc.wstrDomain, static_cast<int>(wstrPassword.size()));
-        HANDLE hRaw = nullptr;
-        if (!LogOn(acc, wstrPassword, &hRaw))
-            QZ_THROW_SYSTEM();
-        ScopedHandle hToken(hRaw);
-        hRaw = nullptr;
-        if (!::DuplicateTokenEx(hToken.Get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary,
-                                &hRaw))
-            QZ_THROW_SYSTEM();
-        ScopedHandle hPrimary(hRaw);
-        if (!::ImpersonateLoggedOnUser(hToken.Get()))
-            QZ_THROW_SYSTEM();
-        if (!::CreateProcessAsUserW(hPrimary.Get(), szApp, wstrCmd.data(), nullptr, nullptr, bInherit,
-                                    dwFlags, pEnv, szCurDir, pStartup, &pi))
-            QZ_THROW_SYSTEM();
-        if (!::RevertToSelf())
-            QZ_THROW_SYSTEM();
-    }
-    ScopedHandle hProcess(pi.hProcess);
-    ScopedHandle hThread(pi.hThread);
-    QZ_TRACE_I(L"%hs: created Pid=%lu suspended, flags 0x%X", QZ_SCOPE_NAME, pi.dwProcessId, dwFlags);
+    SystemAccountCalls systemCalls;
+    SuspendedProcess process =
+        options.m_wstrUser.empty()
+            ? CreateDirect(c)
+            : CreateAsUser(c, options, options.m_pAccountCalls ? *options.m_pAccountCalls : systemCalls);
+    QZ_TRACE_I(L"%hs: created Pid=%lu suspended, flags 0x%X", QZ_SCOPE_NAME, process.Pid(), c.dwFlags);
 
-    // A suspended process must not outlive a failure here: it would hang for ever, holding its files.
-    QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
-    try {
-        pWaiter = QZSTD::CAutoPtr<QZSTD::LaunchWaiter>::Adopt(Detail::CreateJobWaiter(
-            std::make_unique<JobTargetWin>(hProcess.Get(), pi.dwProcessId), nWaitMode, vecWaitImages));
-    } catch (...) {
-        const DWORD dwErr = ::GetLastError();
-        ::TerminateProcess(hProcess.Get(), 3);
-        ::SetLastError(dwErr);
-        throw;
-    }
-    if (::ResumeThread(hThread.Get()) == static_cast<DWORD>(-1)) {
-        const DWORD dwErr = ::GetLastError();
-        ::TerminateProcess(hProcess.Get(), 3);
-        QZ_THROW_SYSTEM_CODE(dwErr);
-    }
-    hThread.Reset();
+    QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter = QZSTD::CAutoPtr<QZSTD::LaunchWaiter>::Adopt(
+        Detail::CreateJobWaiter(std::make_unique<JobTargetWin>(process.Process(), process.Pid(), shutdown),
+                                options.m_nWaitMode, options.m_vecWaitImages, shutdown));
+    process.Resume();
     pHandleList->FreeHandleList();
     *ppLaunchWaiter = pWaiter.Detach();
+}
+
+std::wstring ScriptCommandLine(const std::wstring& wstrScriptPath)
+{
+    return L"\"\"" + wstrScriptPath + L"\"\"";
 }
 
 std::wstring WrapCommandLineToStoreProcessResult(const std::wstring& wstrCommandLine,

@@ -1,42 +1,47 @@
-// The process-wide shutdown flag. The flag is the truth; the platform's wake-up object (an event on
-// Windows, an eventfd elsewhere) only lets a blocked wait see it at once instead of at its next slice.
+// The portable half of the shutdown signal. The flag is the truth; the platform's wake-up object (an
+// event on Windows, an eventfd elsewhere) only lets a blocked wait see it at once instead of at its
+// next slice.
 #include "std/shutdown.h"
 
-#include <atomic>
+#include <new>
 
 #include "std/error.h"
 
 namespace QZSTD {
 
-// Platform files: make the wake-up object signalled / not signalled. Never throw.
-void SignalShutdownObject() noexcept;
-void ClearShutdownObject() noexcept;
+void ShutdownSignal::ThrowIfRaised() const
+{
+    if (IsRaised())
+        QZ_THROW_STD(Err::SHUTDOWN);
+}
 
-namespace {
-std::atomic<bool> g_bShutdown{false};
+ShutdownSignal& ProcessShutdown()
+{
+    static ShutdownSignal* s_pSignal = new ShutdownSignal;
+    return *s_pSignal;
 }
 
 void RaiseShutdown() noexcept
 {
-    g_bShutdown.store(true);
-    SignalShutdownObject();
+    try {
+        ProcessShutdown().Raise();
+    } catch (...) {
+        // The signal could not even be created: there is no wait that could be watching it.
+    }
 }
 
 bool IsShutdownRaised() noexcept
 {
-    return g_bShutdown.load();
+    try {
+        return ProcessShutdown().IsRaised();
+    } catch (...) {
+        return false;
+    }
 }
 
 void ThrowIfShutdown()
 {
-    if (IsShutdownRaised())
-        QZ_THROW_STD(Err::SHUTDOWN);
-}
-
-void ResetShutdownForTests() noexcept
-{
-    g_bShutdown.store(false);
-    ClearShutdownObject();
+    ProcessShutdown().ThrowIfRaised();
 }
 
 }  // namespace QZSTD

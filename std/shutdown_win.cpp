@@ -1,46 +1,28 @@
-// Windows wake-up object of the shutdown flag: a manual-reset event that every wait watches.
+// Windows wake-up object of the shutdown signal: a manual-reset event that every wait watches.
 #include <windows.h>
 
 #include "std/error.h"
 #include "std/shutdown.h"
 
 namespace QZSTD {
-namespace {
 
-HANDLE ShutdownEvent()
+ShutdownSignal::ShutdownSignal()
 {
     // Manual reset: once raised, every wait of every thread sees it, not just the first one.
-    static const HANDLE s_h = [] {
-        const HANDLE h = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        if (!h)
-            QZ_THROW_SYSTEM();
-        return h;
-    }();
-    return s_h;
+    m_hEvent = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (!m_hEvent)
+        QZ_THROW_SYSTEM();
 }
 
-}  // namespace
-
-void SignalShutdownObject() noexcept
+ShutdownSignal::~ShutdownSignal()
 {
-    try {
-        ::SetEvent(ShutdownEvent());
-    } catch (...) {
-        // Without the event the waits still see the flag at their next slice.
-    }
+    ::CloseHandle(m_hEvent);
 }
 
-void ClearShutdownObject() noexcept
+void ShutdownSignal::Raise() noexcept
 {
-    try {
-        ::ResetEvent(ShutdownEvent());
-    } catch (...) {
-    }
-}
-
-void* GetShutdownEvent()
-{
-    return ShutdownEvent();
+    m_bRaised.store(true);
+    ::SetEvent(m_hEvent);
 }
 
 }  // namespace QZSTD

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "qzri/riwrap/exitcodes.h"
-#include "qzri/riwrap/runtime.h"
+#include "qzri/riwrap/qzriwrap.h"
 #include "std/cmdline.h"
 #include "std/strconv.h"
 

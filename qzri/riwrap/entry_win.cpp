@@ -2,7 +2,7 @@
 // service or a deployment share never flashes a console.
 #include <windows.h>
 
-#include "qzri/riwrap/runtime.h"
+#include "qzri/riwrap/qzriwrap.h"
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int)
 {

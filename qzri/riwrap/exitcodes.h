@@ -27,6 +27,9 @@ enum : int
     UNEXPECTED_REBOOT = 12,
     // Skipped: another administration server manages this host (reported "QZRI_MSG_DATA_COMPLETE_SKIPPED").
     MANAGED_BY_OTHER_SERVER = 13,
+    // A service restart found an unknown action in "$qzriwrp.ini": nothing was run, the service was
+    // removed (docs/agent.md).
+    DAMAGED_STATE = 14,
 
     // The run needs a part of the agent that this build does not contain yet.
     RUN_EXECUTABLE_NOT_AVAILABLE = 20,

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <string_view>
 
-#include "std/profile.h"
-
 namespace QZRI {
 namespace {
 
@@ -49,14 +47,6 @@ QpdChoice ChooseQpdFile(const std::vector<std::wstring>& vecFileNames)
             choice.m_wstrFileName = wstrName;
     }
     return choice;
-}
-
-std::wstring ReadPackageSetting(const std::wstring& wstrQpdFilePath, const wchar_t* szSection,
-                                const wchar_t* szKey, const wchar_t* szDefault)
-{
-    if (wstrQpdFilePath.empty())
-        return szDefault;
-    return QZSTD::GetProfileString(wstrQpdFilePath, szSection, szKey, szDefault);
 }
 
 const wchar_t* MgdByOtherSrvPolicyName(int nPolicy)

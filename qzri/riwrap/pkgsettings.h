@@ -1,9 +1,7 @@
-// The package description (the ".qpd" file in the package folder) and the few settings that start-up
-// takes from it.
-//
-// Every setting is read through ReadPackageSetting, so that the package-description reader, once it
-// is in place, replaces that one function. "AskUser" lives in section [Setup], beside the setup
-// executable it governs; the managed-by-another-server settings in [ExtendedSettings].
+// The package description (the ".qpd" file in the package folder) and the decisions that start-up
+// takes from its settings. The settings are read through QZRI::QpdFile, so that a value given in the
+// ".qud" companion wins. "AskUser" lives in section [Setup], beside the setup executable it governs;
+// the managed-by-another-server settings in [ExtendedSettings].
 #pragma once
 
 #include <string>
@@ -20,11 +18,6 @@ struct QpdChoice
     size_t m_nCandidates = 0;
 };
 QpdChoice ChooseQpdFile(const std::vector<std::wstring>& vecFileNames);
-
-// [szSection] szKey of the package description, or szDefault when the key is absent or there is no
-// package description (empty path).
-std::wstring ReadPackageSetting(const std::wstring& wstrQpdFilePath, const wchar_t* szSection,
-                                const wchar_t* szKey, const wchar_t* szDefault);
 
 // [ExtendedSettings] "MgdByOtherSrv": 1 means never install on a host that another server manages;
 // every other value (0, the default, included) means install regardless.

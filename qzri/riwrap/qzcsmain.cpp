@@ -2,20 +2,16 @@
 #include "qzri/riwrap/qzcsmain.h"
 
 #include <exception>
-#include <memory>
 #include <optional>
 
-#include "common/winsessions.h"
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/cmdlinekeys.h"
 #include "qzri/riwrap/exitcodes.h"
-#include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/runtime.h"
-#include "qzri/riwrap/serverid.h"
+#include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/tracefiles.h"
 #include "std/error.h"
-#include "std/ss/settingsstorage.h"
 #include "std/trace.h"
 
 namespace QZRI {
@@ -45,6 +41,8 @@ int ExitCodeOf(InitResult eResult)
             return ExitCode::UNEXPECTED_REBOOT;
         case InitResult::MANAGED_BY_OTHER_SERVER:
             return ExitCode::MANAGED_BY_OTHER_SERVER;
+        case InitResult::DAMAGED_STATE:
+            return ExitCode::DAMAGED_STATE;
         case InitResult::FAILED:
             break;
     }
@@ -104,20 +102,29 @@ int RunDecidedBranch(RiWrpData& data, const std::wstring& wstrCmdLine, AgentActi
     return RunInstallation(data, wstrCmdLine, actions);
 }
 
-int RunSteps(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& vecArgs,
-             const AgentContext& ctx)
+// A damaged state must not bring the agent back at the next boot either: the service that would
+// restart it goes.
+int EndInitialization(const RiWrpData& data, const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
-    StartTrace(wstrCmdLine, *ctx.m_services.m_pOs);
+    QZ_TRACE_E(L"%hs: Initialization failed...\n", QZ_SCOPE_NAME);
+    if (data.m_eInitResult == InitResult::DAMAGED_STATE)
+        RemoveService(*services.m_pServices, data.m_wstrServiceId);
+    return ExitCodeOf(data.m_eInitResult);
+}
+
+int RunSteps(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& vecArgs,
+             const AgentServices& services, AgentActions& actions)
+{
+    QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
+    StartTrace(wstrCmdLine, *services.m_pOs);
     QZ_TRACE_I(L"%hs: Command line: %ls\n", QZ_SCOPE_NAME, wstrCmdLine);
     RiWrpData data;
     RunDataPublisher publisher(data);
-    if (!data.Initialize(vecArgs, wstrCmdLine, ctx.m_services)) {
-        QZ_TRACE_E(L"%hs: Initialization failed...\n", QZ_SCOPE_NAME);
-        return ExitCodeOf(data.m_eInitResult);
-    }
-    RemoveForceRebootFile(*ctx.m_services.m_pOs, data.m_wstrDirPath);
-    return RunDecidedBranch(data, wstrCmdLine, *ctx.m_pActions);
+    if (!data.Initialize(vecArgs, wstrCmdLine, services))
+        return EndInitialization(data, services);
+    RemoveForceRebootFile(*services.m_pOs, data.m_wstrDirPath);
+    return RunDecidedBranch(data, wstrCmdLine, actions);
 }
 
 }  // namespace
@@ -148,35 +155,20 @@ void RemoveForceRebootFile(AgentOs& os, const std::wstring& wstrDirPath)
 }
 
 int QZCS_Main(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& vecArgs,
-              const AgentContext& ctx)
+              const AgentServices& services, AgentActions& actions)
 {
     QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
+    QZINITMAIN::InitInstallerTrace("Installer");
+    QZINITMAIN::CInitMainUt_Init initMain("qzriwrap");
     int nExitCode = ExitCode::GENERAL_ERROR;
     try {
-        nExitCode = RunSteps(wstrCmdLine, vecArgs, ctx);
+        nExitCode = RunSteps(wstrCmdLine, vecArgs, services, actions);
     } catch (const std::exception& e) {
         QZ_TRACE_EXCEPTION(e);
     }
+    initMain.TearDown();
     QZ_TRACE_I(L"%hs: Exit code: %d.\n", QZ_SCOPE_NAME, nExitCode);
     return nExitCode;
-}
-
-int QZCS_Main()
-{
-    QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
-    try {
-        ModuleRuntime& runtime = TheModuleRuntime();
-        std::unique_ptr<AgentOs> pOs = CreateSystemAgentOs();
-        std::unique_ptr<SessionList> pSessions = CreateSystemSessionList();
-        LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
-        TraceReportSink reports;
-        UnavailableActions actions;
-        const AgentContext ctx{{pOs.get(), pSessions.get(), &serverIds, &reports}, &actions};
-        return QZCS_Main(runtime.CommandLine(), runtime.Arguments(), ctx);
-    } catch (const std::exception& e) {
-        QZ_TRACE_EXCEPTION(e);
-    }
-    return ExitCode::GENERAL_ERROR;
 }
 
 }  // namespace QZRI

@@ -12,13 +12,6 @@ namespace QZRI {
 
 class AgentActions;
 
-// Everything outside the process that a run talks to.
-struct AgentContext
-{
-    InitServices m_services;
-    AgentActions* m_pActions;
-};
-
 enum class MainBranch
 {
     NEW_REBOOT_WORKER,
@@ -39,12 +32,10 @@ bool IsNewRebootWorkerRequired(const std::wstring& wstrCmdLine);
 inline constexpr const wchar_t* FORCE_REBOOT_FILE = L"$qzriwrp_frb.flg";
 void RemoveForceRebootFile(AgentOs& os, const std::wstring& wstrDirPath);
 
-// One run with the given command line (raw text and its split words); returns the exit code
-// (qzri/riwrap/exitcodes.h). Never throws. g_pData points at the run data while it runs.
+// One run with the given command line (raw text and its split words), the operating-system services
+// and the hand-overs; returns the exit code (qzri/riwrap/exitcodes.h). Never throws. g_pData points at
+// the run data while it runs.
 int QZCS_Main(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& vecArgs,
-              const AgentContext& ctx);
-
-// The run of this process: the command line from the module runtime, the real operating system.
-int QZCS_Main();
+              const AgentServices& services, AgentActions& actions);
 
 }  // namespace QZRI

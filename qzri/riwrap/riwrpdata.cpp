@@ -32,7 +32,7 @@ const wchar_t* BoolText(bool b)
 }  // namespace
 
 bool RiWrpData::Initialize(const std::vector<std::wstring>& vecArgs, const std::wstring& wstrCmdLine,
-                           const InitServices& services)
+                           const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, INIT_SCOPE);
     try {
@@ -45,7 +45,7 @@ bool RiWrpData::Initialize(const std::vector<std::wstring>& vecArgs, const std::
 }
 
 InitResult RiWrpData::InitializeSteps(const std::vector<std::wstring>& vecArgs,
-                                      const std::wstring& wstrCmdLine, const InitServices& services)
+                                      const std::wstring& wstrCmdLine, const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, INIT_SCOPE);
     InitDirPaths(*services.m_pOs);
@@ -58,10 +58,13 @@ InitResult RiWrpData::InitializeSteps(const std::vector<std::wstring>& vecArgs,
         ReadTaskKeys(wstrCmdLine);
         TakeUserSessions(*services.m_pSessions);
         ReadStartState(wstrCmdLine);
+        if (IsDamagedState())
+            return InitResult::DAMAGED_STATE;
         if (!FindPackageDescription(*services.m_pOs)) {
             ReportResult(*services.m_pReports, MSG_FILE_NOT_EXISTS);
             return InitResult::NO_PACKAGE_DESCRIPTION;
         }
+        ReadPackageDescription(services.m_pFiles);
     }
     if (IsUnexpectedReboot()) {
         ReportResult(*services.m_pReports, MSG_UNEXPECTED_REBOOT);
@@ -116,6 +119,7 @@ void RiWrpData::ReadStartState(const std::wstring& wstrCmdLine)
 {
     QZ_TRACE_SCOPE(MODULE, INIT_SCOPE);
     m_bRestartedAsService = HasKey(wstrCmdLine, Keys::SERVICE_RESTART);
+    m_wstrServiceId = GetKeyValue(wstrCmdLine, Keys::SERVICE_RESTART);
     m_wstrMasterServiceId = GetKeyValue(wstrCmdLine, Keys::MASTER_SERVICE_ID);
     if (m_bRestartedAsService) {
         GetServiceRunParams();
@@ -143,6 +147,33 @@ bool RiWrpData::FindPackageDescription(AgentOs& os)
     return os.FileExists(m_wstrQpdFilePath);
 }
 
+// Only a service restart reads the action from the file. A number that is none of the known actions
+// cannot be told apart from a first start by guessing, and a wrong guess installs the package twice.
+bool RiWrpData::IsDamagedState() const
+{
+    QZ_TRACE_SCOPE(MODULE, INIT_SCOPE);
+    if (!m_bRestartedAsService || IsKnownAction(m_eAct))
+        return false;
+    QZ_TRACE_E(
+        L"%hs: '%ls' holds action %d, which is none of the known actions: the saved state is "
+        L"damaged, and the setup is not run.\n",
+        QZ_SCOPE_NAME, RunParamsFilePath(), static_cast<int>(m_eAct));
+    return true;
+}
+
+void RiWrpData::ReadPackageDescription(FilesProvider* pFiles)
+{
+    QZ_TRACE_SCOPE(MODULE, INIT_SCOPE);
+    m_pQpd = QpdFile::Create(m_wstrQpdFilePath, pFiles);
+}
+
+// An integer setting of the package description, with its ".qud" companion first; 0 when absent or
+// when there is no description (a GUI process).
+int32_t RiWrpData::PackageInt(const wchar_t* szSection, const wchar_t* szKey) const
+{
+    return m_pQpd ? m_pQpd->GetInt(szSection, szKey, 0) : 0;
+}
+
 // The service restarts the agent after a reboot; finding the action that is written just before the
 // setup starts means the computer went down while the setup ran.
 bool RiWrpData::IsUnexpectedReboot() const
@@ -159,7 +190,7 @@ void RiWrpData::ReadPackageOptions(const std::wstring& wstrCmdLine, AgentOs& os)
 {
     QZ_TRACE_SCOPE(MODULE, INIT_SCOPE);
     m_bRunAsPatch = HasKey(wstrCmdLine, Keys::RUN_AS_PATCH);
-    m_bAskUser = ParseDecimal(ReadPackageSetting(m_wstrQpdFilePath, L"Setup", L"AskUser", L"0")) != 0;
+    m_bAskUser = PackageInt(L"Setup", L"AskUser") != 0;
     QZ_TRACE_I(L"%hs: m_bAskUser = %ls.\n", QZ_SCOPE_NAME, BoolText(m_bAskUser));
     ReadRebootAgentSettings(os);
 }
@@ -180,12 +211,11 @@ void RiWrpData::ReadRebootAgentSettings(AgentOs& os)
 bool RiWrpData::IsSkippedForOtherServer(ServerIdSource& serverIds)
 {
     QZ_TRACE_SCOPE(MODULE, INIT_SCOPE);
-    const int nPolicy =
-        ParseDecimal(ReadPackageSetting(m_wstrQpdFilePath, L"ExtendedSettings", L"MgdByOtherSrv", L"0"));
+    const int nPolicy = PackageInt(L"ExtendedSettings", L"MgdByOtherSrv");
     QZ_TRACE_I(L"%hs: nNeedMgdByOtherSrv = '%ls'\n", QZ_SCOPE_NAME, MgdByOtherSrvPolicyName(nPolicy));
     if (nPolicy != MGD_BY_OTHER_SERVER_NEVER)
         return false;
-    m_wstrParentServerID = ReadPackageSetting(m_wstrQpdFilePath, L"ExtendedSettings", L"ServerID", L"");
+    m_wstrParentServerID = m_pQpd ? m_pQpd->GetString(L"ExtendedSettings", L"ServerID", L"") : std::wstring();
     QZ_TRACE_I(L"%hs: wstrParentServerID = '%ls'\n", QZ_SCOPE_NAME, m_wstrParentServerID);
     m_wstrCurrentServerID = serverIds.GetCurrentServerId();
     QZ_TRACE_I(L"%hs: wstrCurrentServerID = '%ls'\n", QZ_SCOPE_NAME, m_wstrCurrentServerID);

@@ -8,13 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "common/qpdfile.h"
 #include "common/winsessions.h"
+#include "qzri/riwrap/agentservices.h"
 
 namespace QZRI {
-
-class AgentOs;
-class ReportSink;
-class ServerIdSource;
 
 // What this start of the agent must do; stored as "action" in "$qzriwrp.ini".
 enum QzriAction : int32_t
@@ -31,6 +29,8 @@ enum QzriAction : int32_t
 
 // "QZRI_ACTION_RUN" ...; "unknown" for a value outside the four.
 const wchar_t* ActionName(int nAction);
+// One of the four actions above.
+bool IsKnownAction(int nAction);
 
 // How Initialize ended; QZCS_Main turns it into the exit code.
 enum class InitResult
@@ -40,15 +40,9 @@ enum class InitResult
     NO_PACKAGE_DESCRIPTION,
     UNEXPECTED_REBOOT,
     MANAGED_BY_OTHER_SERVER,
-};
-
-// What Initialize talks to besides the command line.
-struct InitServices
-{
-    AgentOs* m_pOs;
-    SessionList* m_pSessions;
-    ServerIdSource* m_pServerIds;
-    ReportSink* m_pReports;
+    // A service restart found an action in "$qzriwrp.ini" that is none of the four: the saved state
+    // is damaged, and guessing what it meant could install the package a second time.
+    DAMAGED_STATE,
 };
 
 inline constexpr const wchar_t* RUN_PARAMS_FILE = L"$qzriwrp.ini";
@@ -58,10 +52,10 @@ class RiWrpData
 public:
     // Fills the record (see docs/agent.md for the steps). False when this run must not go on: the
     // package description is missing, the computer rebooted while the setup ran, another server
-    // manages the host, or an error was raised; m_eInitResult says which. Errors are traced, never
-    // thrown.
+    // manages the host, the saved state is damaged, or an error was raised; m_eInitResult says which.
+    // Errors are traced, never thrown.
     bool Initialize(const std::vector<std::wstring>& vecArgs, const std::wstring& wstrCmdLine,
-                    const InitServices& services);
+                    const AgentServices& services);
 
     // Reads m_eAct, m_nStartCounter and m_wstrSavedCmdLine from "$qzriwrp.ini" in m_wstrDirPath. A
     // missing file or key gives action 0, counter 0 and an empty command line. A "cmdline" value that
@@ -86,6 +80,8 @@ public:
     std::wstring m_wstrMasterServiceId;
     // Started by the agent's own service: the state comes from "$qzriwrp.ini".
     bool m_bRestartedAsService = false;
+    // The id of this run's service, the value of "QZRI$ID" on a service restart.
+    std::wstring m_wstrServiceId;
     QzriAction m_eAct = QZRI_ACTION_RUN;
     int32_t m_nStartCounter = 0;
     // The command line of the first start, which service restarts run with.
@@ -99,19 +95,24 @@ public:
     std::wstring m_wstrParentServerID;
     std::wstring m_wstrCurrentServerID;
 
+    // The package description, read once; null for a GUI process, which reads none.
+    QZSTD::CAutoPtr<QpdFile> m_pQpd;
     // The interactive user sessions at start-up, for the processes that ask or tell users something.
     std::vector<UserSession> m_vecUserSessions;
     InitResult m_eInitResult = InitResult::FAILED;
 
 private:
     InitResult InitializeSteps(const std::vector<std::wstring>& vecArgs, const std::wstring& wstrCmdLine,
-                               const InitServices& services);
+                               const AgentServices& services);
     void InitDirPaths(AgentOs& os);
     void ReadTaskKeys(const std::wstring& wstrCmdLine);
     void TakeUserSessions(SessionList& sessions);
     void ReadStartState(const std::wstring& wstrCmdLine);
+    bool IsDamagedState() const;
     bool FindPackageDescription(AgentOs& os);
+    void ReadPackageDescription(FilesProvider* pFiles);
     bool IsUnexpectedReboot() const;
+    int32_t PackageInt(const wchar_t* szSection, const wchar_t* szKey) const;
     void ReadPackageOptions(const std::wstring& wstrCmdLine, AgentOs& os);
     void ReadRebootAgentSettings(AgentOs& os);
     bool IsSkippedForOtherServer(ServerIdSource& serverIds);

@@ -51,6 +51,11 @@ const wchar_t* ActionName(int nAction)
     }
 }
 
+bool IsKnownAction(int nAction)
+{
+    return nAction >= QZRI_ACTION_RUN && nAction <= QZRI_ACTION_ASK_USER;
+}
+
 // The routine names itself in its first line, so that line carries no scope prefix.
 void RiWrpData::GetServiceRunParams()
 {

@@ -1,32 +1,14 @@
-// The module runtime and the portable half of the process entry.
+// The module runtime and the main module's set-up.
 #include "qzri/riwrap/runtime.h"
 
+#include <atomic>
 #include <new>
 #include <utility>
 
-#include "qzri/riwrap/exitcodes.h"
-#include "qzri/riwrap/qzcsmain.h"
-#include "std/cmdline.h"
 #include "std/failfast.h"
 #include "std/trace.h"
 
 namespace QZRI {
-namespace {
-
-// Shuts the runtime down however the run ends.
-class RuntimeSession
-{
-public:
-    explicit RuntimeSession(ModuleRuntime& runtime) : m_runtime(runtime) { m_runtime.Start(); }
-    ~RuntimeSession() { m_runtime.Shutdown(); }
-    RuntimeSession(const RuntimeSession&) = delete;
-    RuntimeSession& operator=(const RuntimeSession&) = delete;
-
-private:
-    ModuleRuntime& m_runtime;
-};
-
-}  // namespace
 
 void ModuleRuntime::SetArguments(std::wstring wstrCmdLine, std::vector<std::wstring> vecArgs)
 {
@@ -57,16 +39,35 @@ ModuleRuntime& TheModuleRuntime() noexcept
     return *pRuntime;
 }
 
-int RunProcess(const std::wstring& wstrCmdLine) noexcept
+}  // namespace QZRI
+
+namespace QZINITMAIN {
+namespace {
+
+// A module name of the trace must outlive every line written under it: only string literals are kept.
+std::atomic<const char*> g_szInstallerTrace{"Installer"};
+
+}  // namespace
+
+void InitInstallerTrace(const char* szName) noexcept
 {
-    try {
-        ModuleRuntime& runtime = TheModuleRuntime();
-        runtime.SetArguments(wstrCmdLine, QZSTD::SplitCommandLine(wstrCmdLine));
-        RuntimeSession session(runtime);
-        return QZCS_Main();
-    } catch (...) {
-        return ExitCode::GENERAL_ERROR;
-    }
+    g_szInstallerTrace.store(szName);
 }
 
-}  // namespace QZRI
+CInitMainUt_Init::CInitMainUt_Init(const char* szModule) noexcept : m_szModule(szModule)
+{
+    QZ_TRACE_SCOPE(g_szInstallerTrace.load(), "QZINITMAIN::CInitMainUt_Init");
+    QZ_TRACE_I(L"%hs: main module '%hs' set up.\n", QZ_SCOPE_NAME, m_szModule);
+}
+
+void CInitMainUt_Init::TearDown() noexcept
+{
+    if (!m_bUp)
+        return;
+    m_bUp = false;
+    QZ_TRACE_SCOPE(g_szInstallerTrace.load(), "QZINITMAIN::CInitMainUt_Init");
+    QZ_TRACE_I(L"%hs: main module '%hs' torn down; no cloud storage was set up.\n", QZ_SCOPE_NAME,
+               m_szModule);
+}
+
+}  // namespace QZINITMAIN

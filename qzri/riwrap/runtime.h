@@ -1,5 +1,6 @@
 // The module runtime of the agent process: the argument store that the process entry fills from the
-// process's command line, and the start and shutdown around QZCS_Main. One object per process.
+// process's command line, the set-up of the main module around QZCS_Main, and the shutdown. One object
+// per process.
 #pragma once
 
 #include <string>
@@ -31,9 +32,30 @@ ModuleRuntime* GetModuleRuntime() noexcept;
 // The same, for code that runs once the entry has checked it: ends the process (fail-fast) without it.
 ModuleRuntime& TheModuleRuntime() noexcept;
 
-// The process entry's work once the platform has handed over the command line: split it, store it,
-// start the runtime, run QZCS_Main, shut down. Returns the exit code and never throws. Without the
-// runtime object the process ends at once (fail-fast, exit code 1).
-int RunProcess(const std::wstring& wstrCmdLine) noexcept;
-
 }  // namespace QZRI
+
+namespace QZINITMAIN {
+
+// The installer trace of the runtime: the trace module under which the runtime writes its own lines
+// (the set-up and tear-down of the main module), so that they stand apart from the agent's.
+void InitInstallerTrace(const char* szName) noexcept;
+
+// The main module's set-up for the span of QZCS_Main. Nothing of this build needs setting up beyond
+// the name (no cloud storage is configured for the agent); TearDown still runs at the end of every run
+// and says so in the trace, so the trace shows that the run came to its end.
+class CInitMainUt_Init
+{
+public:
+    explicit CInitMainUt_Init(const char* szModule) noexcept;
+    CInitMainUt_Init(const CInitMainUt_Init&) = delete;
+    CInitMainUt_Init& operator=(const CInitMainUt_Init&) = delete;
+    // Tears down what the set-up established; idempotent.
+    void TearDown() noexcept;
+    ~CInitMainUt_Init() { TearDown(); }
+
+private:
+    const char* m_szModule;
+    bool m_bUp = true;
+};
+
+}  // namespace QZINITMAIN

@@ -22,6 +22,8 @@ struct Params;
 
 namespace QZSTD {
 
+class ShutdownSignal;
+
 // The waiter of a launched program. Lookup by name answers "QZSTD::QZBaseQI" and "QZSTD::LaunchWaiter";
 // the standard launcher's waiter also answers "QZSTD::LaunchWaiter2" and "QZSTD::ProcessPid".
 struct LaunchWaiter : QZBaseQI
@@ -63,9 +65,11 @@ std::vector<std::wstring> MergeEnvironment(const std::vector<std::wstring>& vecI
 // are created or truncated. pEnvironmentAddition: name/value strings set over the inherited environment
 // (may be null). *ppLaunchWaiter must be null on entry; it receives the waiter with one reference.
 // A program that cannot be started raises a system error; a raised shutdown raises 1199 at once.
+// pShutdown: the signal the waiter watches (null: the process's); it must outlive the waiter.
 void QZSTD_LaunchAsync(const wchar_t* szCommandline, const wchar_t* szCurDir, const wchar_t* szStdOut,
                        const wchar_t* szStdErr, const wchar_t* szStdIn, QZPAR::Params* pEnvironmentAddition,
-                       QZSTD::LaunchWaiter** ppLaunchWaiter);
+                       QZSTD::LaunchWaiter** ppLaunchWaiter,
+                       const QZSTD::ShutdownSignal* pShutdown = nullptr);
 
 // Starts the program with its standard output and error captured in szwOut (required, assertion
 // "szwOut"), waits up to lTimeout milliseconds (-1: no limit) and returns true with the exit code when

@@ -155,14 +155,14 @@ bool ChildProcess::HasExited()
     return true;
 }
 
-WaitEvent ChildProcess::Wait(long nTimeoutMs, bool bWatchShutdown)
+WaitEvent ChildProcess::Wait(long nTimeoutMs, const ShutdownSignal* pShutdown)
 {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point tpStart = Clock::now();
     for (;;) {
         if (HasExited())
             return WaitEvent::EXITED;
-        if (bWatchShutdown && IsShutdownRaised())
+        if (pShutdown && pShutdown->IsRaised())
             return WaitEvent::SHUTDOWN;
         long nLeft = -1;
         if (nTimeoutMs >= 0) {
@@ -177,7 +177,7 @@ WaitEvent ChildProcess::Wait(long nTimeoutMs, bool bWatchShutdown)
             std::this_thread::sleep_for(std::chrono::milliseconds(nSlice));
             continue;
         }
-        pollfd fds[2] = {{m_fdPid, POLLIN, 0}, {bWatchShutdown ? GetShutdownFd() : -1, POLLIN, 0}};
+        pollfd fds[2] = {{m_fdPid, POLLIN, 0}, {pShutdown ? pShutdown->Fd() : -1, POLLIN, 0}};
         const int r = ::poll(fds, 2, nLeft < 0 ? -1 : static_cast<int>(std::min(nLeft, 1L << 30)));
         if (r < 0 && errno != EINTR)
             QZ_THROW_STD(Err::WAIT_FAILURE);
@@ -193,13 +193,16 @@ namespace {
 class LaunchWaiterPosix : public LaunchWaiterImpl
 {
 public:
-    explicit LaunchWaiterPosix(pid_t pid) : LaunchWaiterImpl(static_cast<long>(pid)), m_child(pid) {}
+    LaunchWaiterPosix(pid_t pid, const ShutdownSignal& shutdown)
+        : LaunchWaiterImpl(static_cast<long>(pid), shutdown), m_child(pid)
+    {
+    }
 
 protected:
     bool WaitI(long lTimeout, bool bCheckShutdown) override
     {
         QZ_TRACE_SCOPE("QZSTD", "QZSTD::LaunchWaiterImpl::WaitI");
-        switch (m_child.Wait(lTimeout, bCheckShutdown)) {
+        switch (m_child.Wait(lTimeout, bCheckShutdown ? &m_shutdown : nullptr)) {
             case Posix::WaitEvent::EXITED:
                 QZ_TRACE_I(L"%hs: the process finished", QZ_SCOPE_NAME);
                 return true;
@@ -229,13 +232,14 @@ private:
 
 void QZSTD_LaunchAsync(const wchar_t* szCommandline, const wchar_t* szCurDir, const wchar_t* szStdOut,
                        const wchar_t* szStdErr, const wchar_t* szStdIn, QZPAR::Params* pEnvironmentAddition,
-                       QZSTD::LaunchWaiter** ppLaunchWaiter)
+                       QZSTD::LaunchWaiter** ppLaunchWaiter, const QZSTD::ShutdownSignal* pShutdown)
 {
     QZ_TRACE_SCOPE("QZSTD", "QZSTD_LaunchAsync");
     QZ_ASSERT(szCommandline);
     QZ_ASSERT(ppLaunchWaiter);
     QZ_ASSERT(*ppLaunchWaiter == nullptr);
-    QZSTD::ThrowIfShutdown();
+    const QZSTD::ShutdownSignal& shutdown = pShutdown ? *pShutdown : QZSTD::ProcessShutdown();
+    shutdown.ThrowIfRaised();
     QZSTD::Posix::SpawnRequest req;
     req.wstrCommandLine = szCommandline;
     req.wstrCurDir = szCurDir ? szCurDir : L"";
@@ -247,5 +251,5 @@ void QZSTD_LaunchAsync(const wchar_t* szCommandline, const wchar_t* szCurDir, co
                req.wstrCurDir);
     const pid_t pid = QZSTD::Posix::Spawn(req);
     QZ_TRACE_I(L"%hs: started Pid=%ld", QZ_SCOPE_NAME, static_cast<long>(pid));
-    *ppLaunchWaiter = new QZSTD::RcClassImpl<QZSTD::LaunchWaiterPosix>(pid);
+    *ppLaunchWaiter = new QZSTD::RcClassImpl<QZSTD::LaunchWaiterPosix>(pid, shutdown);
 }

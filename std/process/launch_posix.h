@@ -11,6 +11,10 @@ namespace QZPAR {
 struct Params;
 }
 
+namespace QZSTD {
+class ShutdownSignal;
+}
+
 namespace QZSTD::Posix {
 
 struct SpawnRequest
@@ -52,8 +56,8 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     pid_t Pid() const { return m_pid; }
-    // Waits up to nTimeoutMs (-1: no limit) for the exit, or also for the shutdown event.
-    WaitEvent Wait(long nTimeoutMs, bool bWatchShutdown);
+    // Waits up to nTimeoutMs (-1: no limit) for the exit, or also for the signal when one is given.
+    WaitEvent Wait(long nTimeoutMs, const ShutdownSignal* pShutdown);
     // Reaps the child if it has ended (a zero wait); true when it has.
     bool HasExited();
     // Valid once HasExited() is true.

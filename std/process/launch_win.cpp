@@ -63,8 +63,8 @@ namespace {
 class LaunchWaiterWin : public LaunchWaiterImpl
 {
 public:
-    LaunchWaiterWin(Win::ScopedHandle&& hProcess, DWORD dwPid)
-        : LaunchWaiterImpl(static_cast<long>(dwPid)), m_hProcess(std::move(hProcess))
+    LaunchWaiterWin(Win::ScopedHandle&& hProcess, DWORD dwPid, const ShutdownSignal& shutdown)
+        : LaunchWaiterImpl(static_cast<long>(dwPid), shutdown), m_hProcess(std::move(hProcess))
     {
     }
 
@@ -72,7 +72,7 @@ protected:
     bool WaitI(long lTimeout, bool bCheckShutdown) override
     {
         QZ_TRACE_SCOPE("QZSTD", "QZSTD::LaunchWaiterImpl::WaitI");
-        HANDLE vecHandles[2] = {m_hProcess.Get(), static_cast<HANDLE>(GetShutdownEvent())};
+        HANDLE vecHandles[2] = {m_hProcess.Get(), static_cast<HANDLE>(m_shutdown.Event())};
         QZ_ASSERT(vecHandles[0]);
         QZ_ASSERT(vecHandles[1]);
         const DWORD dwTimeout = lTimeout < 0 ? INFINITE : static_cast<DWORD>(lTimeout);
@@ -109,14 +109,15 @@ private:
 
 void QZSTD_LaunchAsync(const wchar_t* szCommandline, const wchar_t* szCurDir, const wchar_t* szStdOut,
                        const wchar_t* szStdErr, const wchar_t* szStdIn, QZPAR::Params* pEnvironmentAddition,
-                       QZSTD::LaunchWaiter** ppLaunchWaiter)
+                       QZSTD::LaunchWaiter** ppLaunchWaiter, const QZSTD::ShutdownSignal* pShutdown)
 {
     using QZSTD::Win::ScopedHandle;
     QZ_TRACE_SCOPE("QZSTD", "QZSTD_LaunchAsync");
     QZ_ASSERT(szCommandline);
     QZ_ASSERT(ppLaunchWaiter);
     QZ_ASSERT(*ppLaunchWaiter == nullptr);
-    QZSTD::ThrowIfShutdown();
+    const QZSTD::ShutdownSignal& shutdown = pShutdown ? *pShutdown : QZSTD::ProcessShutdown();
+    shutdown.ThrowIfRaised();
     const std::wstring wstrOut = szStdOut ? szStdOut : L"";
     const std::wstring wstrErr = szStdErr ? szStdErr : L"";
     const std::wstring wstrIn = szStdIn ? szStdIn : L"";
@@ -146,5 +147,6 @@ void QZSTD_LaunchAsync(const wchar_t* szCommandline, const wchar_t* szCurDir, co
     ScopedHandle hThread(pi.hThread);
     ScopedHandle hProcess(pi.hProcess);
     QZ_TRACE_I(L"%hs: started Pid=%lu", QZ_SCOPE_NAME, pi.dwProcessId);
-    *ppLaunchWaiter = new QZSTD::RcClassImpl<QZSTD::LaunchWaiterWin>(std::move(hProcess), pi.dwProcessId);
+    *ppLaunchWaiter =
+        new QZSTD::RcClassImpl<QZSTD::LaunchWaiterWin>(std::move(hProcess), pi.dwProcessId, shutdown);
 }

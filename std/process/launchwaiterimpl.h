@@ -3,6 +3,7 @@
 #pragma once
 
 #include "std/process/launch.h"
+#include "std/shutdown.h"
 
 namespace QZSTD {
 
@@ -33,16 +34,18 @@ public:
     long GetPid() override { return m_lPid; }
 
 protected:
-    explicit LaunchWaiterImpl(long lPid) : m_lPid(lPid) {}
+    LaunchWaiterImpl(long lPid, const ShutdownSignal& shutdown) : m_lPid(lPid), m_shutdown(shutdown) {}
     bool WaitMain(long lTimeout) override;
     bool WaitNoShutdown(long lTimeout) override;
-    // Waits for the process, and for the shutdown event when bCheckShutdown; true when the process
+    // Waits for the process, and for m_shutdown when bCheckShutdown; true when the process
     // ended, false on time-out, QZError 1199 on shutdown.
     virtual bool WaitI(long lTimeout, bool bCheckShutdown) = 0;
     // A zero wait: false while the process runs, else true with its exit code.
     virtual bool TryGetExitCode(uint32_t* pnExitCode) = 0;
 
     long m_lPid;
+    // The signal this waiter watches; it outlives the waiter.
+    const ShutdownSignal& m_shutdown;
 };
 
 }  // namespace QZSTD

@@ -118,7 +118,7 @@ class MapRegistry : public QZRI::Registry
 {
 public:
     bool ReadLocalMachineString(const std::wstring& wstrKey, const std::wstring& wstrValueName,
-                                std::wstring& wstrValue) override
+                                std::wstring& wstrValue, QZRI::RegistryView) override
     {
         const auto it = m_mapValues.find(wstrKey + L"|" + wstrValueName);
         if (it == m_mapValues.end())
@@ -218,6 +218,19 @@ TEST(QztskLocalWritableFolder, SystemRegistryReadsStringsOnly)
         EXPECT_EQ(wstrValue, c.szValue) << c.szName;
     }
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, wstrKey.c_str());
+
+    // A key of the 32-bit view is found in that view only (this test runs as a 64-bit program).
+    ASSERT_EQ(::RegCreateKeyExW(HKEY_LOCAL_MACHINE, wstrKey.c_str(), 0, nullptr, 0,
+                                KEY_ALL_ACCESS | KEY_WOW64_32KEY, nullptr, &hKey, nullptr),
+              ERROR_SUCCESS);
+    SetValue(L"Folder", REG_SZ, szFolder, sizeof(szFolder));
+    ::RegCloseKey(hKey);
+    for (const QZRI::RegistryView eView : {QZRI::RegistryView::VIEW_32, QZRI::RegistryView::VIEW_64}) {
+        std::wstring wstrValue;
+        EXPECT_EQ(QZRI::SystemRegistry().ReadLocalMachineString(wstrKey, L"Folder", wstrValue, eView),
+                  eView == QZRI::RegistryView::VIEW_32 && sizeof(void*) == 8);
+    }
+    ::RegDeleteKeyExW(HKEY_LOCAL_MACHINE, wstrKey.c_str(), KEY_WOW64_32KEY, 0);
 }
 #else
 TEST(QztskLocalWritableFolder, NoRegistryOnLinuxMeansEmpty)

@@ -7,9 +7,8 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <sstream>
+#include <set>
 #include <thread>
 
 // testchild.h brings <windows.h>, whose GetProfileInt macro std/profile.h takes away again.
@@ -27,12 +26,32 @@
 #ifdef _WIN32
 #include "common/win32_handlelist.h"
 #include "std/process/launch_win.h"
+#include "std/win/scopedhandle.h"
+
+#include <tlhelp32.h>
 #endif
 
 namespace {
 
 using QZSTD::CAutoPtr;
 using QZSTD::LaunchWaiter;
+using QZTEST::ErrorCodeOf;
+using QZTEST::RunningUnderWine;
+
+std::wstring SelfCommand()
+{
+    return L"\"" + QZTEST::SelfPath().wstring() + L"\"";
+}
+
+CAutoPtr<QZPAR::Params> ChildEnv(const std::wstring& wstrMode, const std::filesystem::path& marker,
+                                 const std::filesystem::path& copyDir)
+{
+    CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
+    QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", wstrMode);
+    QZPAR::SetStringValue(pEnv, L"QZ_TEST_MARKER", marker.wstring());
+    QZPAR::SetStringValue(pEnv, L"QZ_TEST_COPYDIR", copyDir.wstring());
+    return pEnv;
+}
 
 #ifdef _WIN32
 // Child mode "in-job-launch": the agent placed in a job without BREAKAWAY_OK launches a setup program
@@ -46,11 +65,13 @@ int RunInJobLaunchChild()
     QZSTD::TraceOpen(QZSTD::Utf8ToWide(szTrace), QZSTD::TL_DEBUG, false);
     QZ_TRACE_SCOPE("QZRI", "InJobLaunchChild");
     try {
-        CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", L"spawn:5000");
+        QZRI::LaunchOptions options;
+        options.m_wstrCommandLine = SelfCommand();
+        CAutoPtr<QZPAR::Params> pEnv = ChildEnv(L"spawn:5000", szMarker, "");
+        options.m_pEnvironmentAddition = pEnv;
+        options.m_nWaitMode = QZRI::WAIT_WHOLE_JOB;
         CAutoPtr<LaunchWaiter> pWaiter;
-        QZRI::LaunchAsync(L"\"" + QZTEST::SelfPath().wstring() + L"\"", L"", L"", pEnv, false, L"", L"",
-                          QZRI::WAIT_WHOLE_JOB, &pWaiter);
+        QZRI::LaunchAsync(options, &pWaiter);
         if (!pWaiter->Wait(-1))
             return 41;
         const bool bGrandchildDone = std::filesystem::exists(szMarker);
@@ -70,22 +91,13 @@ const bool g_bInJobChild = [] {
         QZTEST::EndChild(RunInJobLaunchChild());
     return false;
 }();
-#endif
 
-const bool g_bChildMode = QZTEST::RunChildModeIfAsked();
-
-#ifdef _WIN32
 const wchar_t* const EXE_SUFFIX = L".exe";
 #else
 const wchar_t* const EXE_SUFFIX = L"";
 #endif
 
-std::wstring SelfCommand()
-{
-    return L"\"" + QZTEST::SelfPath().wstring() + L"\"";
-}
-
-using QZTEST::ErrorCodeOf;
+const bool g_bChildMode = QZTEST::RunChildModeIfAsked();
 
 // Waits (up to a hang-detecting bound) until the file exists.
 bool AppearsWithin(const std::filesystem::path& path, std::chrono::seconds sec)
@@ -99,32 +111,75 @@ bool AppearsWithin(const std::filesystem::path& path, std::chrono::seconds sec)
     return true;
 }
 
-using QZTEST::RunningUnderWine;
+// Logons without an account database: a logon that fails as a wrong password does, or that hands out
+// this process's own token; and a revert that can be made to fail after it reverted.
+class FakeAccountCalls : public QZRI::AccountCalls
+{
+public:
+    bool LogonUser(const QZRI::AccountName& account, const std::wstring&, void** phToken) override
+    {
+        m_vecLogons.push_back(account);
+#ifdef _WIN32
+        if (m_bLogonWithOwnToken) {
+            HANDLE h = nullptr;
+            const BOOL b = ::OpenProcessToken(::GetCurrentProcess(), TOKEN_ALL_ACCESS, &h);
+            *phToken = h;
+            return b != FALSE;
+        }
+        ::SetLastError(1326);  // ERROR_LOGON_FAILURE
+#endif
+        *phToken = nullptr;
+        return false;
+    }
+    bool RevertToSelf() override
+    {
+#ifdef _WIN32
+        const BOOL b = ::RevertToSelf();
+        if (m_bRevertFails) {
+            ::SetLastError(ERROR_ACCESS_DENIED);
+            return false;
+        }
+        return b != FALSE;
+#else
+        return true;
+#endif
+    }
+    std::vector<QZRI::AccountName> m_vecLogons;
+    bool m_bLogonWithOwnToken = false;
+    bool m_bRevertFails = false;
+};
 
 class RiLaunchTest : public ::testing::Test
 {
 protected:
-    void TearDown() override { QZSTD::ResetShutdownForTests(); }
-
-    CAutoPtr<QZPAR::Params> Env(const std::wstring& wstrMode)
+    QZRI::LaunchOptions Options(const std::wstring& wstrMode, int nWaitMode = QZRI::WAIT_PROCESS_ONLY)
     {
-        CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", wstrMode);
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_MARKER", Marker().wstring());
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_COPYDIR", m_dir.Path().wstring());
-        return pEnv;
+        QZRI::LaunchOptions options;
+        options.m_wstrCommandLine = SelfCommand();
+        m_vecEnvs.push_back(ChildEnv(wstrMode, Marker(), m_dir.Path()));
+        options.m_pEnvironmentAddition = m_vecEnvs.back();
+        options.m_nWaitMode = nWaitMode;
+        options.m_pShutdown = &m_shutdown;
+        options.m_pAccountCalls = &m_accounts;
+        return options;
     }
-    CAutoPtr<LaunchWaiter> Start(const std::wstring& wstrMode, int nWaitMode,
-                                 const std::vector<std::wstring>& vecImages = {})
+    CAutoPtr<LaunchWaiter> Start(const QZRI::LaunchOptions& options)
     {
         CAutoPtr<LaunchWaiter> pWaiter;
-        QZRI::LaunchAsync(SelfCommand(), L"", L"", Env(wstrMode), false, L"", L"", nWaitMode, &pWaiter,
-                          vecImages);
+        QZRI::LaunchAsync(options, &pWaiter);
         return pWaiter;
     }
-    std::filesystem::path Marker() const { return m_dir.Path() / "grandchild.done"; }
+    CAutoPtr<LaunchWaiter> Start(const std::wstring& wstrMode, int nWaitMode = QZRI::WAIT_PROCESS_ONLY)
+    {
+        return Start(Options(wstrMode, nWaitMode));
+    }
+    std::filesystem::path Marker() const { return m_dir.Path() / m_wstrMarkerName; }
 
     QZTEST::TempDir m_dir;
+    std::wstring m_wstrMarkerName = L"grandchild.done";
+    QZSTD::ShutdownSignal m_shutdown;
+    FakeAccountCalls m_accounts;
+    std::vector<CAutoPtr<QZPAR::Params>> m_vecEnvs;  // the options only point at their environment
 };
 
 TEST(SplitUserNameTest, SplitsDomainAndUserAsWritten)
@@ -152,52 +207,44 @@ TEST(BreakawayDecisionTest, OnlyAJobWithoutBreakawayOkKeepsTheFlagOff)
 {
     EXPECT_TRUE(QZRI::ShouldBreakAwayFromJob(false, 0));
     EXPECT_TRUE(QZRI::ShouldBreakAwayFromJob(true, 0x800));
-    EXPECT_TRUE(QZRI::ShouldBreakAwayFromJob(true, 0x2800));
-    EXPECT_FALSE(QZRI::ShouldBreakAwayFromJob(true, 0));
     EXPECT_FALSE(QZRI::ShouldBreakAwayFromJob(true, 0x2000));  // kill-on-close alone
     EXPECT_FALSE(QZRI::ShouldBreakAwayFromJob(true, 0x1000));  // silent breakaway is another flag
 }
 
-TEST(ResultScriptTest, BatchLinesAreTheRecordingOnesShellFormQuotesEveryWord)
+TEST(ResultScriptTest, BatchLinesQuoteTheResultFileShellFormQuotesEveryWord)
 {
     EXPECT_EQ(
         L"echo off\r\n"
         L"cd \"C:\\pkg dir\"\r\n"
         L"call setup.exe /s\r\n"
         L"set cmd_proc_rslt=%errorLevel%\r\n"
-        L"echo [cmd_proc_rslt] > C:\\r.ini\r\n"
-        L"echo result=%cmd_proc_rslt% >> C:\\r.ini\r\n"
-        L"echo ready=1 >> C:\\r.ini\r\n",
-        QZRI::BuildResultBatchScript(L"setup.exe /s", L"C:\\pkg dir", L"C:\\r.ini"));
+        L"echo [cmd_proc_rslt] > \"C:\\Program Files (x86)\\r.ini\"\r\n"
+        L"echo result=%cmd_proc_rslt% >> \"C:\\Program Files (x86)\\r.ini\"\r\n"
+        L"echo ready=1 >> \"C:\\Program Files (x86)\\r.ini\"\r\n",
+        QZRI::BuildResultBatchScript(L"setup.exe /s", L"C:\\pkg dir", L"C:\\Program Files (x86)\\r.ini"));
     EXPECT_EQ(0u, QZRI::BuildResultBatchScript(L"a", L"", L"r").find(L"echo off\r\ncall a\r\n"));
     const std::wstring wstr = QZRI::BuildResultShellScript(L"\"/opt/my app\" it's", L"/d", L"/r 1.ini");
     EXPECT_NE(std::wstring::npos, wstr.find(L"\ncd '/d'\n'/opt/my app' 'it'\\''s'\ncmd_proc_rslt=$?\n"));
     EXPECT_NE(std::wstring::npos, wstr.find(L"echo \"result=$cmd_proc_rslt\" >> '/r 1.ini'\n"));
 }
 
-TEST_F(RiLaunchTest, WaitModeThreeIsRefusedBeforeAnythingStarts)
+TEST_F(RiLaunchTest, WhatCannotBeLaunchedIsRefusedBeforeAnythingStarts)
 {
     ASSERT_FALSE(g_bChildMode);
-    CAutoPtr<LaunchWaiter> pWaiter;
-    EXPECT_EQ(QZSTD::Err::NOT_IMPLEMENTED, ErrorCodeOf([&] {
-                  QZRI::LaunchAsync(L"qz-no-such-program-4711", L"", L"", nullptr, false, L"", L"", 3,
-                                    &pWaiter);
-              }));
-    EXPECT_EQ(QZSTD::Err::BAD_PARAM, ErrorCodeOf([&] {
-                  QZRI::LaunchAsync(L"qz-no-such-program-4711", L"", L"", nullptr, false, L"", L"", 4,
-                                    &pWaiter);
-              }));
-    EXPECT_FALSE(pWaiter);
-    QZSTD::RaiseShutdown();
-    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] {
-                  QZRI::LaunchAsync(L"qz-no-such-program-4711", L"", L"", nullptr, false, L"", L"", 0,
-                                    &pWaiter);
-              }));
+    QZRI::LaunchOptions options = Options(L"exit:0");
+    options.m_nWaitMode = QZRI::WAIT_MODE_RESERVED;
+    EXPECT_EQ(QZSTD::Err::NOT_IMPLEMENTED, ErrorCodeOf([&] { Start(options); }));
+    options.m_nWaitMode = 4;
+    EXPECT_EQ(QZSTD::Err::BAD_PARAM, ErrorCodeOf([&] { Start(options); }));
+    options.m_nWaitMode = 0;
+    m_shutdown.Raise();
+    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { Start(options); }));
+    EXPECT_FALSE(QZSTD::IsShutdownRaised()) << "the test's own signal, not the process's";
 }
 
 TEST_F(RiLaunchTest, ModeZeroReturnsWhenTheStartedProgramEnds)
 {
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000", QZRI::WAIT_PROCESS_ONLY);
+    CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000");
     EXPECT_TRUE(pWaiter->Wait(-1));
     EXPECT_EQ(7u, pWaiter->ExitCode());
     // The grandchild sleeps 6 s; the wait above did not wait for it.
@@ -210,16 +257,22 @@ TEST_F(RiLaunchTest, ModeOneWaitsForTheGrandchildTimesOutAndStopsOnShutdown)
     CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000", QZRI::WAIT_WHOLE_JOB);
     EXPECT_FALSE(pWaiter->Wait(0));
     EXPECT_FALSE(pWaiter->Wait(300));
-    std::thread t([] {
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { pWaiter->Wait(-2); }));
+    std::thread t([this] {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        QZSTD::RaiseShutdown();
+        m_shutdown.Raise();
     });
     EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { pWaiter->Wait(-1); }));
     t.join();
     EXPECT_FALSE(std::filesystem::exists(Marker()));
-    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { pWaiter->Wait(-2); }));
-    QZSTD::ResetShutdownForTests();
-    EXPECT_TRUE(pWaiter->Wait(-1));  // only after the grandchild, with the first program's exit code
+
+    // Without a shutdown the wait ends only after the grandchild, with the first program's exit code.
+    QZSTD::ShutdownSignal quiet;
+    m_wstrMarkerName = L"second.done";
+    QZRI::LaunchOptions options = Options(L"spawn:1000", QZRI::WAIT_WHOLE_JOB);
+    options.m_pShutdown = &quiet;
+    pWaiter = Start(options);
+    EXPECT_TRUE(pWaiter->Wait(-1));
     EXPECT_TRUE(std::filesystem::exists(Marker()));
     EXPECT_EQ(7u, pWaiter->ExitCode());
 }
@@ -227,14 +280,17 @@ TEST_F(RiLaunchTest, ModeOneWaitsForTheGrandchildTimesOutAndStopsOnShutdown)
 TEST_F(RiLaunchTest, ModeTwoWaitsForListedImagesOnly)
 {
     const std::wstring wstrListed = std::wstring(L"QzListed") + EXE_SUFFIX;
-    CAutoPtr<LaunchWaiter> pWaiter =
-        Start(L"spawn-named:qzlisted:1000", QZRI::WAIT_LISTED_IMAGES, {L"other.exe", wstrListed});
+    QZRI::LaunchOptions options = Options(L"spawn-named:qzlisted:1000", QZRI::WAIT_LISTED_IMAGES);
+    options.m_vecWaitImages = {L"other.exe", wstrListed};
+    CAutoPtr<LaunchWaiter> pWaiter = Start(options);
     EXPECT_TRUE(pWaiter->Wait(-1));
     EXPECT_TRUE(std::filesystem::exists(Marker()));
     EXPECT_EQ(7u, pWaiter->ExitCode());
     std::filesystem::remove(Marker());
 
-    pWaiter = Start(L"spawn-named:qzunlisted:6000", QZRI::WAIT_LISTED_IMAGES, {wstrListed});
+    options = Options(L"spawn-named:qzunlisted:6000", QZRI::WAIT_LISTED_IMAGES);
+    options.m_vecWaitImages = {wstrListed};
+    pWaiter = Start(options);
     EXPECT_TRUE(pWaiter->Wait(-1));
     EXPECT_FALSE(std::filesystem::exists(Marker()));
     EXPECT_TRUE(AppearsWithin(Marker(), std::chrono::seconds(60)));
@@ -242,12 +298,11 @@ TEST_F(RiLaunchTest, ModeTwoWaitsForListedImagesOnly)
 
 TEST_F(RiLaunchTest, JobWaiterAnswersOnlyTheBaseInterfaces)
 {
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"exit:0", QZRI::WAIT_PROCESS_ONLY);
+    CAutoPtr<LaunchWaiter> pWaiter = Start(L"exit:0");
     void* pv = nullptr;
     EXPECT_FALSE(pWaiter->QueryInterface("QZSTD::LaunchWaiter2", &pv));
     EXPECT_FALSE(pWaiter->QueryInterface("QZSTD::ProcessPid", &pv));
     EXPECT_EQ(nullptr, pv);
-    EXPECT_TRUE(QZSTD::QueryInterface<LaunchWaiter>(pWaiter));
     ASSERT_TRUE(pWaiter->QueryInterface("QZSTD::QZBaseQI", &pv));
     ASSERT_EQ(static_cast<void*>(pWaiter.Get()), pv);
     pWaiter->Release();
@@ -258,94 +313,61 @@ TEST_F(RiLaunchTest, JobWaiterAnswersOnlyTheBaseInterfaces)
 
 TEST_F(RiLaunchTest, StandardErrorGoesToTheCallersFile)
 {
-    const std::wstring wstrErr = (m_dir.Path() / "err.txt").wstring();
-    CAutoPtr<LaunchWaiter> pWaiter;
-    QZRI::LaunchAsync(SelfCommand(), m_dir.Path().wstring(), wstrErr, Env(L"echo"), false, L"", L"", 0,
-                      &pWaiter);
-    EXPECT_TRUE(pWaiter->Wait(-1));
+    QZRI::LaunchOptions options = Options(L"echo");
+    options.m_wstrCurDir = m_dir.Path().wstring();
+    options.m_wstrStdErr = (m_dir.Path() / "err.txt").wstring();
+    EXPECT_TRUE(Start(options)->Wait(-1));
     std::wstring wstrText;
-    QZSTD_ReadLaunchOutput(wstrErr.c_str(), &wstrText);
+    QZSTD_ReadLaunchOutput(options.m_wstrStdErr.c_str(), &wstrText);
     EXPECT_NE(std::wstring::npos, wstrText.find(L"err-line"));
     EXPECT_EQ(std::wstring::npos, wstrText.find(L"out-line"));
 }
 
-TEST_F(RiLaunchTest, WrapperStoresTheExactExitCode)
+// A package folder such as "C:\Program Files (x86)\..." keeps its result file.
+TEST_F(RiLaunchTest, WrapperStoresTheExitCodeInAFolderWithABlankAndAParenthesis)
 {
 #ifdef _WIN32
     const uint32_t nCode = 3010;
 #else
     const uint32_t nCode = 42;  // exit codes are 8 bits here
 #endif
-    const std::wstring wstrResult = (m_dir.Path() / "result.ini").wstring();
-    const std::wstring wstrScript = QZRI::WrapCommandLineToStoreProcessResult(
-        SelfCommand(), m_dir.Path().wstring(), m_dir.Path().wstring(), wstrResult);
-    EXPECT_EQ(m_dir.Path(), std::filesystem::path(wstrScript).parent_path());
-    CAutoPtr<LaunchWaiter> pWaiter;
-    QZRI::LaunchAsync(L"\"" + wstrScript + L"\"", L"", L"", Env(L"exit:" + std::to_wstring(nCode)), true, L"",
-                      L"", QZRI::WAIT_WHOLE_JOB, &pWaiter);
-    EXPECT_TRUE(pWaiter->Wait(-1));
+    const std::filesystem::path folder = m_dir.Path() / "pkg dir (x86)";
+    std::filesystem::create_directories(folder);
+    const std::wstring wstrResult = (folder / "result.ini").wstring();
+    const std::wstring wstrScript = QZRI::WrapCommandLineToStoreProcessResult(SelfCommand(), folder.wstring(),
+                                                                              folder.wstring(), wstrResult);
+    EXPECT_EQ(folder, std::filesystem::path(wstrScript).parent_path());
+    QZRI::LaunchOptions options = Options(L"exit:" + std::to_wstring(nCode), QZRI::WAIT_WHOLE_JOB);
+    options.m_wstrCommandLine = QZRI::ScriptCommandLine(wstrScript);
+    options.m_bUseCmd = true;
+    EXPECT_TRUE(Start(options)->Wait(-1));
     const int nResult = QZSTD::GetProfileInt(wstrResult, L"cmd_proc_rslt", L"result", -1);
     if (RunningUnderWine()) {
-        // Wine's cmd.exe (8.0) sets errorlevel 1 after "call" of any program, so only the shape of the
-        // file can be checked here; the exact code is checked by the shell form natively and on Windows.
+        // Wine's cmd.exe (8.0) sets errorlevel 1 after "call" of any program, so only the file can be
+        // checked here; the exact code is checked by the shell form natively and on Windows.
         EXPECT_NE(-1, nResult);
     } else {
         EXPECT_EQ(static_cast<int>(nCode), nResult);
     }
     EXPECT_EQ(1, QZSTD::GetProfileInt(wstrResult, L"cmd_proc_rslt", L"ready", -1));
     // A second script in the same folder gets a name of its own.
-    EXPECT_NE(wstrScript,
-              QZRI::WrapCommandLineToStoreProcessResult(L"x", L"", m_dir.Path().wstring(), wstrResult));
+    EXPECT_NE(wstrScript, QZRI::WrapCommandLineToStoreProcessResult(L"x", L"", folder.wstring(), wstrResult));
 }
-
-int g_nLogonCalls = 0;
-std::wstring g_wstrLogonUser, g_wstrLogonDomain;
-
-int FailingLogon(const wchar_t* szUser, const wchar_t* szDomain, const wchar_t*, void**)
-{
-    ++g_nLogonCalls;
-    g_wstrLogonUser = szUser ? szUser : L"<null>";
-    g_wstrLogonDomain = szDomain ? szDomain : L"<null>";
-#ifdef _WIN32
-    ::SetLastError(1326);  // ERROR_LOGON_FAILURE
-#endif
-    return 0;
-}
-
-class LogonSeam
-{
-public:
-    explicit LogonSeam(QZRI::LogonUserFn pfn) { m_pfnOld = QZRI::SetLogonUserForTests(pfn); }
-    ~LogonSeam() { QZRI::SetLogonUserForTests(m_pfnOld); }
-
-private:
-    QZRI::LogonUserFn m_pfnOld;
-};
 
 TEST_F(RiLaunchTest, CredentialsGoToTheLogonSplitOrAreRefusedWhereThereIsNone)
 {
-    LogonSeam seam(&FailingLogon);
-    g_nLogonCalls = 0;
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"exit:5", QZRI::WAIT_PROCESS_ONLY);  // no user: no logon
-    EXPECT_TRUE(pWaiter->Wait(-1));
-    EXPECT_EQ(5u, pWaiter->ExitCode());
-    EXPECT_EQ(0, g_nLogonCalls);
-    pWaiter.Reset();
-    const int nCode = ErrorCodeOf(
-        [&] {
-            QZRI::LaunchAsync(SelfCommand(), L"", L"", Env(L"sleep:0"), false, L"DOM\\someone", L"pw", 0,
-                              &pWaiter);
-        },
+    EXPECT_TRUE(Start(L"exit:5")->Wait(-1));  // no user: no logon
+    EXPECT_TRUE(m_accounts.m_vecLogons.empty());
+    QZRI::LaunchOptions options = Options(L"sleep:0");
+    options.m_wstrUser = L"DOM\\someone";
+    options.m_wstrPassword = L"pw";
+    CAutoPtr<LaunchWaiter> pWaiter;
 #ifdef _WIN32
-        QZSTD::SYSTEM_MODULE);
-    EXPECT_EQ(1326, nCode);
-    EXPECT_EQ(1, g_nLogonCalls);
-    EXPECT_EQ(L"someone", g_wstrLogonUser);
-    EXPECT_EQ(L"DOM", g_wstrLogonDomain);
+    EXPECT_EQ(1326, ErrorCodeOf([&] { QZRI::LaunchAsync(options, &pWaiter); }, QZSTD::SYSTEM_MODULE));
+    EXPECT_EQ(m_accounts.m_vecLogons, (std::vector<QZRI::AccountName>{{L"someone", L"DOM"}}));
 #else
-        QZSTD::Err::MODULE);
-    EXPECT_EQ(QZSTD::Err::UNSUPPORTED, nCode);
-    EXPECT_EQ(0, g_nLogonCalls);
+    EXPECT_EQ(QZSTD::Err::UNSUPPORTED, ErrorCodeOf([&] { QZRI::LaunchAsync(options, &pWaiter); }));
+    EXPECT_TRUE(m_accounts.m_vecLogons.empty());
 #endif
     EXPECT_FALSE(pWaiter);
     // Nothing was started: no program ran to write the marker.
@@ -354,28 +376,62 @@ TEST_F(RiLaunchTest, CredentialsGoToTheLogonSplitOrAreRefusedWhereThereIsNone)
 }
 
 #ifdef _WIN32
-int TokenOfThisProcess(const wchar_t*, const wchar_t*, const wchar_t*, void** phToken)
+// The ids of the running processes that this process started.
+std::set<DWORD> ChildrenOfThisProcess()
 {
-    ++g_nLogonCalls;
-    HANDLE h = nullptr;
-    const BOOL b = ::OpenProcessToken(::GetCurrentProcess(), TOKEN_ALL_ACCESS, &h);
-    *phToken = h;
-    return b;
+    std::set<DWORD> setPids;
+    QZSTD::Win::ScopedHandle hSnap(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32W entry = {};
+    entry.dwSize = sizeof(entry);
+    for (BOOL b = ::Process32FirstW(hSnap.Get(), &entry); b; b = ::Process32NextW(hSnap.Get(), &entry))
+        if (entry.th32ParentProcessID == ::GetCurrentProcessId())
+            setPids.insert(entry.th32ProcessID);
+    return setPids;
 }
 
 TEST_F(RiLaunchTest, CredentialsPathCreatesTheProcessAndUndoesTheImpersonation)
 {
-    LogonSeam seam(&TokenOfThisProcess);
-    g_nLogonCalls = 0;
-    CAutoPtr<LaunchWaiter> pWaiter;
-    QZRI::LaunchAsync(SelfCommand(), L"", L"", Env(L"exit:5"), false, L"someone@example.test", L"pw", 0,
-                      &pWaiter);
-    EXPECT_EQ(1, g_nLogonCalls);
+    m_accounts.m_bLogonWithOwnToken = true;
+    QZRI::LaunchOptions options = Options(L"exit:5");
+    options.m_wstrUser = L"someone@example.test";
+    CAutoPtr<LaunchWaiter> pWaiter = Start(options);
+    EXPECT_EQ(m_accounts.m_vecLogons, (std::vector<QZRI::AccountName>{{L"someone", L"example.test"}}));
     EXPECT_TRUE(pWaiter->Wait(-1));
     EXPECT_EQ(5u, pWaiter->ExitCode());
     HANDLE hToken = nullptr;
     EXPECT_FALSE(::OpenThreadToken(::GetCurrentThread(), TOKEN_QUERY, TRUE, &hToken));
     EXPECT_EQ(static_cast<DWORD>(ERROR_NO_TOKEN), ::GetLastError());
+}
+
+// A failure after the program was created must not leave it suspended for ever.
+TEST_F(RiLaunchTest, AFailedRevertEndsTheCreatedProgramWithExitCodeThree)
+{
+    m_accounts.m_bLogonWithOwnToken = true;
+    m_accounts.m_bRevertFails = true;
+    QZRI::LaunchOptions options = Options(L"exit:5");
+    options.m_wstrUser = L"someone";
+    const std::set<DWORD> setBefore = ChildrenOfThisProcess();
+    CAutoPtr<LaunchWaiter> pWaiter;
+    EXPECT_EQ(ERROR_ACCESS_DENIED,
+              ErrorCodeOf([&] { QZRI::LaunchAsync(options, &pWaiter); }, QZSTD::SYSTEM_MODULE));
+    EXPECT_FALSE(pWaiter);
+    for (const DWORD dwPid : ChildrenOfThisProcess()) {
+        if (setBefore.count(dwPid))
+            continue;
+        QZSTD::Win::ScopedHandle hChild(
+            ::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_TERMINATE, FALSE, dwPid));
+        if (!hChild.IsValid())
+            continue;  // already gone
+        const bool bEnded = ::WaitForSingleObject(hChild.Get(), 10000) == WAIT_OBJECT_0;
+        EXPECT_TRUE(bEnded) << "Pid " << dwPid << " was left suspended";
+        if (!bEnded) {
+            ::TerminateProcess(hChild.Get(), 99);
+            continue;
+        }
+        DWORD dwCode = 0;
+        ASSERT_TRUE(::GetExitCodeProcess(hChild.Get(), &dwCode));
+        EXPECT_EQ(3u, dwCode);
+    }
 }
 
 TEST_F(RiLaunchTest, AnAgentInAJobWithoutBreakawayWaitsForTheProgramAlone)
@@ -410,22 +466,16 @@ TEST_F(RiLaunchTest, AnAgentInAJobWithoutBreakawayWaitsForTheProgramAlone)
     ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(hProcess.Get(), 120000));  // hang detector only
     DWORD dwCode = 99;
     ASSERT_TRUE(::GetExitCodeProcess(hProcess.Get(), &dwCode));
-    std::ifstream in(trace);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    const std::string strTrace = ss.str();
+    const std::string strTrace = QZTEST::ReadFileBytes(trace.wstring());
     EXPECT_EQ(0u, dwCode) << strTrace;
-    EXPECT_NE(std::string::npos, strTrace.find("Process is already in a job")) << strTrace;
-    EXPECT_NE(std::string::npos, strTrace.find("JOB_OBJECT_LIMIT_BREAKAWAY_OK is not set for a job"))
-        << strTrace;
-    EXPECT_NE(std::string::npos, strTrace.find("Process already in job. Can't handle process tree"))
-        << strTrace;
+    for (const char* szLine :
+         {"Process is already in a job", "JOB_OBJECT_LIMIT_BREAKAWAY_OK is not set for a job",
+          "Process already in job. Can't handle process tree", "App: NULL, CommandLine: '"})
+        EXPECT_NE(std::string::npos, strTrace.find(szLine)) << szLine << "\n" << strTrace;
     // The grandchild was left to run; it ends on its own.
     EXPECT_TRUE(AppearsWithin(Marker(), std::chrono::seconds(60)));
 }
-#endif
 
-#ifdef _WIN32
 TEST(ProcessHandleListTest, BuildsAListForTheGivenHandlesAndFreesIt)
 {
     CAutoPtr<QZSTD::ProcessHandleList> pList;
@@ -438,7 +488,6 @@ TEST(ProcessHandleListTest, BuildsAListForTheGivenHandlesAndFreesIt)
     STARTUPINFOEXW* pEx = pList->GetHandleList({hNul.Get()}, si);
     ASSERT_NE(nullptr, pEx);  // every supported Windows (and Wine) has the attribute-list functions
     EXPECT_EQ(sizeof(STARTUPINFOEXW), pEx->StartupInfo.cb);
-    EXPECT_EQ(static_cast<DWORD>(STARTF_USESTDHANDLES), pEx->StartupInfo.dwFlags);
     EXPECT_NE(nullptr, pEx->lpAttributeList);
     EXPECT_EQ(static_cast<DWORD>(EXTENDED_STARTUPINFO_PRESENT), pList->GetCreationFlags());
     pList->FreeHandleList();
@@ -453,7 +502,7 @@ public:
     bool m_bHasJob = true;
     int m_nActiveRounds = 0;  // JobHasActiveProcesses answers true this many times
     int m_nListedRounds = 0;  // JobRunsListedImage answers true this many times
-    bool m_bShutdownInSleep = false;
+    QZSTD::ShutdownSignal* m_pShutdownInSleep = nullptr;
     int* m_pnSleeps = nullptr;
     std::vector<std::wstring>* m_pvecAskedImages = nullptr;
 
@@ -463,8 +512,8 @@ public:
     {
         EXPECT_LE(nMs, QZRI::JOB_WAIT_SLICE_MS);
         ++*m_pnSleeps;
-        if (m_bShutdownInSleep)
-            QZSTD::RaiseShutdown();
+        if (m_pShutdownInSleep)
+            m_pShutdownInSleep->Raise();
     }
     bool HasJob() const override { return m_bHasJob; }
     bool JobHasActiveProcesses() override { return m_nActiveRounds-- > 0; }
@@ -483,7 +532,6 @@ public:
 class JobWaiterLoopTest : public ::testing::Test
 {
 protected:
-    void TearDown() override { QZSTD::ResetShutdownForTests(); }
     CAutoPtr<LaunchWaiter> Make(int nMode, const std::function<void(FakeTarget&)>& setup)
     {
         auto pTarget = std::make_unique<FakeTarget>();
@@ -491,10 +539,11 @@ protected:
         pTarget->m_pvecAskedImages = &m_vecAsked;
         setup(*pTarget);
         return CAutoPtr<LaunchWaiter>::Adopt(
-            QZRI::Detail::CreateJobWaiter(std::move(pTarget), nMode, {L"msiexec.exe"}));
+            QZRI::Detail::CreateJobWaiter(std::move(pTarget), nMode, {L"msiexec.exe"}, m_shutdown));
     }
     int m_nSleeps = 0;
     std::vector<std::wstring> m_vecAsked;
+    QZSTD::ShutdownSignal m_shutdown;
 };
 
 TEST_F(JobWaiterLoopTest, EachModeSleepsOnlyWhileWhatItWaitsForRuns)
@@ -539,9 +588,9 @@ TEST_F(JobWaiterLoopTest, TheJobPhaseEndsOnTimeOutAndOnShutdown)
     CAutoPtr<LaunchWaiter> pWaiter =
         Make(QZRI::WAIT_WHOLE_JOB, [](FakeTarget& t) { t.m_nActiveRounds = 1000; });
     EXPECT_FALSE(pWaiter->Wait(0));
-    pWaiter = Make(QZRI::WAIT_WHOLE_JOB, [](FakeTarget& t) {
+    pWaiter = Make(QZRI::WAIT_WHOLE_JOB, [this](FakeTarget& t) {
         t.m_nActiveRounds = 1000;
-        t.m_bShutdownInSleep = true;
+        t.m_pShutdownInSleep = &m_shutdown;
     });
     EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { pWaiter->Wait(-1); }));
     EXPECT_EQ(QZSTD::Err::NOT_IMPLEMENTED,

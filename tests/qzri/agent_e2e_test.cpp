@@ -2,6 +2,10 @@
 // process started by this (Windows) test. Each package folder holds a copy of the agent beside its
 // package description, as the administration server lays it out; the trace goes to a private folder
 // through QZCSAK_SYSTEMP_PATH and the management agent's storage is a private file (QZ_LOCAL_SS_PATH).
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -131,19 +135,37 @@ TEST_F(AgentRunTest, SecondRunKeepsTheFirstTraceAsBak)
     EXPECT_TRUE(Traced({"QZRIWRP I RiWrpData::Initialize: m_wstrTaskId = 'second'"})) << Dump();
 }
 
-TEST_F(AgentRunTest, PackageWithoutDescriptionIsReported)
+#ifdef _WIN32
+// The agent's service as the service control manager holds it; false when it could not be made.
+bool CreateAgentService(const std::wstring& wstrName, const std::wstring& wstrBinary)
 {
-    QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
-    ASSERT_EQ(RunAgent({L"TASK_ID=T-1"}), ExitCode::NO_PACKAGE_DESCRIPTION) << Dump();
-    EXPECT_TRUE(
-        Traced({"QZRIWRP I RiWrpData::Initialize: wstrQpdFilePath = .",
-                "QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\" (written "
-                "to the trace only: result reporting is not available in this build).",
-                "QZRIWRP E QZCS_Main: Initialization failed...", "QZRIWRP I QZCS_Main: Exit code: 11."}))
-        << Dump();
+    SC_HANDLE hScm = ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    if (!hScm)
+        return false;
+    SC_HANDLE hService =
+        ::CreateServiceW(hScm, wstrName.c_str(), wstrName.c_str(), SERVICE_ALL_ACCESS,
+                         SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
+                         wstrBinary.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
+    if (hService)
+        ::CloseServiceHandle(hService);
+    ::CloseServiceHandle(hScm);
+    return hService != nullptr;
 }
 
-TEST_F(AgentRunTest, RestartWhileTheSetupRanIsAnUnexpectedReboot)
+bool AgentServiceExists(const std::wstring& wstrName)
+{
+    SC_HANDLE hScm = ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    SC_HANDLE hService = hScm ? ::OpenServiceW(hScm, wstrName.c_str(), SERVICE_QUERY_STATUS) : nullptr;
+    if (hService)
+        ::CloseServiceHandle(hService);
+    if (hScm)
+        ::CloseServiceHandle(hScm);
+    return hService != nullptr;
+}
+#endif
+
+// Start-up failures of the real executable: each ends with its own code, after its report.
+TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
 {
     const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"1"));
@@ -153,6 +175,35 @@ TEST_F(AgentRunTest, RestartWhileTheSetupRanIsAnUnexpectedReboot)
                         "QZRIWRP I RiWrpData::GetServiceRunParams: m_eAct = 1 (QZRI_ACTION_RUNNING_SETUP), "
                         "m_nStartCounter = 0.",
                         "QZRIWRP E QZCS_Main: Initialization failed..."}))
+        << Dump();
+
+    // A damaged state removes the agent's service: the real service control manager under Wine.
+    const std::wstring wstrServiceId = L"e2e" + std::to_wstring(QZRITEST::CurrentProcessId());
+    const std::wstring wstrService = L"QZ Deployment Wrapper" + wstrServiceId;
+#ifdef _WIN32
+    ASSERT_TRUE(CreateAgentService(wstrService, L"\"" + AgentPath() + L"\" QZRI$ID=" + wstrServiceId));
+#endif
+    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"42"));
+    ASSERT_EQ(RunAgent({L"QZRI$ID=" + wstrServiceId}), ExitCode::DAMAGED_STATE) << Dump();
+#ifdef _WIN32
+    EXPECT_FALSE(AgentServiceExists(wstrService));
+    const char* szRemoved = "QZRIWRP I RemoveService: Service removed.";
+#else
+    const char* szRemoved = "QZRIWRP E RemoveService: OpenService failed - 1060";
+#endif
+    EXPECT_TRUE(
+        Traced({"QZRIWRP E QZCS_Main: Initialization failed...",
+                "QZRIWRP I RemoveService: Trying to remove service " + QZSTD::WideToUtf8(wstrService) + ".",
+                szRemoved, "QZRIWRP I QZCS_Main: Exit code: 14."}))
+        << Dump();
+
+    QZTEST::RemoveAll(wstrIni);
+    QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
+    ASSERT_EQ(RunAgent({L"TASK_ID=T-1"}), ExitCode::NO_PACKAGE_DESCRIPTION) << Dump();
+    EXPECT_TRUE(
+        Traced({"QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\" (written "
+                "to the trace only: result reporting is not available in this build).",
+                "QZRIWRP I QZCS_Main: Exit code: 11."}))
         << Dump();
 }
 

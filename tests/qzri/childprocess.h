@@ -14,4 +14,7 @@ inline constexpr int CHILD_TIMED_OUT = -2;
 // that runs longer than nTimeoutMs is killed.
 int RunChild(const std::wstring& wstrProgram, const std::vector<std::wstring>& vecArgs, unsigned nTimeoutMs);
 
+// The id of the test process, for names that must not collide with another test run's.
+unsigned long CurrentProcessId();
+
 }  // namespace QZRITEST

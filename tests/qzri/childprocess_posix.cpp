@@ -38,4 +38,9 @@ int RunChild(const std::wstring& wstrProgram, const std::vector<std::wstring>& v
     return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : CHILD_NOT_STARTED;
 }
 
+unsigned long CurrentProcessId()
+{
+    return static_cast<unsigned long>(::getpid());
+}
+
 }  // namespace QZRITEST

@@ -29,4 +29,9 @@ int RunChild(const std::wstring& wstrProgram, const std::vector<std::wstring>& v
     return nResult;
 }
 
+unsigned long CurrentProcessId()
+{
+    return ::GetCurrentProcessId();
+}
+
 }  // namespace QZRITEST

@@ -59,8 +59,8 @@ protected:
     {
         m_wstrPkg = m_folder.MakeSubFolder(L"pkg");
         m_wstrTraceFolder = m_folder.MakeSubFolder(L"trace");
-        m_os.m_wstrModulePath = m_wstrPkg + L"qzriwrap.exe";
-        m_os.m_mapEnv[TRACE_FOLDER_ENV] = m_wstrTraceFolder;
+        m_fakes.m_os.m_wstrModulePath = m_wstrPkg + L"qzriwrap.exe";
+        m_fakes.m_os.m_mapEnv[TRACE_FOLDER_ENV] = m_wstrTraceFolder;
         QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=setup.exe\r\n");
     }
     void TearDown() override { QZSTD::TraceClose(); }
@@ -72,8 +72,7 @@ protected:
     int Run(const std::wstring& wstrArgs, AgentActions& actions)
     {
         const std::wstring wstrCmdLine = L"qzriwrap.exe " + wstrArgs;
-        const AgentContext ctx{{&m_os, &m_sessions, &m_serverIds, &m_reports}, &actions};
-        const int n = QZCS_Main(wstrCmdLine, QZSTD::SplitCommandLine(wstrCmdLine), ctx);
+        const int n = QZCS_Main(wstrCmdLine, QZSTD::SplitCommandLine(wstrCmdLine), m_fakes.Get(), actions);
         QZSTD::TraceClose();
         m_vecRecords = QZRITEST::TraceRecords(m_wstrTraceFolder + TRACE_FILE);
         return n;
@@ -88,10 +87,7 @@ protected:
     QZTEST::TempFolder m_folder;
     std::wstring m_wstrPkg;
     std::wstring m_wstrTraceFolder;
-    QZRITEST::TestOs m_os;
-    QZRITEST::FakeSessions m_sessions;
-    QZRITEST::FakeServerId m_serverIds;
-    QZRITEST::RecordingReports m_reports;
+    QZRITEST::TestServices m_fakes;
     QZRITEST::RecordingActions m_actions;
     std::vector<std::string> m_vecRecords;
 };
@@ -149,8 +145,13 @@ TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
         EXPECT_EQ(actions.m_bRunDataPublished, row.nCleanupEnd == 0);
         EXPECT_EQ(g_pData, nullptr);
     }
-    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Command line: qzriwrap.exe QZRI$ID=svc1 QZRI$RBTWRK /s"}))
+    EXPECT_TRUE(
+        Traced({"QZRIWRP I QZCS_Main: Command line: qzriwrap.exe QZRI$ID=svc1 QZRI$RBTWRK /s",
+                "Installer I QZINITMAIN::CInitMainUt_Init: main module 'qzriwrap' torn down; no cloud "
+                "storage was set up.",
+                "QZRIWRP I QZCS_Main: Exit code: 0."}))
         << Dump();
+    EXPECT_TRUE(m_fakes.m_serviceControl.m_vecDeleted.empty());
 }
 
 TEST_F(QzcsMainTest, ForceRebootMarkerIsRemovedOnceInitialized)
@@ -182,12 +183,30 @@ TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOv
 
     QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
                            "[ExtendedSettings]\r\nMgdByOtherSrv=1\r\nServerID=A\r\n");
-    m_serverIds.m_wstrId = L"B";
+    m_fakes.m_serverIds.m_wstrId = L"B";
     EXPECT_EQ(Run(L""), ExitCode::MANAGED_BY_OTHER_SERVER);
 
-    m_os.m_bModulePathFails = true;
+    m_fakes.m_os.m_bModulePathFails = true;
     EXPECT_EQ(Run(L""), ExitCode::INIT_FAILED);
     EXPECT_TRUE(m_actions.m_vecCalls.empty());
+    EXPECT_TRUE(m_fakes.m_serviceControl.m_vecDeleted.empty());
+}
+
+// A damaged state runs nothing and removes the service, so that the next boot does not start it again.
+TEST_F(QzcsMainTest, DamagedStateRemovesTheServiceAndRunsNothing)
+{
+    WriteRunParams(L"9");
+    EXPECT_EQ(Run(L"QZRI$ID=svc1 /s"), ExitCode::DAMAGED_STATE);
+    EXPECT_TRUE(m_actions.m_vecCalls.empty());
+    EXPECT_EQ(m_fakes.m_serviceControl.m_vecDeleted, std::vector<std::wstring>{L"QZ Deployment Wrappersvc1"});
+    EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: Initialization failed...",
+                        "QZRIWRP I RemoveService: Trying to remove service QZ Deployment Wrappersvc1.",
+                        "QZRIWRP I RemoveService: Service removed.", "QZRIWRP I QZCS_Main: Exit code: 14."}))
+        << Dump();
+
+    m_fakes.m_serviceControl.m_failure = ServiceFailure{ServiceFailure::OPEN_SERVICE, 1060};
+    EXPECT_EQ(Run(L"QZRI$ID=svc1"), ExitCode::DAMAGED_STATE);
+    EXPECT_TRUE(Traced({"QZRIWRP E RemoveService: OpenService failed - 1060"})) << Dump();
 }
 
 TEST_F(QzcsMainTest, AnErrorRaisedByAHandOverIsAGeneralError)

@@ -13,8 +13,10 @@
 #include "common/winsessions.h"
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/serverid.h"
+#include "qzri/riwrap/servicecontrol.h"
 
 namespace QZRITEST {
 
@@ -84,6 +86,39 @@ public:
         m_vecReports.emplace_back(wstrMsgId, wstrText);
     }
     std::vector<std::pair<std::wstring, std::wstring>> m_vecReports;
+};
+
+// Records the names of the services deleted; answers with m_failure when it is set.
+class FakeServiceControl : public QZRI::ServiceControl
+{
+public:
+    std::optional<QZRI::ServiceFailure> DeleteService(const std::wstring& wstrName) override
+    {
+        m_vecDeleted.push_back(wstrName);
+        return m_failure;
+    }
+    std::vector<std::wstring> m_vecDeleted;
+    std::optional<QZRI::ServiceFailure> m_failure;
+};
+
+// The stand-ins of one run, and the services structure that hands them to the agent's routines.
+struct TestServices
+{
+    QZRI::AgentServices Get()
+    {
+        QZRI::AgentServices services;
+        services.m_pOs = &m_os;
+        services.m_pServices = &m_serviceControl;
+        services.m_pSessions = &m_sessions;
+        services.m_pServerIds = &m_serverIds;
+        services.m_pReports = &m_reports;
+        return services;
+    }
+    TestOs m_os;
+    FakeServiceControl m_serviceControl;
+    FakeSessions m_sessions;
+    FakeServerId m_serverIds;
+    RecordingReports m_reports;
 };
 
 // Records the hand-overs as "RunExecutable", "RunAsService", "AskUserForStart",

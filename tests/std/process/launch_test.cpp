@@ -32,10 +32,12 @@ CAutoPtr<QZPAR::Params> ChildEnv(const wchar_t* szMode)
     return pEnv;
 }
 
-CAutoPtr<LaunchWaiter> StartChild(const wchar_t* szMode, const wchar_t* szStdOut = nullptr)
+CAutoPtr<LaunchWaiter> StartChild(const wchar_t* szMode, const wchar_t* szStdOut = nullptr,
+                                  const QZSTD::ShutdownSignal* pShutdown = nullptr)
 {
     CAutoPtr<LaunchWaiter> pWaiter;
-    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, szStdOut, nullptr, nullptr, ChildEnv(szMode), &pWaiter);
+    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, szStdOut, nullptr, nullptr, ChildEnv(szMode), &pWaiter,
+                      pShutdown);
     return pWaiter;
 }
 
@@ -44,7 +46,7 @@ using QZTEST::ErrorCodeOf;
 class LaunchTest : public ::testing::Test
 {
 protected:
-    void TearDown() override { QZSTD::ResetShutdownForTests(); }
+    QZSTD::ShutdownSignal m_shutdown;
 };
 
 TEST_F(LaunchTest, WaitReportsTheChildsExitCode)
@@ -86,10 +88,10 @@ TEST_F(LaunchTest, NegativeTimeoutOtherThanMinusOneBreaksThePrecondition)
 
 TEST_F(LaunchTest, ShutdownFromAnotherThreadEndsTheWaitWith1199)
 {
-    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"sleep:4000");
-    std::thread t([] {
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"sleep:4000", nullptr, &m_shutdown);
+    std::thread t([this] {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        QZSTD::RaiseShutdown();
+        m_shutdown.Raise();
     });
     const auto tpStart = std::chrono::steady_clock::now();
     EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { pWaiter->Wait(-1); }));
@@ -106,10 +108,9 @@ TEST_F(LaunchTest, ShutdownFromAnotherThreadEndsTheWaitWith1199)
 
 TEST_F(LaunchTest, LaunchIsRefusedOnceShutdownIsRaised)
 {
-    QZSTD::RaiseShutdown();
-    EXPECT_TRUE(QZSTD::IsShutdownRaised());
-    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { StartChild(L"exit:0"); }));
-    QZSTD::ResetShutdownForTests();
+    m_shutdown.Raise();
+    EXPECT_TRUE(m_shutdown.IsRaised());
+    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { StartChild(L"exit:0", nullptr, &m_shutdown); }));
     EXPECT_FALSE(QZSTD::IsShutdownRaised());
 }
 

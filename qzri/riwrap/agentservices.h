@@ -1,0 +1,35 @@
+// The operating-system services that the agent's routines use, as one structure of small interfaces.
+// The composition root (qzriwrap.cpp) builds the real ones once and hands the structure down; nothing
+// else creates them, and tests build the same structure with fakes. Each interface is added here when
+// its first user lands.
+#pragma once
+
+namespace QZRI {
+
+class AgentOs;
+class ReportSink;
+class ServerIdSource;
+class ServiceControl;
+class SessionList;
+struct FilesProvider;
+struct Registry;
+
+struct AgentServices
+{
+    // The agent's own file, the environment, the temporary folder, file operations.
+    AgentOs* m_pOs = nullptr;
+    // How the ini and package-description readers get the package's files; null: from the disk.
+    FilesProvider* m_pFiles = nullptr;
+    // HKEY_LOCAL_MACHINE in the 32-bit or the 64-bit view.
+    Registry* m_pRegistry = nullptr;
+    // The service control manager: the agent's own Windows service.
+    ServiceControl* m_pServices = nullptr;
+    // The interactive user sessions.
+    SessionList* m_pSessions = nullptr;
+    // The administration server that manages this host now.
+    ServerIdSource* m_pServerIds = nullptr;
+    // Where results are reported.
+    ReportSink* m_pReports = nullptr;
+};
+
+}  // namespace QZRI

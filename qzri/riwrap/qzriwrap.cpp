@@ -1,0 +1,73 @@
+// The composition root: the real objects of one agent process, built once and handed down.
+#include "qzri/riwrap/qzriwrap.h"
+
+#include <memory>
+
+#include "common/registry.h"
+#include "common/winsessions.h"
+#include "qzri/riwrap/agentactions.h"
+#include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/exitcodes.h"
+#include "qzri/riwrap/qzcsmain.h"
+#include "qzri/riwrap/reports.h"
+#include "qzri/riwrap/runtime.h"
+#include "qzri/riwrap/serverid.h"
+#include "qzri/riwrap/servicecontrol.h"
+#include "std/cmdline.h"
+#include "std/ss/settingsstorage.h"
+#include "std/trace.h"
+
+namespace QZRI {
+namespace {
+
+// Shuts the runtime down however the run ends.
+class RuntimeSession
+{
+public:
+    explicit RuntimeSession(ModuleRuntime& runtime) : m_runtime(runtime) { m_runtime.Start(); }
+    ~RuntimeSession() { m_runtime.Shutdown(); }
+    RuntimeSession(const RuntimeSession&) = delete;
+    RuntimeSession& operator=(const RuntimeSession&) = delete;
+
+private:
+    ModuleRuntime& m_runtime;
+};
+
+int RunWithSystemServices(const ModuleRuntime& runtime)
+{
+    std::unique_ptr<AgentOs> pOs = CreateSystemAgentOs();
+    std::unique_ptr<SessionList> pSessions = CreateSystemSessionList();
+    std::unique_ptr<ServiceControl> pServices = CreateSystemServiceControl();
+    LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
+    TraceReportSink reports;
+    UnavailableActions actions;
+
+    AgentServices services;
+    services.m_pOs = pOs.get();
+    services.m_pRegistry = &SystemRegistry();
+    services.m_pServices = pServices.get();
+    services.m_pSessions = pSessions.get();
+    services.m_pServerIds = &serverIds;
+    services.m_pReports = &reports;
+    return QZCS_Main(runtime.CommandLine(), runtime.Arguments(), services, actions);
+}
+
+}  // namespace
+
+int RunProcess(const std::wstring& wstrCmdLine) noexcept
+{
+    try {
+        ModuleRuntime& runtime = TheModuleRuntime();
+        runtime.SetArguments(wstrCmdLine, QZSTD::SplitCommandLine(wstrCmdLine));
+        RuntimeSession session(runtime);
+        return RunWithSystemServices(runtime);
+    } catch (const std::exception& e) {
+        QZ_TRACE_SCOPE("QZRIWRP", "QZRI::RunProcess");
+        QZ_TRACE_EXCEPTION(e);
+    } catch (...) {
+    }
+    return ExitCode::GENERAL_ERROR;
+}
+
+}  // namespace QZRI

@@ -1,0 +1,45 @@
+// The agent's Windows service as the service control manager keeps it. A run that ends for good, or
+// that must not go on (a damaged state), removes the service so that the next boot does not start the
+// agent again.
+//
+// Windows: the service control manager (servicecontrol_win.cpp). Other systems have no such services:
+// every service there is one that does not exist (1060, ERROR_SERVICE_DOES_NOT_EXIST).
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace QZRI {
+
+// "QZ Deployment Wrapper" followed by the service id: the service's name and its display name.
+inline constexpr const wchar_t* SERVICE_NAME_PREFIX = L"QZ Deployment Wrapper";
+std::wstring ServiceNameOf(const std::wstring& wstrServiceId);
+
+// The call that failed and the system error it gave.
+struct ServiceFailure
+{
+    enum Step
+    {
+        OPEN_SCM,
+        OPEN_SERVICE,
+        DELETE_SERVICE,
+    } m_eStep;
+    int m_nError;
+};
+
+class ServiceControl
+{
+public:
+    virtual ~ServiceControl() = default;
+    // Opens the service with all access (0xF01FF) and marks it for deletion; nothing when that worked.
+    // A running service goes once it stops.
+    virtual std::optional<ServiceFailure> DeleteService(const std::wstring& wstrName) = 0;
+};
+
+std::unique_ptr<ServiceControl> CreateSystemServiceControl();
+
+// Removes this run's service and traces each outcome; never throws.
+void RemoveService(ServiceControl& services, const std::wstring& wstrServiceId);
+
+}  // namespace QZRI
