@@ -3,6 +3,7 @@
 // the agent itself.
 #pragma once
 
+#include <algorithm>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -14,6 +15,12 @@
 #include "std/par/paramshelpers.h"
 
 namespace QZTEST {
+
+// Whether a name equals wstrName without regard to case.
+inline auto IniNameEquals(std::wstring wstrName)
+{
+    return [wstrName](const std::wstring& wstr) { return QZRI::IniNamesEqual(wstr, wstrName); };
+}
 
 class RegexIniReference
 {
@@ -40,7 +47,7 @@ public:
                 const std::wstring wstrName = m[1].str();
                 if (!Storable(wstrName))
                     continue;
-                if (pSections && !Listed(*pSections, wstrName))
+                if (pSections && std::none_of(pSections->begin(), pSections->end(), IniNameEquals(wstrName)))
                     continue;
                 for (size_t i = 0; i < vecTree.size(); ++i) {
                     if (QZRI::IniNamesEqual(vecTree[i].first, wstrName))
@@ -57,14 +64,12 @@ public:
                 if (wstrValue.size() >= 2 && wstrValue.front() == L'"' && wstrValue.back() == L'"')
                     wstrValue = wstrValue.substr(1, wstrValue.size() - 2);
                 auto& vecKeys = vecTree[static_cast<size_t>(nCurrent)].second;
-                bool bFound = false;
-                for (auto& [wstrKey, wstrOld] : vecKeys) {
-                    if (QZRI::IniNamesEqual(wstrKey, m[1].str())) {
-                        wstrOld = wstrValue;
-                        bFound = true;
-                    }
-                }
-                if (!bFound)
+                const auto it = std::find_if(vecKeys.begin(), vecKeys.end(), [&](const auto& key) {
+                    return IniNameEquals(m[1].str())(key.first);
+                });
+                if (it != vecKeys.end())
+                    it->second = wstrValue;
+                else
                     vecKeys.emplace_back(m[1].str(), wstrValue);
             }
         }
@@ -83,15 +88,6 @@ private:
     static bool Storable(const std::wstring& wstrName)
     {
         return !wstrName.empty() && wstrName.find(L'\0') == std::wstring::npos;
-    }
-
-    static bool Listed(const std::vector<std::wstring>& vecSections, const std::wstring& wstrName)
-    {
-        for (const std::wstring& wstr : vecSections) {
-            if (QZRI::IniNamesEqual(wstr, wstrName))
-                return true;
-        }
-        return false;
     }
 
     std::wregex m_rxSection;

@@ -4,8 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
+#include <optional>
 
 #include "std/error.h"
 #include "std/par/paramshelpers.h"
@@ -15,75 +14,55 @@
 
 namespace {
 
-std::wstring Native(const std::wstring& wstr)
-{
-    return QZRI::WideFromPath(QZRI::PathFromWide(wstr).make_preferred());
-}
-
-// One "qzrimsg.dat" as the agent may find it, and what the lookups make of it.
+// One "qzrimsg.dat" as the agent may find it (szBytes: a file that is not a Params file; nullopt
+// tag: the value absent; bIntTag: the value with another type), and the tag and loc ini name it gives.
 struct LocCase
 {
-    const char* szName;
-    // Fills the agent's folder; null leaves it without "qzrimsg.dat".
-    std::function<void(const std::wstring& wstrDat)> fnWrite;
+    const char* szBytes;
+    std::optional<std::wstring> tag;
+    bool bIntTag;
     const wchar_t* szTag;
     const wchar_t* szIniName;
 };
 
-QZSTD::CAutoPtr<QZPAR::Params> WithValue(const std::function<void(QZPAR::Params*)>& fnSet)
-{
-    QZSTD::CAutoPtr<QZPAR::Params> pParams = QZPAR::CreateParams();
-    QZPAR::SetStringValue(pParams.Get(), L"QZRI_MSG_DATA_TIMEOUT_EXPIRED", L"Timeout elapsed.");
-    fnSet(pParams.Get());
-    return pParams;
-}
-
-std::function<void(const std::wstring&)> DatWith(std::function<void(QZPAR::Params*)> fnSet)
-{
-    return [fnSet](const std::wstring& wstrDat) { QZPAR::WriteParamsFile(wstrDat, WithValue(fnSet).Get()); };
-}
-
 TEST(Localization, LanguageTagAndLocIniFileFollowQzrimsgDat)
 {
     const LocCase cases[] = {
-        {"tag as written",
-         DatWith([](QZPAR::Params* p) { QZPAR::SetStringValue(p, L"QZRI_SERVER_LANGUAGE_TAG", L"de-DE"); }),
-         L"de-DE", L"de-de.ini"},
-        {"non-ASCII capitals lowered", DatWith([](QZPAR::Params* p) {
-             QZPAR::SetStringValue(p, L"QZRI_SERVER_LANGUAGE_TAG", L"\x0416-X");
-         }),
-         L"\x0416-X", L"\x0436-x.ini"},
-        {"value absent", DatWith([](QZPAR::Params*) {}), L"", L".ini"},
-        {"value of another type",
-         DatWith([](QZPAR::Params* p) { QZPAR::SetIntValue(p, L"QZRI_SERVER_LANGUAGE_TAG", 7); }), L"",
-         L".ini"},
-        {"file missing", nullptr, L"", L".ini"},
-        {"file not a Params file",
-         [](const std::wstring& wstrDat) { QZTEST::WriteFileBytes(wstrDat, "[not]\nparams=1\n"); }, L"",
-         L".ini"},
+        {nullptr, L"de-DE", false, L"de-DE", L"de-de.ini"},
+        {nullptr, L"\x0416-X", false, L"\x0416-X", L"\x0436-x.ini"},  // non-ASCII capitals lowered
+        {nullptr, std::nullopt, false, L"", L".ini"},
+        {nullptr, std::nullopt, true, L"", L".ini"},
+        {"", std::nullopt, false, L"", L".ini"},  // no file
+        {"[not]\nparams=1\n", std::nullopt, false, L"", L".ini"},
     };
     for (const LocCase& c : cases) {
-        SCOPED_TRACE(c.szName);
-        QZTEST::TempFolder agent;
-        QZTEST::TempFolder package;
-        if (c.fnWrite)
-            c.fnWrite(agent.Join(L"qzrimsg.dat"));
+        SCOPED_TRACE(testing::PrintToString(c.szIniName) + (c.szBytes ? c.szBytes : ""));
+        QZTEST::TempFolder agent, package;
+        const std::wstring wstrDat = agent.Join(L"qzrimsg.dat");
+        QZSTD::CAutoPtr<QZPAR::Params> pParams = QZPAR::CreateParams();
+        QZPAR::SetStringValue(pParams, L"QZRI_MSG_DATA_TIMEOUT_EXPIRED", L"Timeout elapsed.");
+        if (c.tag)
+            QZPAR::SetStringValue(pParams, L"QZRI_SERVER_LANGUAGE_TAG", *c.tag);
+        if (c.bIntTag)
+            QZPAR::SetIntValue(pParams, L"QZRI_SERVER_LANGUAGE_TAG", 7);
+        if (!c.szBytes)
+            QZPAR::WriteParamsFile(wstrDat, pParams);
+        else if (*c.szBytes)
+            QZTEST::WriteFileBytes(wstrDat, c.szBytes);
         EXPECT_EQ(QZRI::GetLanguageTagFromLocalizationData(agent.Path()), c.szTag);
-        EXPECT_EQ(QZRI::GetQpdLocIniFile(package.Join(L"pkg.qpd"), agent.Path()),
-                  Native(package.Join(std::wstring(L"qpd.loc/") + c.szIniName)));
+        EXPECT_EQ(
+            QZRI::GetQpdLocIniFile(package.Join(L"pkg.qpd"), agent.Path()),
+            QZRI::WideFromPath(
+                QZRI::PathFromWide(package.Join(std::wstring(L"qpd.loc/") + c.szIniName)).make_preferred()));
+        // The whole tree, or 1205 when the file is missing.
+        if (!c.szBytes)
+            EXPECT_EQ(QZPAR::GetStringValue(QZRI::GetLocalizationData(agent.Path()),
+                                            L"QZRI_MSG_DATA_TIMEOUT_EXPIRED"),
+                      L"Timeout elapsed.");
+        else if (!*c.szBytes)
+            EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZRI::GetLocalizationData(agent.Path()); }),
+                      QZSTD::Err::FILE_NOT_FOUND);
     }
-}
-
-TEST(Localization, LocalizationDataIsTheWholeTreeAndAMissingFileIsNotFound)
-{
-    QZTEST::TempFolder agent;
-    const auto err = QZTEST::ErrorOf([&] { QZRI::GetLocalizationData(agent.Path()); });
-    ASSERT_TRUE(err.has_value());
-    EXPECT_TRUE(err->Is(QZSTD::Err::MODULE, QZSTD::Err::FILE_NOT_FOUND));
-    QZPAR::WriteParamsFile(agent.Join(L"qzrimsg.dat"), WithValue([](QZPAR::Params*) {}).Get());
-    EXPECT_EQ(QZPAR::GetStringValue(QZRI::GetLocalizationData(agent.Path()).Get(),
-                                    L"QZRI_MSG_DATA_TIMEOUT_EXPIRED"),
-              L"Timeout elapsed.");
 }
 
 }  // namespace

@@ -6,45 +6,26 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <sstream>
+
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace QZSTD;
 
 class ProfileTest : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        m_dir = fs::temp_directory_path() / ("qz_profile_" + std::to_string(std::random_device{}()));
-        fs::create_directories(m_dir);
-        m_wstrFile = (m_dir / "run.ini").wstring();
-    }
-    void TearDown() override
-    {
-        std::error_code ec;
-        fs::remove_all(m_dir, ec);
-    }
-    void WriteRaw(const std::string& str) { std::ofstream(m_dir / "run.ini", std::ios::binary) << str; }
-    std::string ReadRaw()
-    {
-        std::ifstream in(m_dir / "run.ini", std::ios::binary);
-        std::ostringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
+    void WriteRaw(const std::string& str) { QZTEST::WriteFileBytes(m_wstrFile, str); }
+    std::string ReadRaw() { return QZTEST::ReadFileBytes(m_wstrFile); }
     std::wstring Get(const wchar_t* szSection, const wchar_t* szKey, size_t nBuf = 4096)
     {
         return GetProfileString(m_wstrFile, szSection, szKey, L"<none>", nBuf);
     }
 
-    fs::path m_dir;
-    std::wstring m_wstrFile;
+    QZTEST::TempFolder m_folder;
+    const std::wstring m_wstrFile = m_folder.Join(L"run.ini");
 };
 
 TEST_F(ProfileTest, FirstWritesCreateTheFileWithCrlfLinesAndSectionsInOrder)
@@ -124,11 +105,10 @@ TEST_F(ProfileTest, IntegersAreReadTheWindowsWay)
 
 TEST_F(ProfileTest, MissingFilesGiveDefaultsAndUnwritablePlacesFalse)
 {
-    const std::wstring wstrMissing = (m_dir / "missing.ini").wstring();
-    EXPECT_EQ(GetProfileString(wstrMissing, L"Setup", L"cmdline", L"", 4096), L"");
-    EXPECT_EQ(GetProfileInt(wstrMissing, L"Setup", L"action", 0), 0);
-    EXPECT_FALSE(WriteProfileString((m_dir / "no_dir" / "x.ini").wstring(), L"Setup", L"action", L"1"));
-    EXPECT_FALSE(WriteProfileString(m_dir.wstring(), L"Setup", L"action", L"1")) << "a directory";
+    EXPECT_EQ(GetProfileString(m_wstrFile, L"Setup", L"cmdline", L"", 4096), L"");
+    EXPECT_EQ(GetProfileInt(m_wstrFile, L"Setup", L"action", 3), 3);
+    EXPECT_FALSE(WriteProfileString(m_folder.Join(L"no_dir/x.ini"), L"Setup", L"action", L"1"));
+    EXPECT_FALSE(WriteProfileString(m_folder.Path(), L"Setup", L"action", L"1")) << "a directory";
 }
 
 TEST_F(ProfileTest, ArgumentsThatWouldBreakTheFileAreRejected)
@@ -146,7 +126,7 @@ TEST_F(ProfileTest, ArgumentsThatWouldBreakTheFileAreRejected)
     EXPECT_THAT([&] { Get(L"s", L"k", 0); }, BadParam(L"nBufChars"));
     EXPECT_THAT([&] { Get(L"s", nullptr); }, BadParam(L"szKey"));
     EXPECT_THAT([&] { GetProfileInt(L"", L"s", L"k", 0); }, BadParam(L"wstrFile"));
-    EXPECT_FALSE(fs::exists(m_dir / "run.ini")) << "nothing was written";
+    EXPECT_FALSE(QZTEST::PathExists(m_wstrFile)) << "nothing was written";
 }
 
 #ifndef _WIN32
@@ -158,7 +138,7 @@ TEST_F(ProfileTest, LinuxModuleStoresUtf8AndLeavesNoTemporaryFiles)
     EXPECT_EQ(ReadRaw(),
               "\xEF\xBB\xBF[s]\nold=1\nk=caf\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80\r\n");
     EXPECT_EQ(Get(L"S", L"K"), L"caf\u00E9 \u65E5\u672C \U0001F600");
-    EXPECT_EQ(std::distance(fs::directory_iterator(m_dir), fs::directory_iterator()), 1);
+    EXPECT_EQ(QZTEST::FileNamesIn(m_folder.Path()), std::vector<std::string>{"run.ini"});
 }
 #endif
 

@@ -17,19 +17,20 @@ TEST(StrConv, Utf8RoundTripsEveryPlane)
     EXPECT_EQ(Utf16ToWide(u16), wstr);
 }
 
-TEST(StrConv, InvalidUtf8BecomesReplacementCharacters)
+TEST(StrConv, InvalidUtf8AndLoneSurrogatesBecomeReplacementCharacters)
 {
-    EXPECT_EQ(Utf8ToWide("a\xFF" "b"), L"a\uFFFDb");
+    EXPECT_EQ(Utf8ToWide("a\xFF"
+                         "b"),
+              L"a\uFFFDb");
     EXPECT_EQ(Utf8ToWide("\xC3"), L"\uFFFD") << "truncated sequence at the end";
     EXPECT_EQ(Utf8ToWide("\xC0\xAF"), L"\uFFFD\uFFFD") << "overlong form";
     EXPECT_EQ(Utf8ToWide("\xED\xA0\x80"), L"\uFFFD\uFFFD\uFFFD") << "encoded surrogate";
     EXPECT_EQ(Utf8ToWide(std::string("x\0y", 3)), std::wstring(L"x\0y", 3));
-}
-
-TEST(StrConv, LoneSurrogatesDoNotBreakUtf8Output)
-{
-    const std::u16string u16 = u"a\xD800" "b";
-    EXPECT_EQ(WideToUtf8(Utf16ToWide(u16)), "a\xEF\xBF\xBD" "b");
+    // A lone surrogate does not break UTF-8 output.
+    EXPECT_EQ(WideToUtf8(Utf16ToWide(u"a\xD800"
+                                     "b")),
+              "a\xEF\xBF\xBD"
+              "b");
 }
 
 }  // namespace

@@ -2,14 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
-#include <condition_variable>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <iomanip>
-#include <mutex>
-#include <random>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -18,42 +15,25 @@
 
 #include "std/error.h"
 #include "std/failfast.h"
+#include "tests/testutil/fsutil.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace QZSTD;
 
 // time, pid, tid, module, level, text
 const std::regex kLine(R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\.\d{3} \[(\d+):(\d+)\] (\S+) ([EWID]) (.*))");
 
-std::string ReadBytes(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 class TraceTest : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        m_path = fs::temp_directory_path() / ("qz_trace_" + std::to_string(std::random_device{}()) + ".txt");
-        ASSERT_TRUE(TraceOpen(m_path.wstring(), TL_DEBUG, false));
-    }
-    void TearDown() override
-    {
-        TraceClose();
-        std::error_code ec;
-        fs::remove(m_path, ec);
-    }
+    void SetUp() override { ASSERT_TRUE(TraceOpen(m_wstrPath, TL_DEBUG, false)); }
+    void TearDown() override { TraceClose(); }
     // The records of the file (line ends removed), each checked against the line format.
     const std::vector<std::string>& Records()
     {
         m_vecRecords.clear();
-        std::istringstream ss(ReadBytes(m_path));
+        std::istringstream ss(QZTEST::ReadFileBytes(m_wstrPath));
         for (std::string str; std::getline(ss, str);) {
             m_vecRecords.push_back(str.substr(0, str.find_last_not_of('\r') + 1));
             EXPECT_TRUE(std::regex_match(m_vecRecords.back(), kLine)) << m_vecRecords.back();
@@ -69,7 +49,8 @@ protected:
         return vecTexts;
     }
 
-    fs::path m_path;
+    QZTEST::TempFolder m_folder;
+    const std::wstring m_wstrPath = m_folder.Join(L"trace.txt");
     std::vector<std::string> m_vecRecords;
 };
 
@@ -104,7 +85,7 @@ TEST_F(TraceTest, OneRecordPerLineWithTheSamePrefixAndUtf8Text)
 
 TEST_F(TraceTest, LevelsAboveTheMaximumAreDroppedWithoutEvaluatingArguments)
 {
-    ASSERT_TRUE(TraceOpen(m_path.wstring(), TL_WARNING, false));
+    ASSERT_TRUE(TraceOpen(m_wstrPath, TL_WARNING, false));
     QZ_TRACE_SCOPE("QZTSK", "Levels");
     int n = 0;
     QZ_TRACE_E(L"e%d", ++n);
@@ -144,48 +125,32 @@ TEST_F(TraceTest, ExceptionsAndTimedScopesAreTraced)
 TEST_F(TraceTest, AppendKeepsEarlierLinesAndTruncateDropsThem)
 {
     TraceLines("QZSTD", TL_INFO, L"one");
-    ASSERT_TRUE(TraceOpen(m_path.wstring(), TL_INFO, true));
+    ASSERT_TRUE(TraceOpen(m_wstrPath, TL_INFO, true));
     TraceLines("QZSTD", TL_INFO, L"two");
     EXPECT_EQ(Texts(), (std::vector<std::string>{"I one", "I two"}));
-    ASSERT_TRUE(TraceOpen(m_path.wstring(), TL_INFO, false));
+    ASSERT_TRUE(TraceOpen(m_wstrPath, TL_INFO, false));
     TraceLines("QZSTD", TL_INFO, L"three");
     EXPECT_EQ(Texts(), (std::vector<std::string>{"I three"}));
 }
-
-// Lets a fixed number of threads wait until all of them have arrived.
-class Gate
-{
-public:
-    explicit Gate(int nCount) : m_nLeft(nCount) {}
-    void arrive_and_wait()
-    {
-        std::unique_lock lock(m_mutex);
-        if (--m_nLeft == 0)
-            m_cv.notify_all();
-        else
-            m_cv.wait(lock, [this] { return m_nLeft == 0; });
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_cv;
-    int m_nLeft;
-};
 
 TEST_F(TraceTest, ConcurrentWritersProduceWholeLinesInOrder)
 {
     constexpr int kThreads = 8, kLines = 300;
     const std::string strPad(200, 'x');
     // Not std::latch: libstdc++ 12 implements its wait without futexes on Windows, and that wait can
-    // miss a wake-up (seen as a hang under Wine).
-    Gate allStarted(kThreads), allWritten(kThreads);
+    // miss a wake-up (seen as a hang under Wine). A counter that every thread waits to see complete.
+    std::atomic<int> nStarted{0}, nWritten{0};
+    const auto ArriveAndWait = [](std::atomic<int>& n) {
+        for (++n; n < kThreads;)
+            std::this_thread::yield();
+    };
     std::vector<std::thread> vecThreads;
     for (int t = 0; t < kThreads; ++t)
         vecThreads.emplace_back([&, t] {
-            allStarted.arrive_and_wait();
+            ArriveAndWait(nStarted);
             for (int i = 0; i < kLines; ++i)
                 Trace("QZSTD", TL_INFO, L"T%d #%d %hs|end", t, i, strPad);
-            allWritten.arrive_and_wait();  // all alive at once: their thread ids differ
+            ArriveAndWait(nWritten);  // all alive at once: their thread ids differ
         });
     for (std::thread& th : vecThreads)
         th.join();
@@ -204,34 +169,33 @@ TEST_F(TraceTest, ConcurrentWritersProduceWholeLinesInOrder)
 
 TEST(Trace, WritesWithoutAnOpenFileOrAfterAFailedOpenAreHarmless)
 {
-    const fs::path dir = fs::temp_directory_path();
-    ASSERT_TRUE(TraceOpen((dir / "qz_trace_harmless.txt").wstring(), TL_INFO, false));
-    EXPECT_FALSE(TraceOpen((dir / "qz_no_such_dir" / "t.txt").wstring(), TL_DEBUG, true));
+    QZTEST::TempFolder folder;
+    ASSERT_TRUE(TraceOpen(folder.Join(L"harmless.txt"), TL_INFO, false));
+    EXPECT_FALSE(TraceOpen(folder.Join(L"no_such_dir/t.txt"), TL_DEBUG, true));
     EXPECT_FALSE(TraceIsOpen()) << "a failed open leaves no trace open";
-    EXPECT_FALSE(TraceOpen(dir.wstring(), TL_DEBUG, true)) << "a directory";
+    EXPECT_FALSE(TraceOpen(folder.Path(), TL_DEBUG, true)) << "a directory";
     EXPECT_FALSE(TraceOpen(L"", TL_DEBUG, true));
     EXPECT_FALSE(TraceIsEnabled(TL_ERROR));
     QZ_TRACE_SCOPE("QZSTD", "Closed");
     EXPECT_NO_THROW(QZ_TRACE_E(L"%hs: %ls", QZ_SCOPE_NAME, L"dropped"));
     EXPECT_NO_THROW(TraceLines("QZSTD", TL_ERROR, L"dropped"));
     EXPECT_NO_THROW(QZ_TRACE_EXCEPTION(std::runtime_error("dropped")));
-    std::error_code ec;
-    fs::remove(dir / "qz_trace_harmless.txt", ec);
+    EXPECT_EQ(QZTEST::ReadFileBytes(folder.Join(L"harmless.txt")), "");
 }
 
 TEST(TraceDeathTest, FailFastReasonReachesTheTrace)
 {
-    const fs::path path = fs::temp_directory_path() / "qz_trace_failfast.txt";
-    std::error_code ec;
-    fs::remove(path, ec);
+    // A fixed path: on Windows the death test's child is a new process, which would make its own folder.
+    const std::filesystem::path path = std::filesystem::temp_directory_path() / "qz_trace_failfast.txt";
+    std::filesystem::remove(path);
     EXPECT_EXIT(
         {
             TraceOpen(path.wstring(), TL_INFO, false);
             FailFast("lock lost");
         },
         testing::ExitedWithCode(1), "lock lost");
-    EXPECT_NE(ReadBytes(path).find(" QZSTD E Fail-fast: lock lost"), std::string::npos);
-    fs::remove(path, ec);
+    EXPECT_NE(QZTEST::ReadFileBytes(path.wstring()).find(" QZSTD E Fail-fast: lock lost"), std::string::npos);
+    std::filesystem::remove(path);
 }
 
 }  // namespace

@@ -18,11 +18,7 @@ TEST(FormatW, StringConversionsHaveTheirWindowsMeaning)
     EXPECT_EQ(FormatW(L"%c%hc%C", L'x', 'y', 'z'), L"xyz");
     EXPECT_EQ(FormatW(L"%ls|%hs", static_cast<const wchar_t*>(nullptr), static_cast<const char*>(nullptr)),
               L"(null)|(null)");
-}
-
-TEST(FormatW, NarrowArgumentsAreUtf8)
-{
-    EXPECT_EQ(FormatW(L"%hs", "caf\xC3\xA9"), L"caf\u00E9");
+    EXPECT_EQ(FormatW(L"%hs", "caf\xC3\xA9"), L"caf\u00E9") << "narrow arguments are UTF-8";
 }
 
 TEST(FormatW, WidthPrecisionAndFlagsApplyToStrings)
@@ -51,7 +47,7 @@ TEST(FormatW, IntegersOfEveryLengthReadTheRightArgument)
     EXPECT_EQ(FormatW(L"%lu", 0xC0000005UL), L"3221225477");
 }
 
-TEST(FormatW, FloatsPointersAndSpecials)
+TEST(FormatW, FloatsPointersSpecialsAndLongOutput)
 {
     EXPECT_EQ(FormatW(L"%.2f|%g|%e", 3.14159, 0.5, 1.0), L"3.14|0.5|1.000000e+00");
     EXPECT_EQ(FormatW(L"%.1Lf", 2.25L), L"2.2");
@@ -63,10 +59,7 @@ TEST(FormatW, FloatsPointersAndSpecials)
     EXPECT_EQ(FormatW(L"%y|%d", 9), L"%y|9");
     EXPECT_EQ(FormatW(L"trailing %"), L"trailing %");
     EXPECT_EQ(FormatW(nullptr), L"");
-}
-
-TEST(FormatW, LongOutputIsNotTruncated)
-{
+    // Long output is not truncated.
     const std::wstring wstrLong(5000, L'q');
     EXPECT_EQ(FormatW(L"<%ls>", wstrLong.c_str()), L"<" + wstrLong + L">");
     EXPECT_EQ(FormatW(L"%300d", 1).size(), 300u);

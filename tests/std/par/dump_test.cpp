@@ -53,27 +53,16 @@ TEST(DumpParamsTest, EveryTypeOneLineEachNestedIndented)
               L"when = (DATE_TIME_T)1700000000 (2023-11-14 22:13:20 UTC)\n");
 }
 
-TEST(DumpParamsTest, NullParamsAndIndent)
+// Null, indent, control characters that must not break the line, and a Params that contains itself
+// (stops at the depth limit).
+TEST(DumpParamsTest, NullIndentControlsAndSelfReference)
 {
     EXPECT_EQ(DumpParams(nullptr), L"<null>\n");
     CAutoPtr<Params> p = CreateParams();
-    SetIntValue(p, L"x", 1);
-    EXPECT_EQ(DumpParams(p, 1), L"    x = (INT_T)1\n");
-}
-
-TEST(DumpParamsTest, ControlCharactersCannotBreakTheLine)
-{
-    CAutoPtr<Params> p = CreateParams();
     SetStringValue(p, L"a\nb", L"one\ntwo\x01");
-    EXPECT_EQ(DumpParams(p), L"a\\nb = (STRING_T)\"one\\ntwo\\x01\"\n");
-}
-
-TEST(DumpParamsTest, AParamsThatContainsItselfStopsAtTheDepthLimit)
-{
-    CAutoPtr<Params> p = CreateParams();
+    EXPECT_EQ(DumpParams(p, 1), L"    a\\nb = (STRING_T)\"one\\ntwo\\x01\"\n");
     SetParamsValue(p, L"self", p);
-    const std::wstring wstr = DumpParams(p);
-    EXPECT_THAT(wstr, HasSubstr(L"self (PARAMS_T) <nested too deep>\n"));
+    EXPECT_THAT(DumpParams(p), HasSubstr(L"self (PARAMS_T) <nested too deep>\n"));
     p->Clear();  // breaks the cycle so that the tree can be released
 }
 

@@ -80,55 +80,27 @@ TEST(ParamsEntries, RefusedCallsNameTheArgumentAndChangeNothing)
     EXPECT_FALSE(pValue);
 }
 
-TEST(ParamsEntries, AddReplaceSetDeleteAndClear)
+TEST(ParamsEntries, ReplaceAddsSetMayChangeTheTypeDeleteAndGetWithoutThrowSayWhetherItWasThere)
 {
     CAutoPtr<Params> p = CreateParams();
-    p->AddValue(L"n", CreateInt(1));
     p->ReplaceValue(L"n", CreateInt(3));
-    EXPECT_EQ(GetIntValue(p, L"n"), 3);
-    p->SetValue(L"n", CreateLong(2));  // may change the type
+    p->SetValue(L"n", CreateLong(2));
     EXPECT_EQ(GetLongValue(p, L"n"), 2);
-    p->ReplaceValue(L"x", CreateInt(4));  // adds
-    EXPECT_EQ(p->GetSize(), 2);
     CAutoPtr<Value> pValue;
     EXPECT_FALSE(p->GetValueNoThrow(L"none", &pValue));
     EXPECT_FALSE(pValue);
     EXPECT_FALSE(p->DeleteValue(L"y", false));
-    EXPECT_TRUE(p->DeleteValue(L"x", true));
-    EXPECT_FALSE(p->DoesExist(L"x"));
-    EXPECT_EQ(p->GetSize(), 1);
-    p->Clear();
+    EXPECT_TRUE(p->DeleteValue(L"n", true));
     EXPECT_EQ(p->GetSize(), 0);
-    EXPECT_TRUE(NamesOf(p).empty());
-    SetIntValue(p, L"a", 3);
-    EXPECT_EQ(p->GetSize(), 1);
 }
 
 // ---- order ----
 
-TEST(ParamsOrder, NamesAreCaseSensitiveInOrdinalOrder)
-{
-    CAutoPtr<Params> p = CreateParams();
-    for (const wchar_t* sz : {L"b", L"a", L"_", L"B", L"A", L"ab"})
-        p->AddValue(sz, CreateInt(1));
-    EXPECT_EQ(p->GetSize(), 6);
-    EXPECT_THAT(NamesOf(p), ElementsAre(L"A", L"B", L"_", L"a", L"ab", L"b"));
-}
-
-// UTF-16 writes characters above U+FFFF as surrogates (D800-DFFF), which sort below U+E000-U+FFFF;
-// Linux must give the same order as Windows.
-TEST(ParamsOrder, OrderIsByUtf16CodeUnitsOnEveryPlatform)
-{
-    CAutoPtr<Params> p = CreateParams();
-    p->AddValue(L"\uFFFD", CreateInt(1));
-    p->AddValue(L"\U0001F600", CreateInt(2));
-    p->AddValue(L"\u00E9", CreateInt(3));
-    EXPECT_THAT(NamesOf(p), ElementsAre(L"\u00E9", L"\U0001F600", L"\uFFFD"));
-}
-
 // Lookups skip the prefixes the names are known to share; a random workload over names with long
-// common prefixes, characters on both sides of the surrogate range and prefixes of each other must
-// behave exactly like a plain map ordered by UTF-16 code units.
+// common prefixes, both cases, characters on both sides of the surrogate range and prefixes of each
+// other must behave exactly like a plain map ordered by UTF-16 code units (ordinal and case sensitive,
+// the same order on Linux as on Windows, where characters above U+FFFF are surrogates D800-DFFF and
+// sort below U+E000-U+FFFF).
 TEST(ParamsOrder, RandomWorkloadMatchesAPlainMap)
 {
     const std::vector<std::wstring> vecParts = {L"setup_result_", L"a", L"ab", L"\uFFFD",
@@ -219,10 +191,7 @@ TEST(ParamsInterfaces, QueryInterfaceByQualifiedName)
 {
     CAutoPtr<Params> p = CreateParams();
     CAutoPtr<EnumValues> pEnum = QZSTD::QueryInterface<EnumValues>(p);
-    ASSERT_TRUE(pEnum);
-    CAutoPtr<ParamsInternal> pInternal = QZSTD::QueryInterface<ParamsInternal>(pEnum);
-    ASSERT_TRUE(pInternal);
-    EXPECT_EQ(QZSTD::QueryInterface<Params>(pInternal).Get(), p.Get());
+    EXPECT_EQ(QZSTD::QueryInterface<Params>(QZSTD::QueryInterface<ParamsInternal>(pEnum)).Get(), p.Get());
     void* pv = &pv;
     EXPECT_FALSE(p->QueryInterface("QZPAR::Value", &pv));
     EXPECT_EQ(pv, nullptr);

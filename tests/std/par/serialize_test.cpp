@@ -3,14 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
 #include <limits>
 
 #include "std/par/errors.h"
 #include "std/par/paramshelpers.h"
 #include "std/strconv.h"
 #include "tests/std/par/testutil.h"
+#include "tests/testutil/fsutil.h"
 
 namespace QZPAR {
 namespace {
@@ -197,24 +196,15 @@ TEST(ParamsStream, WriterRefusesTreesItCouldNotReadBack)
     EXPECT_QZ_ERROR(SerializeParams(nullptr, vec), QZSTD::Err::MODULE, QZSTD::Err::BAD_PARAM, L"pParams");
 }
 
-void RemoveFile(const std::wstring& wstrPath)
-{
-#ifdef _WIN32
-    _wremove(wstrPath.c_str());
-#else
-    std::remove(QZSTD::WideToUtf8(wstrPath).c_str());
-#endif
-}
-
 TEST(ParamsStream, FilesRoundTripAndAMissingFileIs1205)
 {
-    const std::wstring wstrPath =
-        std::filesystem::temp_directory_path().wstring() + L"/qz_par_test_\u00E9.bin";
+    QZTEST::TempFolder folder;
+    const std::wstring wstrPath = folder.Join(L"qz_par_test_\u00E9.bin");
     CAutoPtr<Params> p = MakeEveryType();
     WriteParamsFile(wstrPath, p);
     EXPECT_EQ(ReadParamsFile(wstrPath)->Compare(p), 0);
-    RemoveFile(wstrPath);
-    EXPECT_QZ_ERROR(ReadParamsFile(wstrPath), QZSTD::Err::MODULE, QZSTD::Err::FILE_NOT_FOUND, wstrPath);
+    EXPECT_QZ_ERROR(ReadParamsFile(folder.Join(L"none.bin")), QZSTD::Err::MODULE, QZSTD::Err::FILE_NOT_FOUND,
+                    folder.Join(L"none.bin"));
 }
 
 }  // namespace

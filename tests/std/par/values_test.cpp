@@ -1,5 +1,5 @@
 // The value types: payload rules, comparison, copies, argument checks, the factory and the shared
-// string buffer.
+// string buffer; and the typed access by name of the convenience layer, with the error texts it reports.
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -152,6 +152,33 @@ TEST(ValuesFactoryTest, EveryTypeByIdOthersRefusedUnpooledAlike)
     CAutoPtr<Params> pParams = CAutoPtr<Params>::Adopt(new QZSTD::RcClassImpl<CParamsImpl>());
     pParams->AddValue(L"x", p);
     EXPECT_EQ(GetIntValue(pParams, L"x"), 5);
+}
+
+TEST(ParamsHelpers, MissingAndMistypedEntriesNameTheEntry)
+{
+    CAutoPtr<Params> p = CreateParams();
+    SetLongValue(p, L"long", 5);
+    EXPECT_QZ_ERROR(GetIntValue(p, L"long"), PAR, Err::WRONG_TYPE, L"long");
+    EXPECT_QZ_ERROR(GetIntValue(p, L"long", 0), PAR, Err::WRONG_TYPE, L"long");
+    EXPECT_QZ_ERROR(GetStringValue(p, L"none"), PAR, Err::DOES_NOT_EXIST, L"none");
+    EXPECT_QZ_ERROR(GetParamsValue(p, L"none"), PAR, Err::DOES_NOT_EXIST, L"none");
+    EXPECT_QZ_ERROR(GetIntValue(nullptr, L"x"), STD, QZSTD::Err::BAD_PARAM, L"pParams");
+    EXPECT_QZ_ERROR(SetIntValue(nullptr, L"x", 1), STD, QZSTD::Err::BAD_PARAM, L"pParams");
+    EXPECT_EQ(GetStringValue(p, L"none", L"dflt"), L"dflt");
+    EXPECT_EQ(GetLongValue(p, L"long", 3), 5);
+    EXPECT_FALSE(FindValue(p, L"none"));
+    const QZSTD::QZError e = Testing::CatchError([&] { p->AddValue(L"long", CreateInt(2)); });
+    EXPECT_EQ(e.GetMessage(), L"Parameter with name \"long\" already exists");
+}
+
+TEST(ParamsHelpers, ValueGettersAssertTheTypeButReadANullArrayElementAsEmpty)
+{
+    EXPECT_QZ_ERROR(GetIntValue(CreateLong(1).Get()), STD, QZSTD::Err::ASSERTION,
+                    L"!pX || pX->GetType() == QZPAR::Value::INT_T");
+    EXPECT_QZ_ERROR(GetParamsValue(CreateInt(1).Get()), STD, QZSTD::Err::ASSERTION,
+                    L"pParamsValue && pParamsValue->GetType() == QZPAR::Value::PARAMS_T");
+    EXPECT_EQ(GetIntValue(static_cast<Value*>(nullptr)), 0);
+    EXPECT_EQ(GetStringValue(static_cast<Value*>(nullptr)), L"");
 }
 
 TEST(ValuesDeathTest, BadTimeOrCorruptedSharedStringEndsTheProcess)

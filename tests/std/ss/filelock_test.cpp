@@ -16,6 +16,7 @@ namespace {
 using QZSTD::FileLock;
 using QZSTD::FileLockMode;
 using Clock = std::chrono::steady_clock;
+using namespace QZSTD::SsErr;
 
 // The error a second lock attempt raises (nullopt when it got the lock).
 std::optional<QZSTD::QZError> TryLock(const std::wstring& wstrPath, FileLockMode eMode, uint32_t nTimeoutMs)
@@ -25,49 +26,50 @@ std::optional<QZSTD::QZError> TryLock(const std::wstring& wstrPath, FileLockMode
 
 bool IsTimeout(const std::optional<QZSTD::QZError>& error)
 {
-    return error && error->Is(QZSTD::SsErr::MODULE, QZSTD::SsErr::LOCK_TIMEOUT);
+    return error && error->Is(MODULE, LOCK_TIMEOUT);
 }
 
-TEST(SettingsStorageFileLock, ExclusiveLockKeepsOutEveryOtherLockUntilReleased)
+class SettingsStorageFileLock : public testing::Test
 {
-    QZTEST::TempFolder folder;
-    const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
+protected:
+    QZTEST::TempFolder m_folder;
+    const std::wstring m_wstrLock = m_folder.Join(L"storage.xml.lock");
+};
+
+TEST_F(SettingsStorageFileLock, ExclusiveLockKeepsOutEveryOtherLockUntilReleased)
+{
     {
-        FileLock held(wstrLock, FileLockMode::EXCLUSIVE);
+        FileLock held(m_wstrLock, FileLockMode::EXCLUSIVE);
         const Clock::time_point tStart = Clock::now();
-        const std::optional<QZSTD::QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 150);
+        const std::optional<QZSTD::QZError> error = TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 150);
         EXPECT_GE(Clock::now() - tStart, std::chrono::milliseconds(140));
         ASSERT_TRUE(IsTimeout(error));
-        EXPECT_NE(error->GetMessage().find(wstrLock), std::wstring::npos) << error->what();
+        EXPECT_NE(error->GetMessage().find(m_wstrLock), std::wstring::npos) << error->what();
         EXPECT_NE(error->GetMessage().find(L"150 ms"), std::wstring::npos) << error->what();
-        EXPECT_TRUE(IsTimeout(TryLock(wstrLock, FileLockMode::SHARED, 50)));
+        EXPECT_TRUE(IsTimeout(TryLock(m_wstrLock, FileLockMode::SHARED, 50)));
     }
-    EXPECT_FALSE(TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0).has_value());
+    EXPECT_FALSE(TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 0).has_value());
 }
 
-TEST(SettingsStorageFileLock, SharedLocksCoexistAndKeepOutTheWriter)
+TEST_F(SettingsStorageFileLock, SharedLocksCoexistAndKeepOutTheWriter)
 {
-    QZTEST::TempFolder folder;
-    const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
     {
-        FileLock first(wstrLock, FileLockMode::SHARED);
-        FileLock second(wstrLock, FileLockMode::SHARED, 0);
-        EXPECT_TRUE(IsTimeout(TryLock(wstrLock, FileLockMode::EXCLUSIVE, 50)));
+        FileLock first(m_wstrLock, FileLockMode::SHARED);
+        FileLock second(m_wstrLock, FileLockMode::SHARED, 0);
+        EXPECT_TRUE(IsTimeout(TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 50)));
     }
-    EXPECT_FALSE(TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0).has_value());
+    EXPECT_FALSE(TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 0).has_value());
 }
 
-TEST(SettingsStorageFileLock, WaiterGetsTheLockOnceTheHolderLetsGo)
+TEST_F(SettingsStorageFileLock, WaiterGetsTheLockOnceTheHolderLetsGo)
 {
-    QZTEST::TempFolder folder;
-    const std::wstring wstrLock = folder.Join(L"storage.xml.lock");
-    auto pHeld = std::make_unique<FileLock>(wstrLock, FileLockMode::EXCLUSIVE);
+    auto pHeld = std::make_unique<FileLock>(m_wstrLock, FileLockMode::EXCLUSIVE);
     std::thread releaser([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         pHeld.reset();
     });
     const Clock::time_point tStart = Clock::now();
-    const std::optional<QZSTD::QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 10000);
+    const std::optional<QZSTD::QZError> error = TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 10000);
     const Clock::duration elapsed = Clock::now() - tStart;
     releaser.join();
     EXPECT_FALSE(error.has_value()) << error->what();
@@ -75,13 +77,11 @@ TEST(SettingsStorageFileLock, WaiterGetsTheLockOnceTheHolderLetsGo)
     EXPECT_LT(elapsed, std::chrono::milliseconds(5000));
 }
 
-TEST(SettingsStorageFileLock, LockFileInAMissingFolderIsAClearError)
+TEST_F(SettingsStorageFileLock, LockFileInAMissingFolderIsAClearError)
 {
-    QZTEST::TempFolder folder;
-    const std::wstring wstrLock = folder.Join(L"missing/storage.xml.lock");
+    const std::wstring wstrLock = m_folder.Join(L"missing/storage.xml.lock");
     const std::optional<QZSTD::QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0);
-    ASSERT_TRUE(error.has_value());
-    EXPECT_TRUE(error->Is(QZSTD::SsErr::MODULE, QZSTD::SsErr::LOCK_FAILED)) << error->what();
+    ASSERT_TRUE(error && error->Is(MODULE, LOCK_FAILED)) << (error ? error->what() : "no error");
     EXPECT_NE(error->GetMessage().find(wstrLock), std::wstring::npos) << error->what();
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,7 +34,7 @@ const std::wstring PRODUCT = L".core";
 const std::wstring VERSION = L".independent";
 const std::wstring SECTION = L"SubscriptionData";
 
-// "<prefix>|<count>|<storage path>": what a child writes.
+// "<prefix>|<storage path>": what a child writes (UPDATES_PER_WRITER entries).
 constexpr const char* CHILD_ENV = "QZ_SS_TEST_CHILD";
 constexpr const char* CHILD_FILTER = "--gtest_filter=SettingsStorageChild.DISABLED_WritesItsEntriesOneByOne";
 // The shared test main reports the number of tests run into this file for the Wine runner; a
@@ -77,10 +78,14 @@ void ExpectEntries(const std::wstring& wstrPath, const std::vector<std::wstring>
     }
 }
 
-bool StartsWith(std::wstring_view wsv, const char* szPrefix)
+// Whether a variable of the environment ("NAME=value") is one the child must not inherit.
+bool NotInherited(std::wstring_view wsv)
 {
-    const std::wstring wstrPrefix = QZSTD::Utf8ToWide(szPrefix);
-    return wsv.substr(0, wstrPrefix.size()) == wstrPrefix;
+    for (const char* szName : {RAN_FILE_ENV, CHILD_ENV}) {
+        if (wsv.substr(0, std::strlen(szName)) == QZSTD::Utf8ToWide(szName))
+            return true;
+    }
+    return false;
 }
 
 // ---- starting this test binary again ----
@@ -103,7 +108,7 @@ std::wstring ChildEnvironmentBlock(const std::wstring& wstrOrder)
     wchar_t* pStrings = GetEnvironmentStringsW();
     for (const wchar_t* p = pStrings; *p; p += wcslen(p) + 1) {
         const std::wstring_view wsv(p);
-        if (!StartsWith(wsv, RAN_FILE_ENV) && !StartsWith(wsv, CHILD_ENV))
+        if (!NotInherited(wsv))
             wstrBlock.append(wsv).push_back(L'\0');
     }
     FreeEnvironmentStringsW(pStrings);
@@ -155,18 +160,15 @@ std::string SelfPath()
 ChildHandle StartChild(const std::wstring& wstrOrder)
 {
     const std::string strExe = SelfPath();
-    std::vector<std::string> vecArgs = {strExe, CHILD_FILTER, "--gtest_also_run_disabled_tests"};
+    std::string strFilter = CHILD_FILTER, strAlso = "--gtest_also_run_disabled_tests";
+    std::vector<char*> vecArgv = {const_cast<char*>(strExe.c_str()), strFilter.data(), strAlso.data(),
+                                  nullptr};
     std::vector<std::string> vecEnv;
     for (char** p = environ; *p; ++p) {
-        const std::wstring wstr = QZSTD::Utf8ToWide(*p);
-        if (!StartsWith(wstr, RAN_FILE_ENV) && !StartsWith(wstr, CHILD_ENV))
+        if (!NotInherited(QZSTD::Utf8ToWide(*p)))
             vecEnv.emplace_back(*p);
     }
     vecEnv.push_back(std::string(CHILD_ENV) + "=" + QZSTD::WideToUtf8(wstrOrder));
-    std::vector<char*> vecArgv;
-    for (std::string& str : vecArgs)
-        vecArgv.push_back(str.data());
-    vecArgv.push_back(nullptr);
     std::vector<char*> vecEnvp;
     for (std::string& str : vecEnv)
         vecEnvp.push_back(str.data());
@@ -182,6 +184,8 @@ int WaitChild(ChildHandle pid)
 {
     const auto tDeadline = std::chrono::steady_clock::now() + std::chrono::seconds(CHILD_TIMEOUT_SECONDS);
     int nStatus = 0;
+    if (pid <= 0)
+        return -1;  // not started
     while (waitpid(pid, &nStatus, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > tDeadline) {
             kill(pid, SIGKILL);
@@ -195,52 +199,45 @@ int WaitChild(ChildHandle pid)
 
 #endif
 
-bool IsStarted(ChildHandle h)
-{
-#ifdef _WIN32
-    return h != nullptr;
-#else
-    return h > 0;
-#endif
-}
-
 // ---- the tests ----
 
-TEST(SettingsStorageConcurrency, TwoProcessesReplacingDifferentEntriesLoseNothing)
+class SettingsStorageConcurrency : public testing::Test
 {
-    QZTEST::TempFolder folder;
-    const std::wstring wstrPath = folder.Join(L"e2s_subscription.xml");
-    SettingsStorage::OpenOrCreate(wstrPath)->CreateSection(PRODUCT, VERSION, SECTION);
+protected:
+    void SetUp() override
+    {
+        SettingsStorage::OpenOrCreate(m_wstrPath)->CreateSection(PRODUCT, VERSION, SECTION);
+    }
 
+    QZTEST::TempFolder m_folder;
+    const std::wstring m_wstrPath = m_folder.Join(L"e2s_subscription.xml");
+};
+
+TEST_F(SettingsStorageConcurrency, TwoProcessesReplacingDifferentEntriesLoseNothing)
+{
     const std::vector<std::wstring> vecPrefixes = {L"first_", L"second_"};
     std::vector<ChildHandle> vecChildren;
-    for (const std::wstring& wstrPrefix : vecPrefixes) {
-        const ChildHandle h =
-            StartChild(wstrPrefix + L"|" + std::to_wstring(UPDATES_PER_WRITER) + L"|" + wstrPath);
-        ASSERT_TRUE(IsStarted(h));
-        vecChildren.push_back(h);
-    }
+    for (const std::wstring& wstrPrefix : vecPrefixes)
+        vecChildren.push_back(StartChild(wstrPrefix + L"|" + m_wstrPath));
     for (ChildHandle h : vecChildren)
         EXPECT_EQ(WaitChild(h), 0);
-    ExpectEntries(wstrPath, vecPrefixes, UPDATES_PER_WRITER);
+    ExpectEntries(m_wstrPath, vecPrefixes, UPDATES_PER_WRITER);
 }
 
-TEST(SettingsStorageConcurrency, ThreadsWithTheirOwnStorageObjectsLoseNothing)
+// Each thread with its own storage object: every call must also see what the other objects wrote.
+TEST_F(SettingsStorageConcurrency, ThreadsWithTheirOwnStorageObjectsLoseNothing)
 {
-    QZTEST::TempFolder folder;
-    const std::wstring wstrPath = folder.Join(L"e2s_subscription.xml");
-    SettingsStorage::OpenOrCreate(wstrPath)->CreateSection(PRODUCT, VERSION, SECTION);
     const std::vector<std::wstring> vecPrefixes = {L"t0_", L"t1_", L"t2_"};
     constexpr int UPDATES_PER_THREAD = 20;
     std::vector<std::thread> vecThreads;
     for (const std::wstring& wstrPrefix : vecPrefixes) {
-        vecThreads.emplace_back([&wstrPath, wstrPrefix] {
-            WriteEntries(SettingsStorage::OpenOrCreate(wstrPath), wstrPrefix, UPDATES_PER_THREAD);
+        vecThreads.emplace_back([this, wstrPrefix] {
+            WriteEntries(SettingsStorage::OpenOrCreate(m_wstrPath), wstrPrefix, UPDATES_PER_THREAD);
         });
     }
     for (std::thread& t : vecThreads)
         t.join();
-    ExpectEntries(wstrPath, vecPrefixes, UPDATES_PER_THREAD);
+    ExpectEntries(m_wstrPath, vecPrefixes, UPDATES_PER_THREAD);
 }
 
 // Runs only in a child started by the test above.
@@ -249,13 +246,10 @@ TEST(SettingsStorageChild, DISABLED_WritesItsEntriesOneByOne)
     const std::wstring wstrOrder = QZTEST::GetEnv(CHILD_ENV);
     if (wstrOrder.empty())
         GTEST_SKIP() << "started by SettingsStorageConcurrency only";
-    const size_t nFirst = wstrOrder.find(L'|');
-    const size_t nSecond = wstrOrder.find(L'|', nFirst + 1);
-    ASSERT_NE(nSecond, std::wstring::npos);
-    const std::wstring wstrPrefix = wstrOrder.substr(0, nFirst);
-    const int nCount = std::stoi(wstrOrder.substr(nFirst + 1, nSecond - nFirst - 1));
-    const std::wstring wstrPath = wstrOrder.substr(nSecond + 1);
-    WriteEntries(SettingsStorage::OpenOrCreate(wstrPath), wstrPrefix, nCount);
+    const size_t nBar = wstrOrder.find(L'|');
+    ASSERT_NE(nBar, std::wstring::npos);
+    WriteEntries(SettingsStorage::OpenOrCreate(wstrOrder.substr(nBar + 1)), wstrOrder.substr(0, nBar),
+                 UPDATES_PER_WRITER);
 }
 
 }  // namespace

@@ -12,53 +12,18 @@ namespace {
 
 using namespace QZSTD::SsCodec;
 
-// A wide string from UTF-16 code units, so that the tables read the same on both platforms;
-// a pair becomes one character where wchar_t has 32 bits.
-std::wstring W16(std::initializer_list<uint32_t> units)
-{
-    std::wstring wstr;
-    for (auto it = units.begin(); it != units.end(); ++it) {
-        const uint32_t c = *it;
-        auto next = it + 1;
-        if (sizeof(wchar_t) == 4 && c >= 0xD800 && c <= 0xDBFF && next != units.end() && *next >= 0xDC00 &&
-            *next <= 0xDFFF) {
-            wstr += static_cast<wchar_t>(0x10000 + ((c - 0xD800) << 10) + (*next - 0xDC00));
-            ++it;
-            continue;
-        }
-        wstr += static_cast<wchar_t>(c);
-    }
-    return wstr;
-}
-
+// Lone surrogates are written code unit by code unit (a "\u" escape cannot name one).
 TEST(SettingsStorageCodec, XmlSafeTextIsPrintableWithoutControlsOrLoneSurrogates)
 {
-    struct Row
-    {
-        std::wstring wstr;
-        bool bSafe;
-    };
-    const Row rows[] = {
-        {L"", true},
-        {L"plain text & <markup> \"quoted\" 'x'", true},
-        {L"  leading and trailing  ", true},
-        {W16({0xE9, 0x4E2D, 0xE000, 0xFFFD}), true},
-        {W16({0xD83D, 0xDE00}), true},  // U+1F600 as a pair
-        {W16({'a', 0x09, 'b'}), false},
-        {W16({'a', 0x0A}), false},
-        {W16({0x0D}), false},
-        {std::wstring(L"a\0b", 3), false},
-        {W16({0x7F}), false},
-        {W16({0x85}), false},
-        {W16({0xD800}), false},
-        {W16({0xDC00, 'x'}), false},
-        {W16({'x', 0xD83D}), false},
-        {W16({0xFFFE}), false},
-        {W16({0xFFFF}), false},
-    };
-    for (const Row& row : rows)
-        EXPECT_EQ(IsXmlSafe(std::wstring_view(row.wstr)), row.bSafe)
-            << QZSTD::SsCodec::WideToUtf16Hex(row.wstr).value();
+    for (const std::wstring& wstr :
+         {std::wstring(), std::wstring(L"plain text & <markup> \"quoted\" 'x'"),
+          std::wstring(L"  leading and trailing  "), std::wstring(L"\u00E9\u4E2D\uE000\uFFFD\U0001F600")})
+        EXPECT_TRUE(IsXmlSafe(std::wstring_view(wstr))) << WideToUtf16Hex(wstr).value();
+    for (const std::wstring& wstr :
+         {std::wstring(L"a\tb"), std::wstring(L"a\n"), std::wstring(L"\r"), std::wstring(L"a\0b", 3),
+          std::wstring(L"\x7F"), std::wstring(L"\x85"), std::wstring{0xD800}, std::wstring{0xDC00, L'x'},
+          std::wstring{L'x', 0xD83D}, std::wstring(L"\uFFFE"), std::wstring(L"\uFFFF")})
+        EXPECT_FALSE(IsXmlSafe(std::wstring_view(wstr))) << WideToUtf16Hex(wstr).value();
     EXPECT_TRUE(IsXmlSafe(std::string_view("2024-01-31 x")));
     EXPECT_FALSE(IsXmlSafe(std::string_view("\xC3\xA9")));
     EXPECT_FALSE(IsXmlSafe(std::string_view("a\tb")));
@@ -85,18 +50,18 @@ TEST(SettingsStorageCodec, Utf16HexIsLittleEndianAndKeepsLoneSurrogates)
     const Row rows[] = {
         {L"", ""},
         {L"A", "4100"},
-        {W16({0x0A, 0x00, 0x1F}), "0A0000001F00"},
-        {W16({0x4E2D}), "2D4E"},
-        {W16({0xD83D, 0xDE00}), "3DD800DE"},
-        {W16({0xD800}), "00D8"},
-        {W16({'x', 0xDFFF, 'y'}), "7800FFDF7900"},
-        {W16({0xFFFF, 0xFFFE}), "FFFFFEFF"},
+        {std::wstring(L"\n\0\x1F", 3), "0A0000001F00"},
+        {L"\u4E2D", "2D4E"},
+        {L"\U0001F600", "3DD800DE"},
+        {std::wstring{0xD800}, "00D8"},
+        {std::wstring{L'x', 0xDFFF, L'y'}, "7800FFDF7900"},
+        {L"\uFFFF\uFFFE", "FFFFFEFF"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(WideToUtf16Hex(row.wstr), std::string(row.szHex));
         EXPECT_EQ(Utf16HexToWide(row.szHex), row.wstr) << row.szHex;
     }
-    EXPECT_EQ(Utf16HexToWide("3dd800de"), W16({0xD83D, 0xDE00}));
+    EXPECT_EQ(Utf16HexToWide("3dd800de"), L"\U0001F600");
     for (const char* szBad : {"41", "410", "41000", "4G00", "41 00"})
         EXPECT_FALSE(Utf16HexToWide(szBad).has_value()) << szBad;
     if constexpr (sizeof(wchar_t) == 4) {
@@ -104,8 +69,12 @@ TEST(SettingsStorageCodec, Utf16HexIsLittleEndianAndKeepsLoneSurrogates)
     }
 }
 
-TEST(SettingsStorageCodec, IntegersMustBeWholeDecimalNumbersInRange)
+TEST(SettingsStorageCodec, IntegersAndBoolsMustBeWholeAndInRange)
 {
+    EXPECT_STREQ(BoolToText(true), "true");
+    EXPECT_EQ(ParseBool("false"), false);
+    for (const char* szBad : {"", "1", "0", "TRUE", "yes", "true "})
+        EXPECT_FALSE(ParseBool(szBad).has_value()) << szBad;
     EXPECT_EQ(ParseInt32("0"), 0);
     EXPECT_EQ(ParseInt32("-1"), -1);
     EXPECT_EQ(ParseInt32("2147483647"), std::numeric_limits<int32_t>::max());
@@ -125,7 +94,7 @@ bool SameBits(T a, T b)
     return std::memcmp(&a, &b, sizeof(T)) == 0;
 }
 
-TEST(SettingsStorageCodec, FloatsReadBackBitForBit)
+TEST(SettingsStorageCodec, FloatsReadBackBitForBitAndMustBeWholeAndInRange)
 {
     using F = std::numeric_limits<float>;
     for (float f : {0.0f, -0.0f, 1.0f, -1.5f, 0.1f, 3.4028235e38f, F::max(), F::lowest(), F::min(),
@@ -150,10 +119,6 @@ TEST(SettingsStorageCodec, FloatsReadBackBitForBit)
     EXPECT_EQ(DoubleToText(D::quiet_NaN()), "nan");
     EXPECT_TRUE(std::isnan(ParseDouble("nan").value()));
     EXPECT_TRUE(std::isnan(ParseFloat(FloatToText(F::quiet_NaN())).value()));
-}
-
-TEST(SettingsStorageCodec, FloatingTextMustBeWholeAndInRange)
-{
     for (const char* szBad : {"", "1e39", "abc", "1.5x", " 1", "1 ", "0x1p3", "--1", "+1", "."})
         EXPECT_FALSE(ParseFloat(szBad).has_value()) << szBad;
     for (const char* szBad : {"", "1e309", "-1e309", "1,5", "nan x"})
@@ -166,22 +131,10 @@ TEST(SettingsStorageCodec, NamesSortByUtf16CodeUnitsOnEveryPlatform)
     EXPECT_TRUE(less(L"A", L"a"));
     EXPECT_TRUE(less(L"a", L"ab"));
     EXPECT_FALSE(less(L"ab", L"ab"));
-    EXPECT_TRUE(less(L"", L"a"));
-    EXPECT_TRUE(less(W16({0x7A}), W16({0xE9})));
     // U+1F600 is D83D DE00 in UTF-16: below U+E000 and U+FFFD, above U+D7FF.
-    EXPECT_TRUE(less(W16({0xD83D, 0xDE00}), W16({0xE000})));
-    EXPECT_TRUE(less(W16({0xD83D, 0xDE00}), W16({0xFFFD})));
-    EXPECT_TRUE(less(W16({0xD7FF}), W16({0xD83D, 0xDE00})));
-}
-
-TEST(SettingsStorageCodec, BoolsAreTrueOrFalseOnly)
-{
-    EXPECT_STREQ(BoolToText(true), "true");
-    EXPECT_STREQ(BoolToText(false), "false");
-    EXPECT_EQ(ParseBool("true"), true);
-    EXPECT_EQ(ParseBool("false"), false);
-    for (const char* szBad : {"", "1", "0", "TRUE", "yes", "true "})
-        EXPECT_FALSE(ParseBool(szBad).has_value()) << szBad;
+    EXPECT_TRUE(less(L"\U0001F600", L"\uE000"));
+    EXPECT_TRUE(less(L"\U0001F600", L"\uFFFD"));
+    EXPECT_TRUE(less(L"\uD7FF", L"\U0001F600"));
 }
 
 }  // namespace
