@@ -53,7 +53,7 @@ class AccountCalls
 {
 public:
     virtual ~AccountCalls() = default;
-    virtual bool LogonUser(const AccountName& account, const std::wstring& wstrPassword, void** phToken) = 0;
+    virtual bool LogOnUser(const AccountName& account, const std::wstring& wstrPassword, void** phToken) = 0;
     virtual bool RevertToSelf() = 0;
 };
 

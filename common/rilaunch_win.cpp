@@ -161,7 +161,7 @@ bool AgentMayBreakAway()
 class SystemAccountCalls : public AccountCalls
 {
 public:
-    bool LogonUser(const AccountName& acc, const std::wstring& wstrPassword, void** phToken) override
+    bool LogOnUser(const AccountName& acc, const std::wstring& wstrPassword, void** phToken) override
     {
         HANDLE hToken = nullptr;
         const BOOL b = ::LogonUserW(acc.wstrUser.c_str(), acc.wstrDomain.c_str(), wstrPassword.c_str(),
@@ -241,7 +241,7 @@ SuspendedProcess CreateAsUser(Creation& c, const LaunchOptions& options, Account
     QZ_TRACE_I(L"%hs: user '%ls', domain '%ls', password of %d characters", QZ_SCOPE_NAME, acc.wstrUser,
                acc.wstrDomain, static_cast<int>(options.m_wstrPassword.size()));
     void* pvToken = nullptr;
-    if (!calls.LogonUser(acc, options.m_wstrPassword, &pvToken))
+    if (!calls.LogOnUser(acc, options.m_wstrPassword, &pvToken))
         QZ_THROW_SYSTEM();
     ScopedHandle hToken(static_cast<HANDLE>(pvToken));
     HANDLE hRaw = nullptr;

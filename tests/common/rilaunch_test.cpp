@@ -116,7 +116,7 @@ bool AppearsWithin(const std::filesystem::path& path, std::chrono::seconds sec)
 class FakeAccountCalls : public QZRI::AccountCalls
 {
 public:
-    bool LogonUser(const QZRI::AccountName& account, const std::wstring&, void** phToken) override
+    bool LogOnUser(const QZRI::AccountName& account, const std::wstring&, void** phToken) override
     {
         m_vecLogons.push_back(account);
 #ifdef _WIN32
