@@ -10,16 +10,12 @@ namespace {
 using QZRI::DecodeHexString;
 using QZRI::EncodeHexString;
 
-TEST(HexString, EncodesUtf16LeBytesInUpperCaseHex)
+TEST(HexString, EncodesUtf16LeBytesInUpperCaseHexAndDecodesPrefixedValuesPassingPlainTextThrough)
 {
     EXPECT_EQ(EncodeHexString(L"a b"), L"$HEX_610020006200");
     EXPECT_EQ(EncodeHexString(L"\u00E9\u20AC\U0001F600"), L"$HEX_E900AC203DD800DE")
         << "surrogate pair above U+FFFF";
     EXPECT_EQ(EncodeHexString(L""), L"") << "an empty value carries no prefix";
-}
-
-TEST(HexString, DecodesPrefixedValuesAndPassesPlainTextThrough)
-{
     EXPECT_EQ(DecodeHexString(L"$HEX_610020006200"), L"a b");
     EXPECT_EQ(DecodeHexString(L"$HEX_e900ac203dd800de"), L"\u00E9\u20AC\U0001F600") << "lower-case digits";
     EXPECT_EQ(DecodeHexString(L"$HEX_"), L"");

@@ -13,7 +13,7 @@ namespace {
 
 using QZSTD::CAutoPtr;
 
-TEST(ValuesPoolTest, AReleasedObjectIsReusedInACleanState)
+TEST(ValuesPoolTest, AReleasedObjectIsReusedInACleanStateAndLetsGoOfWhatItHeld)
 {
     CAutoPtr<Params> p = CreateParams();
     SetIntValue(p, L"x", 1);
@@ -33,10 +33,8 @@ TEST(ValuesPoolTest, AReleasedObjectIsReusedInACleanState)
     GetValuesFactory()->CreateStringValue(&pNewString);
     EXPECT_EQ(static_cast<const void*>(pNewString.Get()), pvString);
     EXPECT_STREQ(pNewString->GetValue(), L"");
-}
 
-TEST(ValuesPoolTest, ARecycledValueLetsGoOfWhatItHeld)
-{
+    // A recycled value lets go of what it held.
     CAutoPtr<Params> pNested = CreateParams();
     CAutoPtr<ParamsValue> pHolder = CreateParamsValue(pNested);
     EXPECT_EQ(pNested->AddRef(), 3);
