@@ -75,7 +75,8 @@ TEST(QztskSetup, RunsTheInstallerThroughTheWrapperAndReadsItsResult)
         SCOPED_TRACE(QZSTD::WideToUtf8(c.wstrChildMode));
         QZTEST::TempFolder folder;
         const std::wstring wstrPackage = folder.MakeSubFolder(L"pkg");
-        const std::wstring wstrWork = folder.MakeSubFolder(L"work");
+        // A folder with a blank and a parenthesis, as "C:\Program Files (x86)\..." has them.
+        const std::wstring wstrWork = folder.MakeSubFolder(L"work dir (x86)");
         std::filesystem::copy_file(QZTEST::SelfPath(), QZRI::PathFromWide(wstrPackage + L"setup.exe"));
         QZTEST::WriteFileBytes(wstrPackage + L"pkg.qpd", c.strQpd);
         if (!c.strQud.empty())

@@ -217,26 +217,4 @@ TEST_F(QzcsMainTest, AnErrorRaisedByAHandOverIsAGeneralError)
     EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Exit code: 2."})) << Dump();
 }
 
-TEST_F(QzcsMainTest, ThisBuildSaysPlainlyWhatIsNotAvailable)
-{
-    UnavailableActions actions;
-    EXPECT_EQ(Run(L"TASK_ID=T-1", actions), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
-    EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: RunExecutable is not available in this build."})) << Dump();
-
-    EXPECT_EQ(Run(L"/s MASTER_SERVICE_ID=m1", actions), ExitCode::SERVICE_CLEANUP_NOT_AVAILABLE);
-    EXPECT_TRUE(
-        Traced({"QZRIWRP E QZCS_Main: Deleting other agents' services (keeping 'm1') is not available in "
-                "this build."}))
-        << Dump();
-
-    WriteRunParams(L"2");
-    EXPECT_EQ(Run(L"QZRI$ID=svc1", actions), ExitCode::SERVICE_MODE_NOT_AVAILABLE);
-    EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: The service mode is not available in this build."})) << Dump();
-
-    EXPECT_EQ(Run(L"QZRI$RBTWRK", actions), ExitCode::REBOOT_WORKER_NOT_AVAILABLE);
-
-    RiWrpData data;
-    EXPECT_EQ(actions.AskUserForStart(data), ExitCode::ASK_USER_NOT_AVAILABLE);
-}
-
 }  // namespace

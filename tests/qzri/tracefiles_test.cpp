@@ -42,15 +42,6 @@ protected:
     QZRITEST::TestOs m_os;
 };
 
-TEST_F(TraceFilesTest, GenerationNames)
-{
-    EXPECT_EQ(TraceGenerationName(0), L"$qzriwrp.txt");
-    EXPECT_EQ(TraceGenerationName(1), L"$qzriwrp.bak");
-    EXPECT_EQ(TraceGenerationName(2), L"$qzriwrp.bak.bak");
-    EXPECT_EQ(TraceGenerationName(3), L"$qzriwrp.bak.bak.bak");
-    EXPECT_EQ(TraceGenerationName(4), L"$qzriwrp.bak.bak.bak.bak");
-}
-
 TEST_F(TraceFilesTest, FolderFromTheEnvironmentOnlyWhenItIsAWritableFolder)
 {
     EXPECT_EQ(ChooseTraceFolder(m_os).m_wstrFolder, m_wstrTraceFolder);
@@ -72,68 +63,66 @@ TEST_F(TraceFilesTest, FolderFromTheEnvironmentOnlyWhenItIsAWritableFolder)
     EXPECT_EQ(ChooseTraceFolder(m_os).m_wstrFolder, m_os.m_wstrTempFolder);
 }
 
-TEST_F(TraceFilesTest, RotationKeepsExactlyFiveGenerationsEachOneStepOlder)
+// Each row: how many generations lie there, which one cannot be renamed, the run; then what each
+// generation holds afterwards ("-": absent, "new": this run's trace only, "old+": run-0 and then this
+// run's trace).
+TEST_F(TraceFilesTest, RotationMovesEachGenerationOneStepAndNeverOverwritesAnUnmovedOne)
 {
-    WriteGenerations(5);
-    ASSERT_TRUE(Start(L"qzriwrap.exe QZRI$ID=svc1"));
-    EXPECT_EQ(QZTEST::FileNamesIn(m_wstrTraceFolder),
-              (Names{"$qzriwrp.bak", "$qzriwrp.bak.bak", "$qzriwrp.bak.bak.bak", "$qzriwrp.bak.bak.bak.bak",
-                     "$qzriwrp.txt"}));
-    for (int n = 1; n < TRACE_GENERATIONS; ++n)
-        EXPECT_EQ(QZTEST::ReadFileBytes(File(n)), "run-" + std::to_string(n - 1) + "\n") << n;
-    const std::vector<std::string> vecRecords = QZRITEST::TraceRecords(File(0));
-    ASSERT_FALSE(vecRecords.empty());
-    EXPECT_EQ(vecRecords[0], "QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0: '" +
-                                 QZSTD::WideToUtf8(File(0)) + "'.");
-}
-
-TEST_F(TraceFilesTest, RotationOfAShortChainFillsTheNextLevel)
-{
-    WriteGenerations(2);
-    ASSERT_TRUE(Start(L"qzriwrap.exe"));
-    EXPECT_EQ(QZTEST::FileNamesIn(m_wstrTraceFolder),
-              (Names{"$qzriwrp.bak", "$qzriwrp.bak.bak", "$qzriwrp.txt"}));
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(1)), "run-0\n");
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(2)), "run-1\n");
-}
-
-TEST_F(TraceFilesTest, FreshStartKeepsTheLastTraceAsBakAndBeginsANewFile)
-{
-    WriteGenerations(1);
-    ASSERT_TRUE(Start(L"qzriwrap.exe TASK_ID=T-1"));
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(1)), "run-0\n");
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(0)).find("run-0"), std::string::npos);
-}
-
-TEST_F(TraceFilesTest, FreshStartRemovesATraceTheRotationCouldNotMove)
-{
-    WriteGenerations(1);
-    m_os.m_setFailingRenames.insert(File(0));
-    ASSERT_TRUE(Start(L"qzriwrap.exe"));
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(0)).find("run-0"), std::string::npos);
-    EXPECT_TRUE(QZRITEST::ContainsInOrder(QZRITEST::TraceRecords(File(0)),
-                                          {"QZRIWRP W StartTrace: '$qzriwrp.txt' could not be renamed; the "
-                                           "older traces were left as they were."}));
-}
-
-TEST_F(TraceFilesTest, RestartAppendsToATraceTheRotationCouldNotMove)
-{
-    WriteGenerations(1);
-    m_os.m_setFailingRenames.insert(File(0));
-    ASSERT_TRUE(Start(L"qzriwrap.exe QZRI$ID=svc1"));
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(0)).rfind("run-0\n", 0), 0u);
-}
-
-TEST_F(TraceFilesTest, FailedRenameOverwritesNoOlderGeneration)
-{
-    WriteGenerations(4);
-    m_os.m_setFailingRenames.insert(File(2));
-    ASSERT_TRUE(Start(L"qzriwrap.exe QZRI$ID=svc1"));
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(4)), "run-3\n");
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(3)), "");
-    EXPECT_FALSE(QZTEST::PathExists(File(3)));
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(2)), "run-2\n");
-    EXPECT_EQ(QZTEST::ReadFileBytes(File(1)), "run-1\n");
+    struct Row
+    {
+        const char* szWhat;
+        int nGenerations;
+        int nFailingRename;  // -1: none
+        const wchar_t* szCmdLine;
+        std::vector<std::string> vecExpected;  // generations 0..4
+    };
+    const Row rows[] = {
+        {"five generations, the oldest falls off",
+         5,
+         -1,
+         L"qzriwrap.exe QZRI$ID=svc1",
+         {"new", "run-0\n", "run-1\n", "run-2\n", "run-3\n"}},
+        {"a short chain fills the next level",
+         2,
+         -1,
+         L"qzriwrap.exe",
+         {"new", "run-0\n", "run-1\n", "-", "-"}},
+        {"a fresh start removes what could not be moved", 1, 0, L"qzriwrap.exe", {"new", "-", "-", "-", "-"}},
+        {"a restart appends to what could not be moved",
+         1,
+         0,
+         L"qzriwrap.exe QZRI$ID=svc1",
+         {"old+", "-", "-", "-", "-"}},
+        {"a failed rename stops the rotation",
+         4,
+         2,
+         L"qzriwrap.exe QZRI$ID=svc1",
+         {"old+", "run-1\n", "run-2\n", "-", "run-3\n"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        for (int n = 0; n < TRACE_GENERATIONS; ++n)
+            QZTEST::RemoveAll(File(n));
+        WriteGenerations(row.nGenerations);
+        m_os.m_setFailingRenames.clear();
+        if (row.nFailingRename >= 0)
+            m_os.m_setFailingRenames.insert(File(row.nFailingRename));
+        ASSERT_TRUE(Start(row.szCmdLine));
+        for (int n = 0; n < TRACE_GENERATIONS; ++n) {
+            const std::string& strExpected = row.vecExpected[static_cast<size_t>(n)];
+            const std::string strContent = QZTEST::PathExists(File(n)) ? QZTEST::ReadFileBytes(File(n)) : "-";
+            if (strExpected == "new" || strExpected == "old+") {
+                EXPECT_EQ(strContent.rfind("run-0\n", 0) == 0, strExpected == "old+") << strContent;
+                EXPECT_NE(strContent.find("QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0"),
+                          std::string::npos);
+            } else
+                EXPECT_EQ(strContent, strExpected) << n;
+        }
+    }
+    EXPECT_TRUE(
+        QZRITEST::ContainsInOrder(QZRITEST::TraceRecords(File(0)),
+                                  {"QZRIWRP W StartTrace: '$qzriwrp.bak.bak' could not be renamed; the "
+                                   "older traces were left as they were."}));
 }
 
 TEST_F(TraceFilesTest, CompetitorRemovalRunWritesItsOwnFileWithoutRotating)
