@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <thread>
 
@@ -156,7 +155,7 @@ protected:
     {
         QZRI::LaunchOptions options;
         options.m_wstrCommandLine = SelfCommand();
-        m_vecEnvs.push_back(ChildEnv(wstrMode, Marker(), m_dir.Path()));
+        m_vecEnvs.push_back(ChildEnv(wstrMode, Marker(), m_dir));
         options.m_pEnvironmentAddition = m_vecEnvs.back();
         options.m_nWaitMode = nWaitMode;
         options.m_pShutdown = &m_shutdown;
@@ -173,9 +172,10 @@ protected:
     {
         return Start(Options(wstrMode, nWaitMode));
     }
-    std::filesystem::path Marker() const { return m_dir.Path() / m_wstrMarkerName; }
+    std::filesystem::path Marker() const { return m_dir / m_wstrMarkerName; }
 
-    QZTEST::TempDir m_dir;
+    QZTEST::TempFolder m_folder;
+    const std::filesystem::path m_dir = std::filesystem::path(m_folder.Path());
     std::wstring m_wstrMarkerName = L"grandchild.done";
     QZSTD::ShutdownSignal m_shutdown;
     FakeAccountCalls m_accounts;
@@ -314,8 +314,8 @@ TEST_F(RiLaunchTest, JobWaiterAnswersOnlyTheBaseInterfaces)
 TEST_F(RiLaunchTest, StandardErrorGoesToTheCallersFile)
 {
     QZRI::LaunchOptions options = Options(L"echo");
-    options.m_wstrCurDir = m_dir.Path().wstring();
-    options.m_wstrStdErr = (m_dir.Path() / "err.txt").wstring();
+    options.m_wstrCurDir = m_dir.wstring();
+    options.m_wstrStdErr = (m_dir / "err.txt").wstring();
     EXPECT_TRUE(Start(options)->Wait(-1));
     std::wstring wstrText;
     QZSTD_ReadLaunchOutput(options.m_wstrStdErr.c_str(), &wstrText);
@@ -331,7 +331,7 @@ TEST_F(RiLaunchTest, WrapperStoresTheExitCodeInAFolderWithABlankAndAParenthesis)
 #else
     const uint32_t nCode = 42;  // exit codes are 8 bits here
 #endif
-    const std::filesystem::path folder = m_dir.Path() / "pkg dir (x86)";
+    const std::filesystem::path folder = m_dir / "pkg dir (x86)";
     std::filesystem::create_directories(folder);
     const std::wstring wstrResult = (folder / "result.ini").wstring();
     const std::wstring wstrScript = QZRI::WrapCommandLineToStoreProcessResult(SelfCommand(), folder.wstring(),
@@ -436,7 +436,7 @@ TEST_F(RiLaunchTest, AFailedRevertEndsTheCreatedProgramWithExitCodeThree)
 
 TEST_F(RiLaunchTest, AnAgentInAJobWithoutBreakawayWaitsForTheProgramAlone)
 {
-    const std::filesystem::path trace = m_dir.Path() / "child-trace.txt";
+    const std::filesystem::path trace = m_dir / "child-trace.txt";
     QZSTD::Win::ScopedHandle hJob(::CreateJobObjectW(nullptr, nullptr));
     ASSERT_TRUE(hJob.IsValid());
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION info = {};
@@ -444,17 +444,16 @@ TEST_F(RiLaunchTest, AnAgentInAJobWithoutBreakawayWaitsForTheProgramAlone)
     ASSERT_TRUE(
         ::SetInformationJobObject(hJob.Get(), JobObjectExtendedLimitInformation, &info, sizeof(info)));
 
-    QZTEST::SetEnv("QZ_TEST_TRACE", trace.string());
-    QZTEST::SetEnv("QZ_TEST_MARKER", Marker().string());
-    QZTEST::SetEnv("QZ_TEST_CHILD", "in-job-launch");
+    QZTEST::SetEnv("QZ_TEST_TRACE", trace.wstring());
+    QZTEST::SetEnv("QZ_TEST_MARKER", Marker().wstring());
+    QZTEST::SetEnv("QZ_TEST_CHILD", L"in-job-launch");
     std::wstring wstrCmd = SelfCommand();
     STARTUPINFOW si = {};
     si.cb = sizeof(si);
     PROCESS_INFORMATION pi = {};
     const BOOL bCreated = ::CreateProcessW(nullptr, wstrCmd.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
                                            nullptr, nullptr, &si, &pi);
-    ::SetEnvironmentVariableW(L"QZ_TEST_CHILD", nullptr);
-    _putenv_s("QZ_TEST_CHILD", "");
+    QZTEST::SetEnv("QZ_TEST_CHILD", L"");
     ASSERT_TRUE(bCreated);
     QZSTD::Win::ScopedHandle hProcess(pi.hProcess);
     QZSTD::Win::ScopedHandle hThread(pi.hThread);
@@ -494,107 +493,5 @@ TEST(ProcessHandleListTest, BuildsAListForTheGivenHandlesAndFreesIt)
     EXPECT_EQ(0u, pList->GetCreationFlags());
 }
 #endif
-
-// The job waiter's loop against a scripted target: what it asks, and when it stops.
-class FakeTarget : public QZRI::Detail::JobTarget
-{
-public:
-    bool m_bHasJob = true;
-    int m_nActiveRounds = 0;  // JobHasActiveProcesses answers true this many times
-    int m_nListedRounds = 0;  // JobRunsListedImage answers true this many times
-    QZSTD::ShutdownSignal* m_pShutdownInSleep = nullptr;
-    int* m_pnSleeps = nullptr;
-    std::vector<std::wstring>* m_pvecAskedImages = nullptr;
-
-    long Pid() const override { return 4242; }
-    QZRI::Detail::SliceResult WaitProcess(long) override { return QZRI::Detail::SliceResult::EXITED; }
-    void SleepSlice(long nMs) override
-    {
-        EXPECT_LE(nMs, QZRI::JOB_WAIT_SLICE_MS);
-        ++*m_pnSleeps;
-        if (m_pShutdownInSleep)
-            m_pShutdownInSleep->Raise();
-    }
-    bool HasJob() const override { return m_bHasJob; }
-    bool JobHasActiveProcesses() override { return m_nActiveRounds-- > 0; }
-    bool JobRunsListedImage(const std::vector<std::wstring>& vecImages) override
-    {
-        *m_pvecAskedImages = vecImages;
-        return m_nListedRounds-- > 0;
-    }
-    bool TryGetExitCode(uint32_t* pn) override
-    {
-        *pn = 3010;
-        return true;
-    }
-};
-
-class JobWaiterLoopTest : public ::testing::Test
-{
-protected:
-    CAutoPtr<LaunchWaiter> Make(int nMode, const std::function<void(FakeTarget&)>& setup)
-    {
-        auto pTarget = std::make_unique<FakeTarget>();
-        pTarget->m_pnSleeps = &m_nSleeps;
-        pTarget->m_pvecAskedImages = &m_vecAsked;
-        setup(*pTarget);
-        return CAutoPtr<LaunchWaiter>::Adopt(
-            QZRI::Detail::CreateJobWaiter(std::move(pTarget), nMode, {L"msiexec.exe"}, m_shutdown));
-    }
-    int m_nSleeps = 0;
-    std::vector<std::wstring> m_vecAsked;
-    QZSTD::ShutdownSignal m_shutdown;
-};
-
-TEST_F(JobWaiterLoopTest, EachModeSleepsOnlyWhileWhatItWaitsForRuns)
-{
-    struct Row
-    {
-        const char* szWhat;
-        int nMode;
-        bool bHasJob;
-        int nActiveRounds;
-        int nListedRounds;
-        long nTimeout;
-        int nSleeps;
-        bool bAsksForListedImages;
-    };
-    const Row rows[] = {
-        {"no job: the program alone", QZRI::WAIT_WHOLE_JOB, false, 1000, 0, -1, 0, false},
-        {"mode 1: a slice per active round", QZRI::WAIT_WHOLE_JOB, true, 3, 0, -1, 3, false},
-        {"mode 2: only while a listed image runs", QZRI::WAIT_LISTED_IMAGES, true, 1000, 2, -1, 2, true},
-        {"mode 0: never looks at the job", QZRI::WAIT_PROCESS_ONLY, true, 1000, 1000, 0, 0, false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
-        m_nSleeps = 0;
-        m_vecAsked.clear();
-        CAutoPtr<LaunchWaiter> pWaiter = Make(row.nMode, [&](FakeTarget& t) {
-            t.m_bHasJob = row.bHasJob;
-            t.m_nActiveRounds = row.nActiveRounds;
-            t.m_nListedRounds = row.nListedRounds;
-        });
-        EXPECT_TRUE(pWaiter->Wait(row.nTimeout));
-        EXPECT_EQ(row.nSleeps, m_nSleeps);
-        EXPECT_EQ(row.bAsksForListedImages ? std::vector<std::wstring>{L"msiexec.exe"}
-                                           : std::vector<std::wstring>{},
-                  m_vecAsked);
-        EXPECT_EQ(3010u, pWaiter->ExitCode());
-    }
-}
-
-TEST_F(JobWaiterLoopTest, TheJobPhaseEndsOnTimeOutAndOnShutdown)
-{
-    CAutoPtr<LaunchWaiter> pWaiter =
-        Make(QZRI::WAIT_WHOLE_JOB, [](FakeTarget& t) { t.m_nActiveRounds = 1000; });
-    EXPECT_FALSE(pWaiter->Wait(0));
-    pWaiter = Make(QZRI::WAIT_WHOLE_JOB, [this](FakeTarget& t) {
-        t.m_nActiveRounds = 1000;
-        t.m_pShutdownInSleep = &m_shutdown;
-    });
-    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { pWaiter->Wait(-1); }));
-    EXPECT_EQ(QZSTD::Err::NOT_IMPLEMENTED,
-              ErrorCodeOf([&] { Make(QZRI::WAIT_MODE_RESERVED, [](FakeTarget&) {}); }));
-}
 
 }  // namespace

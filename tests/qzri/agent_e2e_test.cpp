@@ -126,15 +126,6 @@ TEST_F(AgentRunTest, PlainRunOnAPackageStopsWhereThisBuildEnds)
     EXPECT_NE(strCmdLine.find(" TASK_ID=T-17 RI_ID=r1"), std::string::npos);
 }
 
-TEST_F(AgentRunTest, SecondRunKeepsTheFirstTraceAsBak)
-{
-    ASSERT_EQ(RunAgent({L"TASK_ID=first"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
-    ASSERT_EQ(RunAgent({L"TASK_ID=second"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
-    EXPECT_NE(QZTEST::ReadFileBytes(TraceFile(L"$qzriwrp.bak")).find("m_wstrTaskId = 'first'"),
-              std::string::npos);
-    EXPECT_TRUE(Traced({"QZRIWRP I RiWrpData::Initialize: m_wstrTaskId = 'second'"})) << Dump();
-}
-
 #ifdef _WIN32
 // The agent's service as the service control manager holds it; false when it could not be made.
 bool CreateAgentService(const std::wstring& wstrName, const std::wstring& wstrBinary)
@@ -228,14 +219,6 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
                 "available in this build).",
                 "QZRIWRP I QZCS_Main: Exit code: 13."}))
         << Dump();
-}
-
-TEST_F(AgentRunTest, CompetitorRemovalRunWritesTheCmprTrace)
-{
-    ASSERT_EQ(RunAgent({L"QZRI$CMTRS"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE);
-    EXPECT_FALSE(QZTEST::PathExists(TraceFile(L"$qzriwrp.txt")));
-    EXPECT_TRUE(QZRITEST::ContainsInOrder(QZRITEST::TraceRecords(TraceFile(L"$qzriwrp_cmpr.txt")),
-                                          {"QZRIWRP I QZCS_Main: Exit code: 20."}));
 }
 
 }  // namespace

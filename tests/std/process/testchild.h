@@ -25,6 +25,8 @@
 #include <string>
 #include <thread>
 
+#include "tests/testutil/fsutil.h"
+
 #ifndef _WIN32
 extern char** environ;
 #endif
@@ -52,20 +54,10 @@ inline std::filesystem::path SelfPath()
 #endif
 }
 
-inline void SetEnv(const char* szName, const std::string& strValue)
-{
-#ifdef _WIN32
-    ::SetEnvironmentVariableA(szName, strValue.c_str());
-    _putenv_s(szName, strValue.c_str());
-#else
-    ::setenv(szName, strValue.c_str(), 1);
-#endif
-}
-
 // Starts exe with QZ_TEST_CHILD=strMode and does not wait for it.
 inline bool StartDetachedChild(const std::filesystem::path& exe, const std::string& strMode)
 {
-    SetEnv("QZ_TEST_CHILD", strMode);
+    SetEnv("QZ_TEST_CHILD", std::wstring(strMode.begin(), strMode.end()));  // modes are ASCII
 #ifdef _WIN32
     std::wstring wstrCmd = L"\"" + exe.wstring() + L"\"";
     STARTUPINFOW si = {};
@@ -131,30 +123,5 @@ inline bool RunChildModeIfAsked()
     }
     return false;
 }
-
-// A fresh empty folder under the temp folder, removed by the destructor.
-class TempDir
-{
-public:
-    TempDir()
-    {
-        static int s_n = 0;
-        m_path = std::filesystem::temp_directory_path() /
-                 ("qzproc_" +
-                  std::to_string(
-                      static_cast<long long>(std::chrono::steady_clock::now().time_since_epoch().count())) +
-                  "_" + std::to_string(++s_n));
-        std::filesystem::create_directories(m_path);
-    }
-    ~TempDir()
-    {
-        std::error_code ec;
-        std::filesystem::remove_all(m_path, ec);
-    }
-    const std::filesystem::path& Path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
 
 }  // namespace QZTEST
