@@ -1,7 +1,16 @@
-#include "std/error.h"
-
+// The common services: errors and their messages, reference-counted pointers and interface lookup,
+// string conversions, the printf-style formatter and the fail-fast exit.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
+
+#include "std/error.h"
+#include "std/failfast.h"
+#include "std/qzbase.h"
+#include "std/strconv.h"
+#include "std/wformat.h"
 #include "tests/testutil/errorof.h"
 
 namespace {
@@ -36,8 +45,6 @@ TEST(Error, DescribeShowsCodeModuleMessageAndPlace)
     EXPECT_EQ(e.Describe(), L"#1187 (QZSTD) \"Bad parameter \"name\"\" at paramsimpl.cpp:120");
     EXPECT_STREQ(e.what(), "#1187 (QZSTD) \"Bad parameter \"name\"\" at paramsimpl.cpp:120");
     EXPECT_EQ(QZError("QZSTD", 1188, "", 0, {}).GetMessage(), L"Index value is out of range");
-    for (int nCode : {1182, 1186, 1192, 1193, 1194, 1199, 1205})
-        EXPECT_NE(QZSTD::FindErrorFormat("QZSTD", nCode), nullptr) << nCode;
 }
 
 TEST(Error, CheckMacrosThrowTheStandardCodes)
@@ -68,6 +75,176 @@ TEST(FillMessage, ConsumesArgumentsInOrderAndKeepsPercent)
     EXPECT_EQ(QZSTD::FillMessage(L"extra", {L"x"}), L"extra");
     EXPECT_EQ(QZSTD::FillMessage(L"dangling %", {L"x"}), L"dangling ");
     EXPECT_EQ(QZSTD::FillMessage(nullptr, {L"x"}), L"");
+}
+
+struct Counted : QZSTD::QZBaseQI
+{
+    static constexpr const char* QZ_IID = "TEST::Counted";
+    explicit Counted(int* pnDestroyed) : m_pnDestroyed(pnDestroyed) {}
+    ~Counted() override { ++*m_pnDestroyed; }
+    bool QueryInterface(const char* szIid, void** ppv) override
+    {
+        if (std::strcmp(szIid, QZ_IID) != 0)
+            return false;
+        AddRef();
+        *ppv = static_cast<Counted*>(this);
+        return true;
+    }
+    int* m_pnDestroyed;
+};
+
+struct Other
+{
+    static constexpr const char* QZ_IID = "TEST::Other";
+};
+
+using CountedPtr = QZSTD::CAutoPtr<Counted>;
+
+TEST(CAutoPtr, LastReleaseDestroysAndAnOutParameterMustBeEmpty)
+{
+    int nDestroyed = 0;
+    CountedPtr p = CountedPtr::Adopt(new QZSTD::RcClassImpl<Counted>(&nDestroyed));
+    {
+        CountedPtr q = p;
+        CountedPtr r(std::move(q));
+        EXPECT_FALSE(q);
+        const std::optional<QZSTD::QZError> error = QZTEST::ErrorOf([&] { (void)&r; });
+        ASSERT_TRUE(error && error->Is("QZSTD", 1198)) << "taking the address of a non-empty pointer";
+        EXPECT_EQ(error->GetArgs().at(0), L"p==NULL");
+        CountedPtr empty;
+        p.CopyTo(&empty);
+        EXPECT_EQ(empty.Get(), p.Get());
+    }
+    EXPECT_EQ(nDestroyed, 0);
+    p.Reset();
+    EXPECT_EQ(nDestroyed, 1);
+}
+
+TEST(QueryInterface, FindsOnlyTheNamedInterface)
+{
+    int nDestroyed = 0;
+    CountedPtr p = CountedPtr::Adopt(new QZSTD::RcClassImpl<Counted>(&nDestroyed));
+    EXPECT_EQ(QZSTD::QueryInterface<Counted>(p.Get()).Get(), p.Get());
+    EXPECT_FALSE(QZSTD::QueryInterface<Counted>(nullptr));
+    void* pv = nullptr;
+    EXPECT_FALSE(p->QueryInterface(Other::QZ_IID, &pv));
+    EXPECT_EQ(pv, nullptr);
+    p.Reset();
+    EXPECT_EQ(nDestroyed, 1) << "the looked-up reference must have been released";
+}
+
+using namespace QZSTD;
+
+TEST(StrConv, Utf8RoundTripsEveryPlane)
+{
+    const std::string str = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80z";  // a é € 😀 z
+    const std::wstring wstr = Utf8ToWide(str);
+    EXPECT_EQ(WideToUtf8(wstr), str);
+    const std::u16string u16 = WideToUtf16(wstr);
+    EXPECT_EQ(u16, u"a\u00E9\u20AC\U0001F600z");
+    EXPECT_EQ(u16.size(), 6u) << "the emoji is a surrogate pair in UTF-16";
+    EXPECT_EQ(Utf16ToWide(u16), wstr);
+}
+
+TEST(StrConv, InvalidUtf8AndLoneSurrogatesBecomeReplacementCharacters)
+{
+    EXPECT_EQ(Utf8ToWide("a\xFF"
+                         "b"),
+              L"a\uFFFDb");
+    EXPECT_EQ(Utf8ToWide("\xC3"), L"\uFFFD") << "truncated sequence at the end";
+    EXPECT_EQ(Utf8ToWide("\xC0\xAF"), L"\uFFFD\uFFFD") << "overlong form";
+    EXPECT_EQ(Utf8ToWide("\xED\xA0\x80"), L"\uFFFD\uFFFD\uFFFD") << "encoded surrogate";
+    EXPECT_EQ(Utf8ToWide(std::string("x\0y", 3)), std::wstring(L"x\0y", 3));
+    // A lone surrogate does not break UTF-8 output.
+    EXPECT_EQ(WideToUtf8(Utf16ToWide(u"a\xD800"
+                                     "b")),
+              "a\xEF\xBF\xBD"
+              "b");
+}
+
+TEST(FormatW, StringConversionsHaveTheirWindowsMeaning)
+{
+    EXPECT_EQ(FormatW(L"%hs: %ls", "QZRI::Scope", L"text"), L"QZRI::Scope: text");
+    EXPECT_EQ(FormatW(L"[%s]", L"wide"), L"[wide]");
+    EXPECT_EQ(FormatW(L"[%S]", "narrow"), L"[narrow]");
+    EXPECT_EQ(FormatW(L"[%ws]", L"w"), L"[w]");
+    EXPECT_EQ(FormatW(L"[%lS]", L"wide"), L"[wide]");
+    EXPECT_EQ(FormatW(L"%c%hc%C", L'x', 'y', 'z'), L"xyz");
+    EXPECT_EQ(FormatW(L"%ls|%hs", static_cast<const wchar_t*>(nullptr), static_cast<const char*>(nullptr)),
+              L"(null)|(null)");
+    EXPECT_EQ(FormatW(L"%hs", "caf\xC3\xA9"), L"caf\u00E9") << "narrow arguments are UTF-8";
+}
+
+TEST(FormatW, WidthPrecisionAndFlagsApplyToStrings)
+{
+    EXPECT_EQ(FormatW(L"[%5ls]", L"ab"), L"[   ab]");
+    EXPECT_EQ(FormatW(L"[%-5hs]", "ab"), L"[ab   ]");
+    EXPECT_EQ(FormatW(L"[%.2ls]", L"abcdef"), L"[ab]");
+    EXPECT_EQ(FormatW(L"[%*ls]", 4, L"x"), L"[   x]");
+    EXPECT_EQ(FormatW(L"[%-*ls]", 3, L"x"), L"[x  ]");
+    EXPECT_EQ(FormatW(L"[%*ls]", -3, L"x"), L"[x  ]");
+    EXPECT_EQ(FormatW(L"[%.*hs]", 1, "xyz"), L"[x]");
+}
+
+TEST(FormatW, IntegersOfEveryLengthReadTheRightArgument)
+{
+    // A length modifier read wrongly would take the wrong bytes from the argument list and
+    // print garbage for the argument after it.
+    EXPECT_EQ(FormatW(L"%d %u %x %X %o", -5, 7u, 255u, 255u, 8u), L"-5 7 ff FF 10");
+    EXPECT_EQ(FormatW(L"%ld|%lu|%d", -70000L, 70000UL, 1), L"-70000|70000|1");
+    EXPECT_EQ(FormatW(L"%lld|%d", static_cast<long long>(-1) << 40, 2), L"-1099511627776|2");
+    EXPECT_EQ(FormatW(L"%I64d|%I64u|%d", INT64_MIN, UINT64_MAX, 3),
+              L"-9223372036854775808|18446744073709551615|3");
+    EXPECT_EQ(FormatW(L"%zu|%Iu|%d", static_cast<size_t>(12), static_cast<size_t>(13), 4), L"12|13|4");
+    EXPECT_EQ(FormatW(L"%I32d|%hd|%hhd", 5, 70000, 300), L"5|4464|44");
+    EXPECT_EQ(FormatW(L"%08X|%-4d|%+d", 0xBEEFu, 7, 3), L"0000BEEF|7   |+3");
+    EXPECT_EQ(FormatW(L"%lu", 0xC0000005UL), L"3221225477");
+}
+
+TEST(FormatW, FloatsPointersSpecialsAndLongOutput)
+{
+    EXPECT_EQ(FormatW(L"%.2f|%g|%e", 3.14159, 0.5, 1.0), L"3.14|0.5|1.000000e+00");
+    EXPECT_EQ(FormatW(L"%.1Lf", 2.25L), L"2.2");
+    EXPECT_EQ(FormatW(L"100%%"), L"100%");
+    int n = 0;
+    EXPECT_FALSE(FormatW(L"%p", static_cast<void*>(&n)).empty());
+    EXPECT_EQ(FormatW(L"a%nb", &n), L"ab");
+    EXPECT_EQ(n, 0) << "%n must never write";
+    EXPECT_EQ(FormatW(L"%y|%d", 9), L"%y|9");
+    EXPECT_EQ(FormatW(L"trailing %"), L"trailing %");
+    EXPECT_EQ(FormatW(nullptr), L"");
+    // Long output is not truncated.
+    const std::wstring wstrLong(5000, L'q');
+    EXPECT_EQ(FormatW(L"<%ls>", wstrLong.c_str()), L"<" + wstrLong + L">");
+    EXPECT_EQ(FormatW(L"%300d", 1).size(), 300u);
+}
+
+struct NoisyDestructor
+{
+    ~NoisyDestructor() { std::fputs("destructor ran\n", stderr); }
+};
+
+TEST(FailFastDeathTest, EndsWithExitCodeOneWithoutDestructors)
+{
+    EXPECT_EXIT(
+        {
+            static NoisyDestructor s;
+            NoisyDestructor local;
+            QZSTD::FailFast("broken invariant");
+        },
+        testing::ExitedWithCode(1),
+        testing::AllOf(testing::HasSubstr("fail-fast: broken invariant"),
+                       testing::Not(testing::HasSubstr("destructor ran"))));
+}
+
+TEST(FailFastDeathTest, HookSeesTheReasonFirst)
+{
+    EXPECT_EXIT(
+        {
+            QZSTD::SetFailFastHook([](const char* sz) { std::fprintf(stderr, "hooked <%s>\n", sz); });
+            QZSTD::FailFast("why");
+        },
+        testing::ExitedWithCode(1), "hooked <why>");
 }
 
 }  // namespace

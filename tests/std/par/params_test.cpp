@@ -1,13 +1,27 @@
-// Params operations: names, order, errors, copies, comparison, freezing.
+// Params operations: names, order, errors, copies, comparison, freezing; the value types (payload
+// rules, comparison, copies, argument checks, the factory, the shared string buffer), the typed access
+// by name with its error texts and the trace text of a Params; pooling (recycled memory,
+// clean state after recycling, cross-thread release, no allocations); and concurrent use (frozen trees
+// read without locks, one tree shared by a writer and readers, comparisons in opposite directions).
 #include "std/par/params.h"
 
+#include <atomic>
+#include <cmath>
+#include <cstring>
 #include <functional>
+#include <limits>
 #include <map>
 #include <random>
+#include <thread>
 #include <vector>
 
+#include "std/par/dump.h"
 #include "std/par/errors.h"
 #include "std/par/paramshelpers.h"
+#include "std/par/paramsimpl.h"
+#include "std/par/pool.h"
+#include "std/par/sharedstr.h"
+#include "std/par/valuesimpl.h"
 #include "std/strconv.h"
 #include "tests/std/par/testutil.h"
 
@@ -16,6 +30,7 @@ namespace {
 
 using QZSTD::CAutoPtr;
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 const char* const STD = QZSTD::Err::MODULE;
 const char* const PAR = Err::MODULE;
@@ -58,10 +73,8 @@ TEST(ParamsEntries, RefusedCallsNameTheArgumentAndChangeNothing)
         {[&] { p->SetValue(L"a", CreateInt(1)); }, PAR, Err::DOES_NOT_EXIST, L"a"},
         {[&] { p->GetValue(L"none", &pValue); }, PAR, Err::DOES_NOT_EXIST, L"none"},
         {[&] { p->AddValue(nullptr, CreateInt(1)); }, STD, BAD, L"name"},
-        {[&] { p->AddValue(L"", CreateInt(1)); }, STD, BAD, L"name"},
         {[&] { p->ReplaceValue(L"keep", nullptr); }, STD, BAD, L"value"},
         {[&] { p->SetValue(L"keep", nullptr); }, STD, BAD, L"value"},
-        {[&] { p->DeleteValue(L"", true); }, STD, BAD, L"name"},
         {[&] { p->GetValue(L"keep", nullptr); }, STD, BAD, L"ppValue"},
         {[&] { p->GetValueNoThrow(L"keep", &pRawFull); }, STD, BAD, L"ppValue"},
         {[&] { p->Compare(nullptr); }, STD, BAD, L"pParams"},
@@ -318,6 +331,428 @@ TEST(ParamsFreezeDeathTest, EveryMutationOfAFrozenParamsEndsTheProcess)
     };
     for (const auto& fn : mutations)
         EXPECT_EXIT(fn(), testing::ExitedWithCode(1), "change to a read-only Params");
+}
+
+// ---- pooling ----
+
+TEST(ValuesPoolTest, AReleasedObjectIsReusedInACleanStateAndLetsGoOfWhatItHeld)
+{
+    CAutoPtr<Params> p = CreateParams();
+    SetIntValue(p, L"x", 1);
+    p->MakeReadOnly();
+    const void* pvOld = p.Get();
+    p.Reset();
+    CAutoPtr<Params> pAgain = CreateParams();
+    EXPECT_EQ(static_cast<const void*>(pAgain.Get()), pvOld);
+    EXPECT_EQ(pAgain->GetSize(), 0);
+    EXPECT_FALSE(IsReadOnly(pAgain));
+    SetIntValue(pAgain, L"y", 2);  // writable again
+
+    CAutoPtr<StringValue> pString = CreateString(L"old");
+    const void* pvString = pString.Get();
+    pString.Reset();
+    CAutoPtr<StringValue> pNewString;
+    GetValuesFactory()->CreateStringValue(&pNewString);
+    EXPECT_EQ(static_cast<const void*>(pNewString.Get()), pvString);
+    EXPECT_STREQ(pNewString->GetValue(), L"");
+
+    // A recycled value lets go of what it held.
+    CAutoPtr<Params> pNested = CreateParams();
+    CAutoPtr<ParamsValue> pHolder = CreateParamsValue(pNested);
+    EXPECT_EQ(pNested->AddRef(), 3);
+    pNested->Release();
+    pHolder.Reset();
+    EXPECT_EQ(pNested->AddRef(), 2);  // only ours again
+    pNested->Release();
+}
+
+TEST(ValuesPoolTest, CreateAndReleaseFromThePoolDoNotAllocate)
+{
+    CreateInt(0);  // warms this thread's pool
+    const size_t nBefore = Testing::AllocationCount();
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(CreateInt(i)->GetValue(), i);
+    EXPECT_EQ(Testing::AllocationCount(), nBefore);
+}
+
+TEST(ValuesPoolTest, ObjectsReleasedOnAnotherThreadJoinThatThreadsPool)
+{
+    std::vector<CAutoPtr<IntValue>> vecValues;
+    for (int i = 0; i < 10; ++i)
+        vecValues.push_back(CreateInt(i));
+    uint32_t nFreeThere = 0;
+    std::thread([&] {
+        const uint32_t nBefore = QZSTD_POOL2::GetPooledFreeCount<CIntValue>();
+        vecValues.clear();
+        nFreeThere = QZSTD_POOL2::GetPooledFreeCount<CIntValue>() - nBefore;
+        EXPECT_EQ(CreateInt(42)->GetValue(), 42);  // served from the blocks just returned
+    }).join();
+    EXPECT_EQ(nFreeThere, 10u);
+}
+
+TEST(ValuesPoolTest, FreeListIsBounded)
+{
+    std::vector<CAutoPtr<LongValue>> vecValues;
+    for (uint32_t i = 0; i < QZSTD_POOL2::POOL_MAX_FREE_PER_THREAD + 50; ++i)
+        vecValues.push_back(CreateLong(i));
+    vecValues.clear();
+    EXPECT_EQ(QZSTD_POOL2::GetPooledFreeCount<CLongValue>(), QZSTD_POOL2::POOL_MAX_FREE_PER_THREAD);
+}
+
+TEST(ParamsLookup, LookupsAndOverwritesDoNotAllocate)
+{
+    CAutoPtr<Params> p = CreateParams();
+    for (int i = 0; i < 1000; ++i)
+        SetIntValue(p, (L"key" + std::to_wstring(i)).c_str(), i);
+    CAutoPtr<IntValue> pNew = CreateInt(-1);
+    const size_t nBefore = Testing::AllocationCount();
+    int64_t nSum = 0;
+    for (int i = 0; i < 1000; i += 7) {
+        CAutoPtr<Value> pValue;
+        p->GetValue(L"key500", &pValue);
+        nSum += GetIntValue(pValue.Get());
+        nSum += p->DoesExist(L"key999") ? 1 : 0;
+    }
+    p->ReplaceValue(L"key1", pNew);  // existing name: no new shared name
+    EXPECT_EQ(Testing::AllocationCount(), nBefore);
+    EXPECT_EQ(nSum, 143 * 501);
+}
+
+// ---- threads ----
+
+constexpr int ENTRIES = 200;
+
+std::wstring Key(int i)
+{
+    return L"k" + std::to_wstring(i);
+}
+
+CAutoPtr<Params> MakeFilled()
+{
+    CAutoPtr<Params> p = CreateParams();
+    for (int i = 0; i < ENTRIES; ++i) {
+        CAutoPtr<Params> pNested = CreateParams();
+        SetIntValue(pNested, L"v", i);
+        SetParamsValue(p, Key(i).c_str(), pNested);
+    }
+    return p;
+}
+
+TEST(ParamsThreads, FrozenTreeIsReadWhileAnotherTreeChanges)
+{
+    CAutoPtr<Params> pFrozen = MakeFilled();
+    pFrozen->MakeReadOnly();
+    CAutoPtr<Params> pBusy = CreateParams();
+    std::atomic<int> nBad{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            for (int n = 0; n < 2000; ++n) {
+                const int i = n % ENTRIES;
+                if (GetIntValue(GetParamsValue(pFrozen, Key(i).c_str()), L"v") != i)
+                    ++nBad;
+            }
+        });
+    }
+    for (int t = 0; t < 2; ++t) {
+        threads.emplace_back([&, t] {
+            for (int n = 0; n < 2000; ++n) {
+                const std::wstring wstrKey = Key(t * 10000 + n % 50);
+                SetIntValue(pBusy, wstrKey.c_str(), n);
+                pBusy->DeleteValue(Key(t * 10000 + (n + 25) % 50).c_str(), false);
+            }
+        });
+    }
+    for (std::thread& th : threads)
+        th.join();
+    EXPECT_EQ(nBad.load(), 0);
+    EXPECT_EQ(pFrozen->GetSize(), ENTRIES);
+}
+
+TEST(ParamsThreads, WriterAndReadersShareOneTree)
+{
+    CAutoPtr<Params> p = CreateParams();
+    std::atomic<bool> bDone{false};
+    std::atomic<int> nBad{0};
+    std::vector<std::thread> readers;
+    for (int t = 0; t < 2; ++t) {
+        readers.emplace_back([&] {
+            while (!bDone) {
+                std::vector<std::wstring> vecNames;
+                p->GetNames(vecNames);
+                for (const std::wstring& wstr : vecNames) {
+                    // Every entry "k<i>" holds i; a missing one was deleted meanwhile.
+                    const int32_t n = GetIntValue(p, wstr.c_str(), std::stoi(wstr.substr(1)));
+                    if (L"k" + std::to_wstring(n) != wstr)
+                        ++nBad;
+                }
+            }
+        });
+    }
+    for (int n = 0; n < 3000; ++n) {
+        SetIntValue(p, Key(n % 100).c_str(), n % 100);
+        if (n % 3 == 0)
+            p->DeleteValue(Key((n * 7) % 100).c_str(), false);
+    }
+    bDone = true;
+    for (std::thread& th : readers)
+        th.join();
+    EXPECT_EQ(nBad.load(), 0);
+    std::vector<std::wstring> vecNames;
+    p->GetNames(vecNames);
+    EXPECT_EQ(static_cast<size_t>(p->GetSize()), vecNames.size());
+}
+
+TEST(ParamsThreads, OppositeComparisonsAndCopiesDoNotDeadlock)
+{
+    CAutoPtr<Params> pA = MakeFilled();
+    CAutoPtr<Params> pB = MakeFilled();
+    auto Work = [](Params* pOne, Params* pTwo) {
+        for (int n = 0; n < 200; ++n) {
+            pOne->Compare(pTwo);
+            pOne->CopyFromShared(pTwo);
+        }
+    };
+    std::thread th1(Work, pA.Get(), pB.Get());
+    std::thread th2(Work, pB.Get(), pA.Get());
+    th1.join();
+    th2.join();
+    EXPECT_EQ(pA->Compare(pB), 0);
+}
+
+// ---- the value types, the typed access by name and the trace text ----
+
+CAutoPtr<Value> CloneOf(Value* p)
+{
+    CAutoPtr<Value> pCopy;
+    p->Clone(&pCopy);
+    return pCopy;
+}
+
+// A NUL inside a string is kept: proven by the stream round trip in serialize_test.cpp.
+TEST(StringValues, NullEqualsEmpty)
+{
+    CAutoPtr<StringValue> pNull = CreateString(static_cast<const wchar_t*>(nullptr));
+    CAutoPtr<StringValue> pEmpty = CreateString(L"");
+    EXPECT_STREQ(pNull->GetValue(), L"");
+    EXPECT_STREQ(pEmpty->GetValue(), L"");
+    EXPECT_EQ(pNull->Compare(pEmpty), 0);
+    EXPECT_TRUE(pEmpty->GetShared().empty());  // no buffer held
+}
+
+TEST(ValueCompare, OtherTypesByTheIdsSameTypesByPayload)
+{
+    EXPECT_EQ(CreateInt(5)->Compare(CreateLong(5)), Value::INT_T - Value::LONG_T);
+    EXPECT_EQ(CreateArray()->Compare(CreateString(L"")), Value::ARRAY_T - Value::STRING_T);
+    EXPECT_QZ_ERROR(CreateInt(5)->Compare(nullptr), STD, QZSTD::Err::BAD_PARAM, L"pValue");
+    // (smaller, larger) pairs of each type.
+    const uint8_t ab[] = {1, 2, 3};
+    CAutoPtr<Params> pSmall = CreateParams();
+    CAutoPtr<Params> pLarge = CreateParams();
+    SetIntValue(pLarge, L"a", 1);
+    CAutoPtr<ArrayValue> pArrNull = CreateArray(1);
+    CAutoPtr<ArrayValue> pArrOne = CreateArray(1);
+    pArrOne->SetAt(0, CreateInt(0));
+    const double dNan = std::numeric_limits<double>::quiet_NaN();
+    const double dInf = std::numeric_limits<double>::infinity();
+    const std::vector<std::pair<CAutoPtr<Value>, CAutoPtr<Value>>> pairs = {
+        {CreateString(L"A"), CreateString(L"a")},
+        {CreateString(L"ab"), CreateString(L"abc")},
+        {CreateBool(false), CreateBool(true)},
+        {CreateInt(-1), CreateInt(1)},
+        {CreateLong(INT64_MIN), CreateLong(INT64_MAX)},
+        {CreateDateTime(-1), CreateDateTime(0)},
+        {CreateDate("2020-12-31"), CreateDate("2021-01-01")},
+        {CreateBinary(ab, 2), CreateBinary(ab, 3)},
+        {CreateBinary(ab + 1, 2), CreateBinary(ab + 2, 1)},
+        {CreateFloat(-0.5f), CreateFloat(0.25f)},
+        {CreateDouble(dInf), CreateDouble(dNan)},
+        {CreateParamsValue(nullptr), CreateParamsValue(pSmall)},
+        {CreateParamsValue(pSmall), CreateParamsValue(pLarge)},
+        {CreateArray(0), CreateArray(1)},
+        {pArrNull, pArrOne},
+    };
+    for (const auto& [pSmaller, pLarger] : pairs) {
+        SCOPED_TRACE(pSmaller->GetType());
+        EXPECT_EQ(pSmaller->Compare(pLarger), -1);
+        EXPECT_EQ(pLarger->Compare(pSmaller), 1);
+        EXPECT_EQ(pSmaller->Compare(CloneOf(pSmaller)), 0);
+    }
+    EXPECT_EQ(CreateDouble(dNan)->Compare(CreateDouble(dNan)), 0);
+    EXPECT_EQ(CreateDouble(-0.0)->Compare(CreateDouble(0.0)), 0);
+}
+
+TEST(BinaryValues, CopyNeedsBytesAdoptedBufferFreedOnceByLastOwner)
+{
+    CAutoPtr<BinaryValue> p = CreateBinary(nullptr, 0);
+    EXPECT_EQ(p->GetData(), nullptr);
+    EXPECT_QZ_ERROR(p->SetValue(nullptr, 3), STD, QZSTD::Err::ASSERTION,
+                    L"(value && bytes > 0) || (bytes == 0)");
+    static int s_nFreed = 0;
+    s_nFreed = 0;
+    auto Free = [](void* pBuffer, void* pContext) {
+        ++s_nFreed;
+        EXPECT_EQ(pContext, &s_nFreed);
+        delete[] static_cast<uint8_t*>(pBuffer);
+    };
+    uint8_t abKept[1] = {};  // stays the caller's on an error
+    EXPECT_QZ_ERROR(p->AttachBuffer(abKept, 1, nullptr, nullptr), PAR, Err::WRONG_FREE_CALLBACK, L"");
+    EXPECT_QZ_ERROR(p->AttachBuffer(nullptr, 1, Free, nullptr), PAR, Err::WRONG_BUFFER, L"");
+    p->AttachBuffer(new uint8_t[2]{7, 8}, 2, Free, &s_nFreed);
+    CAutoPtr<Value> pCopy = CloneOf(p);
+    p.Reset();
+    EXPECT_EQ(s_nFreed, 0);
+    EXPECT_EQ(GetBinaryValue(pCopy), (std::vector<uint8_t>{7, 8}));
+    pCopy.Reset();
+    EXPECT_EQ(s_nFreed, 1);
+}
+
+TEST(ArrayValues, SizeLimitIndexesAndDeepClone)
+{
+    CAutoPtr<ArrayValue> p = CreateArray(2);
+    EXPECT_QZ_ERROR(p->SetSize(2147483647), STD, QZSTD::Err::BAD_PARAM, L"size");
+    EXPECT_EQ(p->GetSize(), 2u);
+    CAutoPtr<Value> pElement;
+    p->GetAt(1, &pElement);
+    EXPECT_FALSE(pElement);
+    EXPECT_QZ_ERROR(p->SetAt(2, CreateInt(1)), STD, QZSTD::Err::OUT_OF_RANGE, L"");
+    EXPECT_QZ_ERROR(p->GetAt(2, &pElement), STD, QZSTD::Err::OUT_OF_RANGE, L"");
+    p->SetSize(0);
+    EXPECT_EQ(p->GetSize(), 0u);
+    CAutoPtr<Params> pNested = CreateParams();
+    p->SetSize(2);
+    p->SetAt(0, CreateParamsValue(pNested));
+    CAutoPtr<ArrayValue> pCopy = GetArrayValue(CloneOf(p));
+    EXPECT_EQ(pCopy->Compare(p), 0);
+    CAutoPtr<Value> pFirst, pSecond;
+    pCopy->GetAt(0, &pFirst);
+    pCopy->GetAt(1, &pSecond);
+    EXPECT_NE(GetParamsValue(pFirst).Get(), pNested.Get());
+    EXPECT_FALSE(pSecond);
+}
+
+TEST(ValuesFactoryTest, EveryTypeByIdOthersRefusedUnpooledAlike)
+{
+    for (int nType = Value::STRING_T; nType <= Value::ARRAY_T; ++nType) {
+        CAutoPtr<Value> p;
+        GetValuesFactory()->CreateValue(nType, &p);
+        EXPECT_EQ(p->GetType(), nType);
+    }
+    CAutoPtr<DateTimeValue> pTime;
+    GetValuesFactory()->CreateDateTimeValue(&pTime);
+    EXPECT_EQ(pTime->GetValue(), DateTimeValue::NO_TIME);  // a new time is "no time", not 1970
+    for (int nType : {0, 12, -1}) {
+        CAutoPtr<Value> p;
+        EXPECT_QZ_ERROR(GetValuesFactory()->CreateValue(nType, &p), PAR, Err::WRONG_VALUE, L"");
+    }
+    CAutoPtr<IntValue> p = CAutoPtr<IntValue>::Adopt(new QZSTD::RcClassImpl<CIntValue>());
+    p->SetValue(5);
+    EXPECT_EQ(p->Compare(CreateInt(5)), 0);
+    CAutoPtr<Params> pParams = CAutoPtr<Params>::Adopt(new QZSTD::RcClassImpl<CParamsImpl>());
+    pParams->AddValue(L"x", p);
+    EXPECT_EQ(GetIntValue(pParams, L"x"), 5);
+}
+
+TEST(ParamsHelpers, MissingAndMistypedEntriesNameTheEntry)
+{
+    CAutoPtr<Params> p = CreateParams();
+    SetLongValue(p, L"long", 5);
+    EXPECT_QZ_ERROR(GetIntValue(p, L"long"), PAR, Err::WRONG_TYPE, L"long");
+    EXPECT_QZ_ERROR(GetIntValue(p, L"long", 0), PAR, Err::WRONG_TYPE, L"long");
+    EXPECT_QZ_ERROR(GetStringValue(p, L"none"), PAR, Err::DOES_NOT_EXIST, L"none");
+    EXPECT_QZ_ERROR(GetParamsValue(p, L"none"), PAR, Err::DOES_NOT_EXIST, L"none");
+    EXPECT_QZ_ERROR(GetIntValue(nullptr, L"x"), STD, QZSTD::Err::BAD_PARAM, L"pParams");
+    EXPECT_QZ_ERROR(SetIntValue(nullptr, L"x", 1), STD, QZSTD::Err::BAD_PARAM, L"pParams");
+    EXPECT_EQ(GetStringValue(p, L"none", L"dflt"), L"dflt");
+    EXPECT_EQ(GetLongValue(p, L"long", 3), 5);
+    EXPECT_FALSE(FindValue(p, L"none"));
+    const QZSTD::QZError e = Testing::CatchError([&] { p->AddValue(L"long", CreateInt(2)); });
+    EXPECT_EQ(e.GetMessage(), L"Parameter with name \"long\" already exists");
+}
+
+TEST(ParamsHelpers, ValueGettersAssertTheTypeButReadANullArrayElementAsEmpty)
+{
+    EXPECT_QZ_ERROR(GetIntValue(CreateLong(1).Get()), STD, QZSTD::Err::ASSERTION,
+                    L"!pX || pX->GetType() == QZPAR::Value::INT_T");
+    EXPECT_QZ_ERROR(GetParamsValue(CreateInt(1).Get()), STD, QZSTD::Err::ASSERTION,
+                    L"pParamsValue && pParamsValue->GetType() == QZPAR::Value::PARAMS_T");
+    EXPECT_EQ(GetIntValue(static_cast<Value*>(nullptr)), 0);
+    EXPECT_EQ(GetStringValue(static_cast<Value*>(nullptr)), L"");
+}
+
+TEST(DumpParamsTest, EveryTypeOneLineEachNestedIndented)
+{
+    const uint8_t ab[] = {1, 2, 3};
+    CAutoPtr<Params> pNested = CreateParams();
+    SetBoolValue(pNested, L"flag", true);
+    CAutoPtr<ArrayValue> pList = CreateArray(3);
+    pList->SetAt(0, CreateLong(7));
+    pList->SetAt(2, CreateParamsValue(pNested));
+    CAutoPtr<Params> p = CreateParams();
+    SetStringValue(p, L"title", L"Setup \"done\"");
+    SetBoolValue(p, L"b", false);
+    SetIntValue(p, L"count", -5);
+    SetLongValue(p, L"big", INT64_C(10000000000));
+    SetDateTimeValue(p, L"when", 1700000000);
+    SetDateTimeValue(p, L"never", -1);
+    SetDateValue(p, L"day", "2024-02-29");
+    SetBinaryValue(p, L"blob", ab, sizeof ab);
+    SetFloatValue(p, L"f", 0.1f);
+    SetDoubleValue(p, L"d", 2.5);
+    SetParamsValue(p, L"nested", pNested);
+    SetParamsValue(p, L"nothing", nullptr);
+    SetArrayValue(p, L"list", pList);
+    EXPECT_EQ(DumpParams(p),
+              L"b = (BOOL_T)false\n"
+              L"big = (LONG_T)10000000000\n"
+              L"blob = BINARY_T (size =3)\n"
+              L"count = (INT_T)-5\n"
+              L"d = (DOUBLE_T)2.5\n"
+              L"day = (DATE_T)2024-02-29\n"
+              L"f = (FLOAT_T)0.1\n"
+              L"list (ARRAY_T)\n"
+              L"    [0] = (LONG_T)7\n"
+              L"    [1] = <null>\n"
+              L"    [2] (PARAMS_T)\n"
+              L"        flag = (BOOL_T)true\n"
+              L"nested (PARAMS_T)\n"
+              L"    flag = (BOOL_T)true\n"
+              L"never = (DATE_TIME_T)-1\n"
+              L"nothing (PARAMS_T) <null> \n"
+              L"title = (STRING_T)\"Setup \"done\"\"\n"
+              L"when = (DATE_TIME_T)1700000000 (2023-11-14 22:13:20 UTC)\n");
+}
+
+// Null, indent, control characters that must not break the line, and a Params that contains itself
+// (stops at the depth limit).
+TEST(DumpParamsTest, NullIndentControlsAndSelfReference)
+{
+    EXPECT_EQ(DumpParams(nullptr), L"<null>\n");
+    CAutoPtr<Params> p = CreateParams();
+    SetStringValue(p, L"a\nb", L"one\ntwo\x01");
+    EXPECT_EQ(DumpParams(p, 1), L"    a\\nb = (STRING_T)\"one\\ntwo\\x01\"\n");
+    SetParamsValue(p, L"self", p);
+    EXPECT_THAT(DumpParams(p), HasSubstr(L"self (PARAMS_T) <nested too deep>\n"));
+    p->Clear();  // breaks the cycle so that the tree can be released
+}
+
+TEST(ValuesDeathTest, BadTimeOrCorruptedSharedStringEndsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    CAutoPtr<DateTimeValue> p = CreateDateTime(0);
+    EXPECT_EXIT(p->SetValue(-2), testing::ExitedWithCode(1), "DateTimeValue below -1");
+    EXPECT_EXIT(
+        {
+            SharedString sh(L"x");
+            sh.GetHeader()->nRef.store(0);
+        },
+        testing::ExitedWithCode(1), "released more often than it was referenced");
+    EXPECT_EXIT(
+        {
+            SharedString sh(L"x");
+            sh.GetHeader()->nTag = 0;
+        },
+        testing::ExitedWithCode(1), "corrupted shared string");
 }
 
 }  // namespace
