@@ -1,20 +1,65 @@
+// The package helpers of common/: the "$HEX_" form of ini values, the package description (qpd file
+// and companion), the package folder (key files, copies) and the localization data of the agent.
 #include "common/qpdfile.h"
 #include "common/ansicp.h"
+#include "common/localization.h"
+#include "common/ristrutils.h"
 #include "common/rmtinstutils.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <optional>
+#include <tuple>
 
 #include "std/error.h"
+#include "std/par/paramshelpers.h"
+#include "std/par/serialize.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 #include "tests/testutil/memoryfiles.h"
 
 namespace {
 
+using QZRI::DecodeHexString;
+using QZRI::EncodeHexString;
 using QZRI::QpdFile;
 using QZRI::QpdValueOrigin;
+
+TEST(HexString, EncodesUtf16LeInUpperCaseHexDecodesPrefixedValuesPassesPlainTextAndRoundTripsEveryCharacter)
+{
+    EXPECT_EQ(EncodeHexString(L"a b"), L"$HEX_610020006200");
+    EXPECT_EQ(EncodeHexString(L"\u00E9\u20AC\U0001F600"), L"$HEX_E900AC203DD800DE")
+        << "surrogate pair above U+FFFF";
+    EXPECT_EQ(EncodeHexString(L""), L"") << "an empty value carries no prefix";
+    EXPECT_EQ(DecodeHexString(L"$HEX_610020006200"), L"a b");
+    EXPECT_EQ(DecodeHexString(L"$HEX_e900ac203dd800de"), L"\u00E9\u20AC\U0001F600") << "lower-case digits";
+    EXPECT_EQ(DecodeHexString(L"$HEX_"), L"");
+    EXPECT_EQ(DecodeHexString(L""), L"");
+    EXPECT_EQ(DecodeHexString(L"setup.exe /s \"x\""), L"setup.exe /s \"x\"");
+    EXPECT_EQ(DecodeHexString(L"$hex_6100"), L"$hex_6100") << "the prefix is upper case";
+    EXPECT_EQ(DecodeHexString(L"$HEX_00004100"), std::wstring(L"\0A", 2));
+    std::wstring wstr = L"\"quoted\"\r\n\t\\";
+    for (wchar_t c = 1; c < 0xD800; c = static_cast<wchar_t>(c + 7))
+        wstr += c;
+    for (wchar_t c = 0xE000; c < 0xFFFF; c = static_cast<wchar_t>(c + 5))
+        wstr += c;
+    wstr += L"\U00010000\U0010FFFF";
+    EXPECT_EQ(DecodeHexString(EncodeHexString(wstr)), wstr);
+}
+
+TEST(HexString, MalformedHexValuesRaiseBadParameter)
+{
+    const auto BadValue = testing::Throws<QZSTD::QZError>(
+        testing::AllOf(testing::Property(&QZSTD::QZError::GetCode, 1187),
+                       testing::Property(&QZSTD::QZError::GetArgs, testing::ElementsAre(L"value"))));
+    for (const wchar_t* sz :
+         {L"$HEX_610", L"$HEX_61", L"$HEX_61002", L"$HEX_6G00", L"$HEX_61 0", L"$HEX_-100"})
+        EXPECT_THAT([sz] { DecodeHexString(sz); }, BadValue) << testing::PrintToString(std::wstring(sz));
+}
+
+// ---- the package description ----
 
 std::wstring Native(const std::wstring& wstr)
 {
@@ -58,8 +103,8 @@ QZSTD::CAutoPtr<QpdFile> InMemory(const std::string& strQpd, const std::string& 
 
 TEST(QpdFile, TheQpdFileIsAnsiTheCompanionUtf8AndTheSentinelCountsAsAbsent)
 {
-    QZSTD::CAutoPtr<QpdFile> pQpd = InMemory(
-        "[S]\nq=caf\xE9\nn=3\nm=5\nk=D3F45DA0-29F6-46dc-ACC7-0E5898F9724D\n", "[S]\nu=caf\xC3\xA9\nn=7\n");
+    QZSTD::CAutoPtr<QpdFile> pQpd = InMemory("[S]\nq=caf\xE9\nn=3\nk=D3F45DA0-29F6-46dc-ACC7-0E5898F9724D\n",
+                                             "[S]\nu=caf\xC3\xA9\nn=7\n");
     EXPECT_EQ(pQpd->GetString(L"S", L"u", nullptr), L"caf\x00E9");
     EXPECT_FALSE(pQpd->GetAnsiParser()->IsUtf8());
     EXPECT_TRUE(pQpd->GetUtf8Parser()->IsUtf8());
@@ -67,7 +112,6 @@ TEST(QpdFile, TheQpdFileIsAnsiTheCompanionUtf8AndTheSentinelCountsAsAbsent)
     EXPECT_NE(pQpd->GetString(L"S", L"q", nullptr), L"caf\xFFFD");
     EXPECT_EQ(pQpd->GetString(L"S", L"k", L"dflt"), L"dflt");
     EXPECT_EQ(pQpd->GetInt(L"S", L"n", 0), 7);
-    EXPECT_EQ(pQpd->GetInt(L"S", L"m", 0), 5);
     EXPECT_EQ(pQpd->GetInt(L"S", L"Nowhere", -4), -4);
 }
 
@@ -174,6 +218,51 @@ TEST(Copy, UsesTheProviderWhenGivenElseCopiesAndOverwrites)
     EXPECT_EQ(QZTEST::ReadFileBytes(folder.Join(L"dst.bin")), "new content");
     EXPECT_THROW(QZRI::Copy(folder.Join(L"none.bin"), folder.Join(L"dst2.bin"), nullptr), QZSTD::QZError);
     EXPECT_FALSE(QZTEST::PathExists(folder.Join(L"dst2.bin")));
+}
+
+// ---- the localization data ----
+
+// One "qzrimsg.dat" as the agent may find it (szBytes: a file that is not a Params file; nullopt
+// tag: the value absent; bIntTag: the value with another type), and the tag and loc ini name it gives.
+TEST(Localization, LanguageTagAndLocIniFileFollowQzrimsgDat)
+{
+    const std::tuple<const char*, std::optional<std::wstring>, bool, const wchar_t*, const wchar_t*> cases[] =
+        {
+            {nullptr, L"de-DE", false, L"de-DE", L"de-de.ini"},
+            {nullptr, L"\x0416-X", false, L"\x0416-X", L"\x0436-x.ini"},  // non-ASCII capitals lowered
+            {nullptr, std::nullopt, false, L"", L".ini"},
+            {nullptr, std::nullopt, true, L"", L".ini"},
+            {"", std::nullopt, false, L"", L".ini"},  // no file
+            {"[not]\nparams=1\n", std::nullopt, false, L"", L".ini"},
+        };
+    for (const auto& [szBytes, tag, bIntTag, szTag, szIniName] : cases) {
+        SCOPED_TRACE(testing::PrintToString(szIniName) + (szBytes ? szBytes : ""));
+        QZTEST::TempFolder agent, package;
+        const std::wstring wstrDat = agent.Join(L"qzrimsg.dat");
+        QZSTD::CAutoPtr<QZPAR::Params> pParams = QZPAR::CreateParams();
+        QZPAR::SetStringValue(pParams, L"QZRI_MSG_DATA_TIMEOUT_EXPIRED", L"Timeout elapsed.");
+        if (tag)
+            QZPAR::SetStringValue(pParams, L"QZRI_SERVER_LANGUAGE_TAG", *tag);
+        if (bIntTag)
+            QZPAR::SetIntValue(pParams, L"QZRI_SERVER_LANGUAGE_TAG", 7);
+        if (!szBytes)
+            QZPAR::WriteParamsFile(wstrDat, pParams);
+        else if (*szBytes)
+            QZTEST::WriteFileBytes(wstrDat, szBytes);
+        EXPECT_EQ(QZRI::GetLanguageTagFromLocalizationData(agent.Path()), szTag);
+        EXPECT_EQ(
+            QZRI::GetQpdLocIniFile(package.Join(L"pkg.qpd"), agent.Path()),
+            QZRI::WideFromPath(
+                QZRI::PathFromWide(package.Join(std::wstring(L"qpd.loc/") + szIniName)).make_preferred()));
+        // The whole tree, or 1205 when the file is missing.
+        if (!szBytes)
+            EXPECT_EQ(QZPAR::GetStringValue(QZRI::GetLocalizationData(agent.Path()),
+                                            L"QZRI_MSG_DATA_TIMEOUT_EXPIRED"),
+                      L"Timeout elapsed.");
+        else if (!*szBytes)
+            EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZRI::GetLocalizationData(agent.Path()); }),
+                      QZSTD::Err::FILE_NOT_FOUND);
+    }
 }
 
 }  // namespace

@@ -18,13 +18,8 @@ namespace {
 using namespace QZSTD;
 using Args = std::vector<std::wstring>;
 
-struct SplitCase
-{
-    std::wstring wstrCmdLine;
-    Args vecExpected;
-};
-
-const SplitCase kCases[] = {
+// A command line and the words it splits into.
+const std::pair<std::wstring, Args> kCases[] = {
     {L"", {L""}},
     {L"  a b", {L"", L"a", L"b"}},
     // Program name: quotes delimit anywhere in it, backslashes are plain characters.
@@ -51,8 +46,8 @@ const SplitCase kCases[] = {
 
 TEST(CmdLine, SplitsLikeTheRuntime)
 {
-    for (const SplitCase& c : kCases)
-        EXPECT_EQ(SplitCommandLine(c.wstrCmdLine), c.vecExpected) << testing::PrintToString(c.wstrCmdLine);
+    for (const auto& [wstrCmdLine, vecExpected] : kCases)
+        EXPECT_EQ(SplitCommandLine(wstrCmdLine), vecExpected) << testing::PrintToString(wstrCmdLine);
 }
 
 std::wstring RandomWord(std::mt19937& rng, std::wstring_view wsvAlphabet, size_t nMaxLen)
@@ -133,8 +128,8 @@ size_t CompareWithShell(const std::wstring& wstrCmdLine)
 TEST(CmdLine, AgreesWithCommandLineToArgvWWhereItIsDocumentedToAgree)
 {
     size_t nCompared = 0;
-    for (const SplitCase& c : kCases)
-        nCompared += CompareWithShell(c.wstrCmdLine);
+    for (const auto& [wstrCmdLine, vecExpected] : kCases)
+        nCompared += CompareWithShell(wstrCmdLine);
     std::mt19937 rng(42);
     const std::wstring wstrNames[] = {L"prog", L"\"C:\\Program Files\\a.exe\"", L"C:\\a\\b.exe", L"\"x\""};
     for (int n = 0; n < 400; ++n)

@@ -6,13 +6,12 @@
 #include "std/par/params.h"
 
 #include <atomic>
-#include <cmath>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <map>
 #include <random>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "std/par/dump.h"
@@ -59,15 +58,9 @@ TEST(ParamsEntries, RefusedCallsNameTheArgumentAndChangeNothing)
     CAutoPtr<Value> pFull = CreateInt(2);
     Value* pRawFull = pFull;
     CAutoPtr<Value> pValue;
-    struct Row
-    {
-        std::function<void()> fn;
-        const char* szModule;
-        int nCode;
-        const wchar_t* szArg;
-    };
     const int BAD = QZSTD::Err::BAD_PARAM;
-    const Row rows[] = {
+    // The call, the module and code it raises, and the argument the error names.
+    const std::tuple<std::function<void()>, const char*, int, const wchar_t*> rows[] = {
         {[&] { p->AddValue(L"keep", CreateInt(2)); }, PAR, Err::ALREADY_EXISTS, L"keep"},
         {[&] { p->DeleteValue(L"y", true); }, PAR, Err::DOES_NOT_EXIST, L"y"},
         {[&] { p->SetValue(L"a", CreateInt(1)); }, PAR, Err::DOES_NOT_EXIST, L"a"},
@@ -84,9 +77,8 @@ TEST(ParamsEntries, RefusedCallsNameTheArgumentAndChangeNothing)
         {[&] { QZSTD::QueryInterface<EnumValues>(p)->Enumerate(nullptr); }, STD, BAD, L"pCallback"},
         {[&] { QZSTD::QueryInterface<EnumValues>(p)->CreateEnumerator(nullptr); }, STD, BAD, L"pEnum"},
     };
-    for (size_t i = 0; i < std::size(rows); ++i) {
-        SCOPED_TRACE("row " + std::to_string(i) + " (" + QZSTD::WideToUtf8(rows[i].szArg) + ")");
-        EXPECT_QZ_ERROR(rows[i].fn(), rows[i].szModule, rows[i].nCode, rows[i].szArg);
+    for (const auto& [fn, szModule, nCode, szArg] : rows) {
+        EXPECT_QZ_ERROR(fn(), szModule, nCode, szArg);
         EXPECT_THAT(NamesOf(p), ElementsAre(L"keep"));
         EXPECT_EQ(GetIntValue(p, L"keep"), 1);
     }
@@ -198,14 +190,7 @@ TEST(ParamsOrder, EnumerationAndEnumeratorWalkASnapshotInNameOrder)
         pEnum->Reset();
     }
     EXPECT_EQ(wstrSeen, L"x1y2x1y2");
-}
-
-TEST(ParamsInterfaces, QueryInterfaceByQualifiedName)
-{
-    CAutoPtr<Params> p = CreateParams();
-    CAutoPtr<EnumValues> pEnum = QZSTD::QueryInterface<EnumValues>(p);
-    EXPECT_EQ(QZSTD::QueryInterface<Params>(QZSTD::QueryInterface<ParamsInternal>(pEnum)).Get(), p.Get());
-    void* pv = &pv;
+    void* pv = &pv;  // an interface the Params does not have
     EXPECT_FALSE(p->QueryInterface("QZPAR::Value", &pv));
     EXPECT_EQ(pv, nullptr);
 }
@@ -280,7 +265,6 @@ TEST(ParamsCopy, CopyFromSharedKeepsValueObjectsCopyFromDoesNot)
         EXPECT_EQ(GetStringValue(pDest, L"s"), L"shared text");
     }
     EXPECT_EQ(Get(pShared, L"nested").Get(), Get(pSrc, L"nested").Get());
-    EXPECT_NE(Get(pDeep, L"nested").Get(), Get(pSrc, L"nested").Get());
     EXPECT_NE(GetParamsValue(pDeep, L"nested").Get(), GetParamsValue(pSrc, L"nested").Get());
     EXPECT_EQ(GetParamsValue(pDeep, L"nested")->Compare(GetParamsValue(pSrc, L"nested")), 0);
     CAutoPtr<Params> pBefore;  // a copy from itself keeps the entries
@@ -311,26 +295,6 @@ TEST(ParamsFreeze, MakeReadOnlyReachesParamsInsideArrays)
     for (Params* p : {pRoot.Get(), pDirect.Get(), pInArray.Get(), pInInnerArray.Get()})
         EXPECT_TRUE(IsReadOnly(p));
     EXPECT_EQ(GetIntValue(pRoot, L"missing", 7), 7);  // reads still work
-}
-
-TEST(ParamsFreezeDeathTest, EveryMutationOfAFrozenParamsEndsTheProcess)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    CAutoPtr<Params> p = MakeTree();
-    CAutoPtr<Params> pOther = MakeTree();
-    p->MakeReadOnly();
-    const std::vector<std::function<void()>> mutations = {
-        [&] { p->AddValue(L"new", CreateInt(1)); },
-        [&] { p->ReplaceValue(L"s", CreateInt(1)); },
-        [&] { p->SetValue(L"s", CreateInt(1)); },
-        [&] { p->DeleteValue(L"s", false); },
-        [&] { p->Clear(); },
-        [&] { p->CopyFrom(pOther); },
-        [&] { p->CopyFromShared(pOther); },
-        [&] { GetParamsValue(p, L"nested")->Clear(); },
-    };
-    for (const auto& fn : mutations)
-        EXPECT_EXIT(fn(), testing::ExitedWithCode(1), "change to a read-only Params");
 }
 
 // ---- pooling ----
@@ -366,15 +330,6 @@ TEST(ValuesPoolTest, AReleasedObjectIsReusedInACleanStateAndLetsGoOfWhatItHeld)
     pNested->Release();
 }
 
-TEST(ValuesPoolTest, CreateAndReleaseFromThePoolDoNotAllocate)
-{
-    CreateInt(0);  // warms this thread's pool
-    const size_t nBefore = Testing::AllocationCount();
-    for (int i = 0; i < 100; ++i)
-        EXPECT_EQ(CreateInt(i)->GetValue(), i);
-    EXPECT_EQ(Testing::AllocationCount(), nBefore);
-}
-
 TEST(ValuesPoolTest, ObjectsReleasedOnAnotherThreadJoinThatThreadsPool)
 {
     std::vector<CAutoPtr<IntValue>> vecValues;
@@ -399,18 +354,19 @@ TEST(ValuesPoolTest, FreeListIsBounded)
     EXPECT_EQ(QZSTD_POOL2::GetPooledFreeCount<CLongValue>(), QZSTD_POOL2::POOL_MAX_FREE_PER_THREAD);
 }
 
-TEST(ParamsLookup, LookupsAndOverwritesDoNotAllocate)
+TEST(ValuesPoolTest, PooledCreationLookupsAndOverwritesDoNotAllocate)
 {
     CAutoPtr<Params> p = CreateParams();
     for (int i = 0; i < 1000; ++i)
         SetIntValue(p, (L"key" + std::to_wstring(i)).c_str(), i);
     CAutoPtr<IntValue> pNew = CreateInt(-1);
+    CreateInt(0);  // warms this thread's pool
     const size_t nBefore = Testing::AllocationCount();
     int64_t nSum = 0;
     for (int i = 0; i < 1000; i += 7) {
         CAutoPtr<Value> pValue;
         p->GetValue(L"key500", &pValue);
-        nSum += GetIntValue(pValue.Get());
+        nSum += GetIntValue(pValue.Get()) + CreateInt(0)->GetValue();
         nSum += p->DoesExist(L"key999") ? 1 : 0;
     }
     p->ReplaceValue(L"key1", pNew);  // existing name: no new shared name
@@ -543,7 +499,6 @@ TEST(StringValues, NullEqualsEmpty)
 TEST(ValueCompare, OtherTypesByTheIdsSameTypesByPayload)
 {
     EXPECT_EQ(CreateInt(5)->Compare(CreateLong(5)), Value::INT_T - Value::LONG_T);
-    EXPECT_EQ(CreateArray()->Compare(CreateString(L"")), Value::ARRAY_T - Value::STRING_T);
     EXPECT_QZ_ERROR(CreateInt(5)->Compare(nullptr), STD, QZSTD::Err::BAD_PARAM, L"pValue");
     // (smaller, larger) pairs of each type.
     const uint8_t ab[] = {1, 2, 3};
@@ -653,7 +608,7 @@ TEST(ValuesFactoryTest, EveryTypeByIdOthersRefusedUnpooledAlike)
     EXPECT_EQ(GetIntValue(pParams, L"x"), 5);
 }
 
-TEST(ParamsHelpers, MissingAndMistypedEntriesNameTheEntry)
+TEST(ParamsHelpers, MissingAndMistypedEntriesNameTheEntryValueGettersAssertTheType)
 {
     CAutoPtr<Params> p = CreateParams();
     SetLongValue(p, L"long", 5);
@@ -668,10 +623,7 @@ TEST(ParamsHelpers, MissingAndMistypedEntriesNameTheEntry)
     EXPECT_FALSE(FindValue(p, L"none"));
     const QZSTD::QZError e = Testing::CatchError([&] { p->AddValue(L"long", CreateInt(2)); });
     EXPECT_EQ(e.GetMessage(), L"Parameter with name \"long\" already exists");
-}
-
-TEST(ParamsHelpers, ValueGettersAssertTheTypeButReadANullArrayElementAsEmpty)
-{
+    // The getters of a value assert its type but read a null array element as empty.
     EXPECT_QZ_ERROR(GetIntValue(CreateLong(1).Get()), STD, QZSTD::Err::ASSERTION,
                     L"!pX || pX->GetType() == QZPAR::Value::INT_T");
     EXPECT_QZ_ERROR(GetParamsValue(CreateInt(1).Get()), STD, QZSTD::Err::ASSERTION,
@@ -736,9 +688,14 @@ TEST(DumpParamsTest, NullIndentControlsAndSelfReference)
     p->Clear();  // breaks the cycle so that the tree can be released
 }
 
-TEST(ValuesDeathTest, BadTimeOrCorruptedSharedStringEndsTheProcess)
+TEST(ValuesDeathTest, FrozenParamsChangeBadTimeOrCorruptedSharedStringEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // Every change to a Params passes the one frozen check: one change through a nested Params proves it.
+    CAutoPtr<Params> pFrozen = MakeTree();
+    pFrozen->MakeReadOnly();
+    EXPECT_EXIT(GetParamsValue(pFrozen, L"nested")->Clear(), testing::ExitedWithCode(1),
+                "change to a read-only Params");
     CAutoPtr<DateTimeValue> p = CreateDateTime(0);
     EXPECT_EXIT(p->SetValue(-2), testing::ExitedWithCode(1), "DateTimeValue below -1");
     EXPECT_EXIT(
