@@ -62,7 +62,7 @@ run_agent() {
   rc=$?
   set -e
   echo "command line: $exe $*"
-  echo "exit code:    $rc   (codes: docs/agent.md, \"Exit codes\")"
+  echo "exit code:    $rc   (the low 8 bits a shell sees; the whole code is on the trace's \"Exit code:\" line; docs/agent.md, \"Exit codes\")"
   echo "trace ($work/trace/\$qzriwrp.txt), timestamps cut:"
   sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /' "$work/trace/\$qzriwrp.txt"
   echo "files in the package folder:"

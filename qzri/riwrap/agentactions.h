@@ -3,7 +3,7 @@
 // agents' services. QZCS_Main only decides; these do.
 //
 // This build contains none of them yet: UnavailableActions ends each such run with a trace line that
-// says so and an exit code of its own (qzri/riwrap/exitcodes.h). Tests put a recording fake here to
+// says so and an exit code of its own (qzri/riwrap/riresult.h). Tests put a recording fake here to
 // check the decisions.
 #pragma once
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "qzri/riwrap/exitcodes.h"
 #include "qzri/riwrap/qzriwrap.h"
+#include "qzri/riwrap/riresult.h"
 #include "std/cmdline.h"
 #include "std/strconv.h"
 
@@ -18,6 +18,6 @@ int main(int argc, char** argv)
             vecArgs.push_back(QZSTD::Utf8ToWide(argv[i]));
         return QZRI::RunProcess(QZSTD::JoinCommandLine(vecArgs));
     } catch (...) {
-        return QZRI::ExitCode::GENERAL_ERROR;
+        return QZRI::QZRI_RSLT_GENERAL_ERROR;
     }
 }

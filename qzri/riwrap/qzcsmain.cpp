@@ -7,7 +7,7 @@
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/cmdlinekeys.h"
-#include "qzri/riwrap/exitcodes.h"
+#include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/runtime.h"
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/tracefiles.h"
@@ -34,19 +34,19 @@ int ExitCodeOf(InitResult eResult)
 {
     switch (eResult) {
         case InitResult::OK:
-            return ExitCode::SUCCESS;
+            return QZRI_RSLT_NO_ERROR;
         case InitResult::NO_PACKAGE_DESCRIPTION:
-            return ExitCode::NO_PACKAGE_DESCRIPTION;
+            return QZRI_RSLT_NO_PACKAGE_DESCRIPTION;
         case InitResult::UNEXPECTED_REBOOT:
-            return ExitCode::UNEXPECTED_REBOOT;
+            return QZRI_RSLT_UNEXPECTED_REBOOT;
         case InitResult::MANAGED_BY_OTHER_SERVER:
-            return ExitCode::MANAGED_BY_OTHER_SERVER;
+            return QZRI_RSLT_MANAGED_BY_OTHER_SERVER;
         case InitResult::DAMAGED_STATE:
-            return ExitCode::DAMAGED_STATE;
+            return QZRI_RSLT_DAMAGED_STATE;
         case InitResult::FAILED:
             break;
     }
-    return ExitCode::INIT_FAILED;
+    return QZRI_RSLT_INIT_FAILED;
 }
 
 // A restart of the agent's service that is to rerun the setup first removes the services that earlier
@@ -160,14 +160,14 @@ int QZCS_Main(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& 
     QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
     QZINITMAIN::InitInstallerTrace("Installer");
     QZINITMAIN::CInitMainUt_Init initMain("qzriwrap");
-    int nExitCode = ExitCode::GENERAL_ERROR;
+    int nExitCode = QZRI_RSLT_GENERAL_ERROR;
     try {
         nExitCode = RunSteps(wstrCmdLine, vecArgs, services, actions);
     } catch (const std::exception& e) {
         QZ_TRACE_EXCEPTION(e);
     }
     initMain.TearDown();
-    QZ_TRACE_I(L"%hs: Exit code: %d.\n", QZ_SCOPE_NAME, nExitCode);
+    QZ_TRACE_I(L"%hs: Exit code: %ls.\n", QZ_SCOPE_NAME, DescribeResultCode(nExitCode));
     return nExitCode;
 }
 

@@ -33,7 +33,7 @@ inline constexpr const wchar_t* FORCE_REBOOT_FILE = L"$qzriwrp_frb.flg";
 void RemoveForceRebootFile(AgentOs& os, const std::wstring& wstrDirPath);
 
 // One run with the given command line (raw text and its split words), the operating-system services
-// and the hand-overs; returns the exit code (qzri/riwrap/exitcodes.h). Never throws. g_pData points at
+// and the hand-overs; returns the exit code (qzri/riwrap/riresult.h). Never throws. g_pData points at
 // the run data while it runs.
 int QZCS_Main(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& vecArgs,
               const AgentServices& services, AgentActions& actions);

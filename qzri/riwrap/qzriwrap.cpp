@@ -8,9 +8,9 @@
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
-#include "qzri/riwrap/exitcodes.h"
 #include "qzri/riwrap/qzcsmain.h"
 #include "qzri/riwrap/reports.h"
+#include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/runtime.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
@@ -67,7 +67,7 @@ int RunProcess(const std::wstring& wstrCmdLine) noexcept
         QZ_TRACE_EXCEPTION(e);
     } catch (...) {
     }
-    return ExitCode::GENERAL_ERROR;
+    return QZRI_RSLT_GENERAL_ERROR;
 }
 
 }  // namespace QZRI

@@ -255,13 +255,14 @@ TEST(Localization, LanguageTagAndLocIniFileFollowQzrimsgDat)
             QZRI::WideFromPath(
                 QZRI::PathFromWide(package.Join(std::wstring(L"qpd.loc/") + szIniName)).make_preferred()));
         // The whole tree, or 1205 when the file is missing.
-        if (!szBytes)
+        if (!szBytes) {
             EXPECT_EQ(QZPAR::GetStringValue(QZRI::GetLocalizationData(agent.Path()),
                                             L"QZRI_MSG_DATA_TIMEOUT_EXPIRED"),
                       L"Timeout elapsed.");
-        else if (!*szBytes)
+        } else if (!*szBytes) {
             EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZRI::GetLocalizationData(agent.Path()); }),
                       QZSTD::Err::FILE_NOT_FOUND);
+        }
     }
 }
 

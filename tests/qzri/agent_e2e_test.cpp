@@ -10,7 +10,7 @@
 
 #include <filesystem>
 
-#include "qzri/riwrap/exitcodes.h"
+#include "qzri/riwrap/riresult.h"
 #include "std/par/paramshelpers.h"
 #include "std/profile.h"
 #include "std/ss/settingsstorage.h"
@@ -102,7 +102,9 @@ protected:
 
 TEST_F(AgentRunTest, PlainRunOnAPackageStopsWhereThisBuildEnds)
 {
-    ASSERT_EQ(RunAgent({L"TASK_ID=T-17", L"RI_ID=r1"}), ExitCode::RUN_EXECUTABLE_NOT_AVAILABLE) << Dump();
+    ASSERT_EQ(RunAgent({L"TASK_ID=T-17", L"RI_ID=r1"}),
+              QZRITEST::ExitStatusOf(QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE))
+        << Dump();
     EXPECT_TRUE(Traced({
         "QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0: '" +
             QZSTD::WideToUtf8(TraceFile(L"$qzriwrp.txt")) + "'.",
@@ -118,7 +120,8 @@ TEST_F(AgentRunTest, PlainRunOnAPackageStopsWhereThisBuildEnds)
         "QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" + Pkg() + "$qzriwrp_frb.flg'",
         "QZRIWRP I QZCS_Main: Ready to run executable.",
         "QZRIWRP E QZCS_Main: RunExecutable is not available in this build.",
-        "QZRIWRP I QZCS_Main: Exit code: 20.",
+        "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE (536871120, 0x200000D0, the "
+        "agent's own).",
     })) << Dump();
     const std::string strCmdLine = m_vecRecords.size() > 1 ? m_vecRecords[1] : "";
     EXPECT_EQ(strCmdLine.rfind("QZRIWRP I QZCS_Main: Command line: ", 0), 0u) << Dump();
@@ -161,7 +164,7 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
     const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"1"));
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"cmdline", L"$HEX_610020006200"));
-    ASSERT_EQ(RunAgent({L"QZRI$ID=svc1"}), ExitCode::UNEXPECTED_REBOOT) << Dump();
+    ASSERT_EQ(RunAgent({L"QZRI$ID=svc1"}), QZRITEST::ExitStatusOf(QZRI_RSLT_UNEXPECTED_REBOOT)) << Dump();
     EXPECT_TRUE(Traced({"QZRIWRP I RiWrpData::GetServiceRunParams from " + Pkg() + "$qzriwrp.ini",
                         "QZRIWRP I RiWrpData::GetServiceRunParams: m_eAct = 1 (QZRI_ACTION_RUNNING_SETUP), "
                         "m_nStartCounter = 0.",
@@ -175,7 +178,8 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
     ASSERT_TRUE(CreateAgentService(wstrService, L"\"" + AgentPath() + L"\" QZRI$ID=" + wstrServiceId));
 #endif
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"42"));
-    ASSERT_EQ(RunAgent({L"QZRI$ID=" + wstrServiceId}), ExitCode::DAMAGED_STATE) << Dump();
+    ASSERT_EQ(RunAgent({L"QZRI$ID=" + wstrServiceId}), QZRITEST::ExitStatusOf(QZRI_RSLT_DAMAGED_STATE))
+        << Dump();
 #ifdef _WIN32
     EXPECT_FALSE(AgentServiceExists(wstrService));
     const char* szRemoved = "QZRIWRP I RemoveService: Service removed.";
@@ -185,16 +189,19 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
     EXPECT_TRUE(
         Traced({"QZRIWRP E QZCS_Main: Initialization failed...",
                 "QZRIWRP I RemoveService: Trying to remove service " + QZSTD::WideToUtf8(wstrService) + ".",
-                szRemoved, "QZRIWRP I QZCS_Main: Exit code: 14."}))
+                szRemoved,
+                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_DAMAGED_STATE (536871109, 0x200000C5, the agent's "
+                "own)."}))
         << Dump();
 
     QZTEST::RemoveAll(wstrIni);
     QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
-    ASSERT_EQ(RunAgent({L"TASK_ID=T-1"}), ExitCode::NO_PACKAGE_DESCRIPTION) << Dump();
+    ASSERT_EQ(RunAgent({L"TASK_ID=T-1"}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_PACKAGE_DESCRIPTION)) << Dump();
     EXPECT_TRUE(
         Traced({"QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\" (written "
                 "to the trace only: result reporting is not available in this build).",
-                "QZRIWRP I QZCS_Main: Exit code: 11."}))
+                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, "
+                "the agent's own)."}))
         << Dump();
 }
 
@@ -209,7 +216,7 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
     QZPAR::SetStringValue(pEntries, L"QZNAG_SRVID", L"srv-B");
     pStorage->ReplaceEntries(L"1103", L"1.0.0.0", L"global", pEntries);
 
-    ASSERT_EQ(RunAgent({}), ExitCode::MANAGED_BY_OTHER_SERVER) << Dump();
+    ASSERT_EQ(RunAgent({}), QZRITEST::ExitStatusOf(QZRI_RSLT_MANAGED_BY_OTHER_SERVER)) << Dump();
     EXPECT_TRUE(
         Traced({"QZRIWRP I RiWrpData::Initialize: nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_NEVER'",
                 "QZRIWRP I RiWrpData::Initialize: wstrParentServerID = 'srv-A'",
@@ -217,7 +224,8 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
                 "QZRI W QZRI::ReportResult: QZRI_MSG_DATA_COMPLETE_SKIPPED \"Installation is not required. "
                 "Host is managed by another Server\" (written to the trace only: result reporting is not "
                 "available in this build).",
-                "QZRIWRP I QZCS_Main: Exit code: 13."}))
+                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_MANAGED_BY_OTHER_SERVER (536871108, 0x200000C4, "
+                "the agent's own)."}))
         << Dump();
 }
 

@@ -2,6 +2,7 @@
 // tested this way natively and, under Wine, as a Windows process started by a Windows process.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,16 @@ inline constexpr int CHILD_TIMED_OUT = -2;
 // The child's exit code (the full 32-bit code on Windows), or one of the two values above; a child
 // that runs longer than nTimeoutMs is killed.
 int RunChild(const std::wstring& wstrProgram, const std::vector<std::wstring>& vecArgs, unsigned nTimeoutMs);
+
+// The exit status a parent sees for an exit code: the whole code on Windows, its low 8 bits elsewhere.
+inline int ExitStatusOf(int32_t nCode)
+{
+#ifdef _WIN32
+    return nCode;
+#else
+    return nCode & 0xFF;
+#endif
+}
 
 // The id of the test process, for names that must not collide with another test run's.
 unsigned long CurrentProcessId();

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "qzri/riwrap/agentactions.h"
-#include "qzri/riwrap/exitcodes.h"
+#include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/tracefiles.h"
 #include "std/cmdline.h"
 #include "std/profile.h"
@@ -110,7 +110,7 @@ TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
     };
     const Row rows[] = {
         {"fresh start", nullptr, L"TASK_ID=T-17", 1603, false, 0, 0, 1603, L"RunExecutable",
-         "Exit code: 1603."},
+         "Exit code: 1603 (the setup's own)."},
         {"silent start cleans up first", nullptr, L"/s MASTER_SERVICE_ID=m1", 0, false, 0, 0, 0,
          L"Cleanup(m1) RunExecutable", "Silent mode is enabled, cleanup another RI service id 'm1'."},
         {"cleanup ends the run", nullptr, L"-S MASTER_SERVICE_ID=m1", 0, false, 24, 0, 24, L"Cleanup(m1)",
@@ -149,7 +149,7 @@ TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
         Traced({"QZRIWRP I QZCS_Main: Command line: qzriwrap.exe QZRI$ID=svc1 QZRI$RBTWRK /s",
                 "Installer I QZINITMAIN::CInitMainUt_Init: main module 'qzriwrap' torn down; no cloud "
                 "storage was set up.",
-                "QZRIWRP I QZCS_Main: Exit code: 0."}))
+                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_NO_ERROR (0, 0x0, the agent's own)."}))
         << Dump();
     EXPECT_TRUE(m_fakes.m_serviceControl.m_vecDeleted.empty());
 }
@@ -171,23 +171,24 @@ TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOv
     const std::wstring wstrMarker = m_wstrPkg + FORCE_REBOOT_FILE;
     QZTEST::WriteFileBytes(wstrMarker, "1");
     WriteRunParams(L"1");
-    EXPECT_EQ(Run(L"QZRI$ID=svc1"), ExitCode::UNEXPECTED_REBOOT);
+    EXPECT_EQ(Run(L"QZRI$ID=svc1"), QZRI_RSLT_UNEXPECTED_REBOOT);
     EXPECT_TRUE(m_actions.m_vecCalls.empty());
     EXPECT_TRUE(QZTEST::PathExists(wstrMarker)) << "the marker goes only once the run data is complete";
-    EXPECT_TRUE(
-        Traced({"QZRIWRP E QZCS_Main: Initialization failed...", "QZRIWRP I QZCS_Main: Exit code: 12."}))
+    EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: Initialization failed...",
+                        "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_UNEXPECTED_REBOOT (536871107, 0x200000C3, "
+                        "the agent's own)."}))
         << Dump();
 
     QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
-    EXPECT_EQ(Run(L""), ExitCode::NO_PACKAGE_DESCRIPTION);
+    EXPECT_EQ(Run(L""), QZRI_RSLT_NO_PACKAGE_DESCRIPTION);
 
     QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
                            "[ExtendedSettings]\r\nMgdByOtherSrv=1\r\nServerID=A\r\n");
     m_fakes.m_serverIds.m_wstrId = L"B";
-    EXPECT_EQ(Run(L""), ExitCode::MANAGED_BY_OTHER_SERVER);
+    EXPECT_EQ(Run(L""), QZRI_RSLT_MANAGED_BY_OTHER_SERVER);
 
     m_fakes.m_os.m_bModulePathFails = true;
-    EXPECT_EQ(Run(L""), ExitCode::INIT_FAILED);
+    EXPECT_EQ(Run(L""), QZRI_RSLT_INIT_FAILED);
     EXPECT_TRUE(m_actions.m_vecCalls.empty());
     EXPECT_TRUE(m_fakes.m_serviceControl.m_vecDeleted.empty());
 }
@@ -196,25 +197,30 @@ TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOv
 TEST_F(QzcsMainTest, DamagedStateRemovesTheServiceAndRunsNothing)
 {
     WriteRunParams(L"9");
-    EXPECT_EQ(Run(L"QZRI$ID=svc1 /s"), ExitCode::DAMAGED_STATE);
+    EXPECT_EQ(Run(L"QZRI$ID=svc1 /s"), QZRI_RSLT_DAMAGED_STATE);
     EXPECT_TRUE(m_actions.m_vecCalls.empty());
     EXPECT_EQ(m_fakes.m_serviceControl.m_vecDeleted, std::vector<std::wstring>{L"QZ Deployment Wrappersvc1"});
     EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: Initialization failed...",
                         "QZRIWRP I RemoveService: Trying to remove service QZ Deployment Wrappersvc1.",
-                        "QZRIWRP I RemoveService: Service removed.", "QZRIWRP I QZCS_Main: Exit code: 14."}))
+                        "QZRIWRP I RemoveService: Service removed.",
+                        "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_DAMAGED_STATE (536871109, 0x200000C5, the "
+                        "agent's own)."}))
         << Dump();
 
     m_fakes.m_serviceControl.m_failure = ServiceFailure{ServiceFailure::OPEN_SERVICE, 1060};
-    EXPECT_EQ(Run(L"QZRI$ID=svc1"), ExitCode::DAMAGED_STATE);
+    EXPECT_EQ(Run(L"QZRI$ID=svc1"), QZRI_RSLT_DAMAGED_STATE);
     EXPECT_TRUE(Traced({"QZRIWRP E RemoveService: OpenService failed - 1060"})) << Dump();
 }
 
 TEST_F(QzcsMainTest, AnErrorRaisedByAHandOverIsAGeneralError)
 {
     m_actions.m_bThrows = true;
-    EXPECT_EQ(Run(L""), ExitCode::GENERAL_ERROR);
+    EXPECT_EQ(Run(L""), QZRI_RSLT_GENERAL_ERROR);
     EXPECT_EQ(g_pData, nullptr);
-    EXPECT_TRUE(Traced({"QZRIWRP I QZCS_Main: Exit code: 2."})) << Dump();
+    EXPECT_TRUE(
+        Traced({"QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_GENERAL_ERROR (536871104, 0x200000C0, the agent's "
+                "own)."}))
+        << Dump();
 }
 
 }  // namespace
