@@ -18,6 +18,9 @@ std::wstring AnsiToWide(std::string_view svBytes);
 // The same into a buffer the caller keeps (its capacity is reused: no allocation for repeated reads).
 void AnsiToWide(std::string_view svBytes, std::wstring& wstrOut);
 
+// Encodes text in the ANSI code page; a character the code page lacks becomes '?'.
+std::string WideToAnsi(std::wstring_view wsvText);
+
 // The agent's wide paths as file-system paths and back. Windows takes wide names as they are; on Linux
 // names are UTF-8 bytes, and the standard conversion would go through the (usually "C") locale and
 // fail on any character outside ASCII.

@@ -74,6 +74,24 @@ std::wstring AnsiToWide(std::string_view svBytes)
     return wstrResult;
 }
 
+std::string WideToAnsi(std::wstring_view wsvText)
+{
+    std::string strOut;
+    strOut.reserve(wsvText.size());
+    for (const wchar_t wch : wsvText) {
+        if (wch < 0x80 || (wch >= 0xA0 && wch < 0x100)) {
+            strOut += static_cast<char>(wch);
+            continue;
+        }
+        char ch = '?';
+        for (unsigned n = 0; n < 32; ++n)
+            if (static_cast<wchar_t>(c_arrCp1252High[n]) == wch)
+                ch = static_cast<char>(0x80 + n);
+        strOut += ch;
+    }
+    return strOut;
+}
+
 std::filesystem::path PathFromWide(const std::wstring& wstrPath)
 {
     return std::filesystem::path(QZSTD::WideToUtf8(wstrPath));

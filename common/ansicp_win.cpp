@@ -31,6 +31,17 @@ std::wstring AnsiToWide(std::string_view svBytes)
     return wstrResult;
 }
 
+std::string WideToAnsi(std::wstring_view wsvText)
+{
+    if (wsvText.empty())
+        return std::string();
+    const int nChars = static_cast<int>(wsvText.size());
+    const int nBytes = WideCharToMultiByte(CP_ACP, 0, wsvText.data(), nChars, nullptr, 0, "?", nullptr);
+    std::string strOut(static_cast<size_t>(nBytes), '\0');
+    WideCharToMultiByte(CP_ACP, 0, wsvText.data(), nChars, strOut.data(), nBytes, "?", nullptr);
+    return strOut;
+}
+
 std::filesystem::path PathFromWide(const std::wstring& wstrPath)
 {
     return std::filesystem::path(wstrPath);

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 
 #include "common/ansicp.h"
@@ -70,6 +71,21 @@ std::wstring GetLocalWritableFolder(const std::wstring& wstrE2sStoragePath, QZRI
 std::wstring GetLocalWritableFolder()
 {
     return GetLocalWritableFolder(GetE2sStoragePath(), QZRI::SystemRegistry());
+}
+
+std::wstring CheckCreateZombieFile(const std::wstring& wstrDirPath, int32_t rebootState)
+{
+    QZ_TRACE_SCOPE("QZTSK", "QZTSK::CheckCreateZombieFile");
+    QZ_TRACE_I(L"wstrDirPath = '%ls', rebootState = %d", wstrDirPath, rebootState);
+    if (rebootState == 0)
+        return std::wstring();
+    const std::wstring wstrPath = Join(wstrDirPath, c_szZombieFile);
+    std::ofstream out(QZRI::PathFromWide(wstrPath), std::ios::app);
+    if (!out) {
+        QZ_TRACE_E(L"%hs: '%ls' could not be created.\n", QZ_SCOPE_NAME, wstrPath);
+        return std::wstring();
+    }
+    return wstrPath;
 }
 
 std::wstring BuildInstallerCommandLine(const std::wstring& wstrInstallerPath,

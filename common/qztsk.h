@@ -37,6 +37,16 @@ std::wstring GetLocalWritableFolder(const std::wstring& wstrE2sStoragePath, QZRI
 // The same with GetE2sStoragePath() and the machine's registry (on Linux: none, so the storage only).
 std::wstring GetLocalWritableFolder();
 
+// ---- the zombie file ----
+
+// The marker that keeps a package folder recognised as in use across a reboot, so that nothing cleans
+// it away while a restart is pending.
+inline constexpr const wchar_t* c_szZombieFile = L"$qzriwrp_zombie.tmp";
+
+// With a non-zero reboot state: creates the marker in the folder (kept when it is there already) and
+// returns its path. With 0, or when the marker cannot be created (traced): an empty path.
+std::wstring CheckCreateZombieFile(const std::wstring& wstrDirPath, int32_t rebootState);
+
 // ---- the setup run ----
 
 // The names in the working folder: the setup's standard error and the file with its exit code.

@@ -63,6 +63,11 @@ int GetProfileInt(const std::wstring& wstrFile, const wchar_t* szSection, const 
 bool WriteProfileString(const std::wstring& wstrFile, const wchar_t* szSection, const wchar_t* szKey,
                         const wchar_t* szValue);
 
+// Makes what WriteProfileString wrote reach the file before the file is moved or read by another
+// process. Windows keeps a cache of recently written ini files; elsewhere every write reaches the file
+// at once and this does nothing.
+void FlushProfile(const std::wstring& wstrFile);
+
 namespace ProfileArgs {
 
 inline bool HasLineBreak(const wchar_t* sz)

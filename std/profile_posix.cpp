@@ -397,4 +397,6 @@ bool WriteProfileString(const std::wstring& wstrFile, const wchar_t* szSection, 
     return WriteIniAtomically(strPath, ini);
 }
 
+void FlushProfile(const std::wstring&) {}
+
 }  // namespace QZSTD

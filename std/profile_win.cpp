@@ -31,4 +31,9 @@ bool WriteProfileString(const std::wstring& wstrFile, const wchar_t* szSection, 
     return WritePrivateProfileStringW(szSection, szKey, szValue, wstrFile.c_str()) != FALSE;
 }
 
+void FlushProfile(const std::wstring& wstrFile)
+{
+    WritePrivateProfileStringW(nullptr, nullptr, nullptr, wstrFile.c_str());
+}
+
 }  // namespace QZSTD

@@ -7,6 +7,7 @@
 namespace QZRI {
 
 class AgentOs;
+class Clock;
 class ReportSink;
 class ServerIdSource;
 class ServiceControl;
@@ -30,6 +31,8 @@ struct AgentServices
     ServerIdSource* m_pServerIds = nullptr;
     // Where results are reported.
     ReportSink* m_pReports = nullptr;
+    // The wall clock.
+    Clock* m_pClock = nullptr;
 };
 
 }  // namespace QZRI

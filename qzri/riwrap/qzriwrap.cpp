@@ -8,6 +8,7 @@
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/qzcsmain.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/riresult.h"
@@ -41,6 +42,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<ServiceControl> pServices = CreateSystemServiceControl();
     LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
     TraceReportSink reports;
+    SystemClock clock;
     UnavailableActions actions;
 
     AgentServices services;
@@ -50,6 +52,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pSessions = pSessions.get();
     services.m_pServerIds = &serverIds;
     services.m_pReports = &reports;
+    services.m_pClock = &clock;
     return QZCS_Main(runtime.CommandLine(), runtime.Arguments(), services, actions);
 }
 

@@ -95,6 +95,11 @@ public:
     std::wstring m_wstrParentServerID;
     std::wstring m_wstrCurrentServerID;
 
+    // The result file and the two description files of the file channel; empty: "setup.log",
+    // "ovxsetup.rep", "setuplog.txt".
+    std::wstring m_wstrResultFileName;
+    std::wstring m_wstrDescrFileName;
+    std::wstring m_wstrUnicodeDescrFileName;
     // The package description, read once; null for a GUI process, which reads none.
     QZSTD::CAutoPtr<QpdFile> m_pQpd;
     // The interactive user sessions at start-up, for the processes that ask or tell users something.

@@ -10,10 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "common/registry.h"
 #include "common/winsessions.h"
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
@@ -101,6 +103,29 @@ public:
     std::optional<QZRI::ServiceFailure> m_failure;
 };
 
+// A clock that stands still at m_tp.
+class FixedClock : public QZRI::Clock
+{
+public:
+    std::chrono::system_clock::time_point Now() override { return m_tp; }
+    std::chrono::system_clock::time_point m_tp{std::chrono::milliseconds(1763894400042)};
+};
+
+// Answers the shared-files folder of the local writable folder's fall-back, and nothing else.
+class FakeRegistry : public QZRI::Registry
+{
+public:
+    bool ReadLocalMachineString(const std::wstring&, const std::wstring& wstrValueName, std::wstring& wstrValue,
+                                QZRI::RegistryView) override
+    {
+        if (wstrValueName != L"Folder" || m_wstrSharedFolder.empty())
+            return false;
+        wstrValue = m_wstrSharedFolder;
+        return true;
+    }
+    std::wstring m_wstrSharedFolder;
+};
+
 // The stand-ins of one run, and the services structure that hands them to the agent's routines.
 struct TestServices
 {
@@ -112,6 +137,8 @@ struct TestServices
         services.m_pSessions = &m_sessions;
         services.m_pServerIds = &m_serverIds;
         services.m_pReports = &m_reports;
+        services.m_pRegistry = &m_registry;
+        services.m_pClock = &m_clock;
         return services;
     }
     TestOs m_os;
@@ -119,6 +146,8 @@ struct TestServices
     FakeSessions m_sessions;
     FakeServerId m_serverIds;
     RecordingReports m_reports;
+    FakeRegistry m_registry;
+    FixedClock m_clock;
 };
 
 // Records the hand-overs as "RunExecutable", "RunAsService", "AskUserForStart",

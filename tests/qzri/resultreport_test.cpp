@@ -1,0 +1,181 @@
+// The report channels against real files in a private folder: the result file, the description
+// files, the user-action file, the settings storage of the task channel and the request for the server.
+#include "qzri/riwrap/resultreport.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "qzri/riwrap/riwrpdata.h"
+#include "std/par/paramshelpers.h"
+#include "std/par/serialize.h"
+#include "std/ss/settingsstorage.h"
+#include "std/strconv.h"
+#include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
+
+namespace {
+
+using namespace QZRI;
+
+// "key=value" of the file's lines, in their order, line ends and blanks around '=' cut.
+std::vector<std::string> KeyLines(const std::wstring& wstrFile)
+{
+    std::vector<std::string> vecLines;
+    std::istringstream in(QZTEST::ReadFileBytes(wstrFile));
+    for (std::string str; std::getline(in, str);) {
+        std::erase_if(str, [](char c) { return c == '\r' || c == ' '; });
+        if (!str.empty() && str[0] != '[')
+            vecLines.push_back(str);
+    }
+    return vecLines;
+}
+
+class ResultReportTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_data.m_wstrDirPath = m_folder.MakeSubFolder(L"pkg");
+        m_data.m_bSilentModeCmdLine = true;
+        m_fakes.m_registry.m_wstrSharedFolder = m_folder.MakeSubFolder(L"shared");
+        QZTEST::MakeFolder(m_fakes.m_registry.m_wstrSharedFolder + L"Data");
+        // No management agent's storage names a writable folder: the registry's shared folder is taken.
+        QZTEST::SetEnv("QZ_LOCAL_SS_PATH", m_folder.Path() + L"none/local_ss.xml");
+    }
+    void TearDown() override { QZTEST::SetEnv("QZ_LOCAL_SS_PATH", L""); }
+    std::wstring Pkg(const wchar_t* szName) const { return m_data.m_wstrDirPath + szName; }
+    std::wstring E2s() const { return m_fakes.m_registry.m_wstrSharedFolder + L"Data/e2s_subscription.xml"; }
+    QZSTD::CAutoPtr<QZPAR::Params> TaskEntries()
+    {
+        return QZSTD::SettingsStorage::OpenReadOnly(E2s())->ReadSection(L".core", L".independent",
+                                                                        L"SubscriptionData");
+    }
+
+    QZTEST::TempFolder m_folder;
+    QZRITEST::TestServices m_fakes;
+    RiWrpData m_data;
+};
+
+// The keys and their order follow the process result, the result code (-50 counts as 0) and whether a
+// reboot left a zombie file; the description files only with a description.
+TEST_F(ResultReportTest, SetupLogKeysFollowTheResult)
+{
+    struct Row
+    {
+        int32_t nProcessResult;
+        int32_t nResultCode;
+        int32_t nErrClass;
+        bool bDescription;
+        int32_t nRebootState;
+        std::vector<std::string> vecKeys;
+    };
+    const std::string strZombie = "RebootZombieFile=" + QZSTD::WideToUtf8(Pkg(L"$qzriwrp_zombie.tmp"));
+    const Row rows[] = {
+        {0, 0, 0, false, 0, {"ProcessResultCode=0", "ResultCode=0", "ScriptResultCode=7"}},
+        {0, 5, 32, false, 0, {"ProcessResultCode=0", "ResultCode=5", "ErrorClass=32"}},
+        {0,
+         -50,
+         33,
+         true,
+         1,
+         {"ProcessResultCode=0", "ResultCode=-50", "ErrorClass=33", strZombie, "ScriptResultCode=7"}},
+        {0, -100, 0, false, 1, {"ProcessResultCode=0", "ResultCode=-100"}},
+        {1603, 5, 32, true, 0, {"ProcessResultCode=1603"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.vecKeys.back());
+        QZTEST::RemoveAll(Pkg(L"ovxsetup.rep"));
+        RiResult rslt;
+        rslt.m_nProcessResult = row.nProcessResult;
+        rslt.m_nResultCode = row.nResultCode;
+        rslt.m_nScriptResultCode = 7;
+        rslt.m_nErrClass = row.nErrClass;
+        rslt.m_wstrDescription = row.bDescription ? L"x" : L"";
+        rslt.m_rebootState = row.nRebootState;
+        EXPECT_EQ(ReportResult(m_data, rslt, m_fakes.Get()), row.nProcessResult);
+        EXPECT_EQ(KeyLines(Pkg(L"setup.log")), row.vecKeys);
+        EXPECT_EQ(QZTEST::PathExists(Pkg(L"ovxsetup.rep")), row.bDescription);
+        EXPECT_FALSE(QZTEST::PathExists(Pkg(L"setup.log.tmp~")));
+    }
+    RiResult rslt;
+    rslt.m_wstrDescription = L"Fertig \u20AC \u4E2D";
+    WriteSetupLog(m_data.m_wstrDirPath, rslt, L"r.log", L"d.txt", L"u.txt", m_fakes.Get());
+    EXPECT_EQ(QZTEST::ReadFileBytes(Pkg(L"d.txt")), "Fertig \x80 ?");
+    EXPECT_EQ(QZTEST::ReadFileBytes(Pkg(L"u.txt")), std::string("\xFF\xFE"
+                                                                "F\0e\0r\0t\0i\0g\0 \0\xAC\x20 \0\x2D\x4E",
+                                                                22));
+}
+
+TEST_F(ResultReportTest, TheChannelIsChosenBySilenceTaskIdAndProcessResult)
+{
+    m_data.m_bSilentModeCmdLine = false;
+    ReportResult(m_data, RiResult{}, m_fakes.Get());
+    EXPECT_EQ(QZTEST::FileNamesIn(m_data.m_wstrDirPath), std::vector<std::string>{})
+        << "interactive: nothing";
+
+    m_data.m_bSilentModeCmdLine = true;
+    m_data.m_wstrTaskId = L"T1";
+    ReportResult(m_data, RiResult{1603, 0, 0, 0, L"", 0}, m_fakes.Get());
+    EXPECT_FALSE(QZTEST::PathExists(E2s())) << "no process result: nothing";
+
+    // Another task's entries stay beside this task's.
+    m_data.m_wstrTaskId = L"T0";
+    ReportResult(m_data, RiResult{0, 0, 4, 0, L"old", 0}, m_fakes.Get());
+    m_data.m_wstrTaskId = L"T1";
+    ReportResult(m_data, RiResult{0, 0, 7, 33, L"", 1}, m_fakes.Get());
+    QZSTD::CAutoPtr<QZPAR::Params> p = TaskEntries();
+    const auto Nested = [&](const wchar_t* szEntry) { return QZPAR::GetParamsValue(p, szEntry); };
+    EXPECT_FALSE(QZPAR::GetBoolValue(Nested(L"TASK_ID"), L"T1"));
+    EXPECT_EQ(QZPAR::GetIntValue(Nested(L"TASK_ID_RSLT_CODE"), L"T1"), 7);
+    EXPECT_EQ(QZPAR::GetIntValue(Nested(L"TASK_ID_RSLT_CODE"), L"T0"), 4);
+    EXPECT_EQ(QZPAR::GetIntValue(Nested(L"TASK_ID_ERR_CLASS"), L"T1"), 33);
+    EXPECT_EQ(QZPAR::GetStringValue(Nested(L"TASK_ID_RSLT_DESCR"), L"T0"), L"old");
+    EXPECT_FALSE(QZPAR::FindValue(Nested(L"TASK_ID_RSLT_DESCR"), L"T1")) << "empty description: no value";
+    EXPECT_EQ(QZPAR::GetStringValue(Nested(L"TASK_ID_DEL_ON_RESTART"), L"T1"), Pkg(L"$qzriwrp_zombie.tmp"));
+
+    // Without a local writable folder nothing is written, and the run goes on.
+    m_fakes.m_registry.m_wstrSharedFolder.clear();
+    QZTEST::RemoveAll(E2s());
+    EXPECT_EQ(RiwrapReportResult(m_data, RiResult{}, m_fakes.Get()), 0);
+}
+
+TEST_F(ResultReportTest, UserActionsGoToAskusrOrUnderTheVirtualTaskId)
+{
+    ReportUserAction(m_data, USER_ACTION_DEFER, m_fakes.Get());
+    EXPECT_EQ(KeyLines(Pkg(L"askusr.log")),
+              (std::vector<std::string>{"ResultCode=2", "ResultTime=1763894400.042"}));
+
+    m_data.m_wstrTaskId = L"T1";
+    ReportUserAction(m_data, USER_ACTION_REBOOT_NOW, m_fakes.Get());
+    ReportUserAction(m_data, 9, m_fakes.Get());
+    QZSTD::CAutoPtr<QZPAR::Params> p = TaskEntries();
+    EXPECT_EQ(QZPAR::GetStringValue(QZPAR::GetParamsValue(p, L"TASK_ID_RSLT_DESCR"), L"T1_USR_RBTR"),
+              L"1763894400.042");
+    EXPECT_TRUE(QZPAR::FindValue(QZPAR::GetParamsValue(p, L"TASK_ID"), L"T1"));
+    // The reboot answer reaches the server through the request; action 9 has reboot state 0 and none.
+    QZSTD::CAutoPtr<QZPAR::Params> pRequest = QZPAR::ReadParamsFile(Pkg(L"$qzriwrp_srvri_T1_USR_RBTR.par"));
+    EXPECT_EQ(QZPAR::GetStringValue(pRequest, L"QZRI_SRVRI_TASK_ID"), L"T1_USR_RBTR");
+    EXPECT_TRUE(QZPAR::GetBoolValue(pRequest, L"QZRI_SRVRI_SEND"));
+    EXPECT_FALSE(QZTEST::PathExists(Pkg(L"$qzriwrp_srvri_T1.par")));
+}
+
+TEST_F(ResultReportTest, ARebootRequestCarriesTheResultAndACopyOfTheCompanion)
+{
+    QZTEST::WriteFileBytes(Pkg(L"p.qpd"), "[Setup]\r\n");
+    QZTEST::WriteFileBytes(Pkg(L"p.qud"), "[Product]\r\nName=X\r\n");
+    m_data.m_pQpd = QpdFile::Create(Pkg(L"p.qpd"));
+    m_data.m_wstrTaskId = L"task/7";
+    EXPECT_EQ(
+        RequestPxgReboot(m_data, m_data.m_wstrTaskId, RiResult{0, 3010, 0, 32, L"done", 0}, m_fakes.Get()),
+        L"");
+    const std::wstring wstrPath =
+        RequestPxgReboot(m_data, m_data.m_wstrTaskId, RiResult{0, 3010, 0, 32, L"done", 1}, m_fakes.Get());
+    EXPECT_EQ(wstrPath, Pkg(L"$qzriwrp_srvri_task_7.par"));
+    QZSTD::CAutoPtr<QZPAR::Params> p = QZPAR::ReadParamsFile(wstrPath);
+    EXPECT_EQ(QZPAR::GetStringValue(p, L"QZRI_SRVRI_RES_DESCR"), L"done");
+    EXPECT_EQ(QZPAR::GetIntValue(p, L"QZRI_SRVRI_RES_CODE"), 3010);
+    EXPECT_EQ(QZTEST::ReadFileBytes(QZPAR::GetStringValue(p, L"QZRI_SRVRI_QUD")), "[Product]\r\nName=X\r\n");
+}
+
+}  // namespace
