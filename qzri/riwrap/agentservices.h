@@ -7,6 +7,7 @@
 namespace QZRI {
 
 class AgentOs;
+class Autostart;
 class Clock;
 class ReportSink;
 class ServerIdSource;
@@ -33,6 +34,8 @@ struct AgentServices
     ReportSink* m_pReports = nullptr;
     // The wall clock.
     Clock* m_pClock = nullptr;
+    // Registering the agent to start again after a reboot.
+    Autostart* m_pAutostart = nullptr;
 };
 
 }  // namespace QZRI

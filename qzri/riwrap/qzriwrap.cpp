@@ -8,6 +8,7 @@
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/qzcsmain.h"
 #include "qzri/riwrap/reports.h"
@@ -43,6 +44,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
     TraceReportSink reports;
     SystemClock clock;
+    UnavailableAutostart autostart;
     UnavailableActions actions;
 
     AgentServices services;
@@ -53,6 +55,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pServerIds = &serverIds;
     services.m_pReports = &reports;
     services.m_pClock = &clock;
+    services.m_pAutostart = &autostart;
     return QZCS_Main(runtime.CommandLine(), runtime.Arguments(), services, actions);
 }
 

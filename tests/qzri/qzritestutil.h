@@ -15,6 +15,7 @@
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/serverid.h"
@@ -115,8 +116,8 @@ public:
 class FakeRegistry : public QZRI::Registry
 {
 public:
-    bool ReadLocalMachineString(const std::wstring&, const std::wstring& wstrValueName, std::wstring& wstrValue,
-                                QZRI::RegistryView) override
+    bool ReadLocalMachineString(const std::wstring&, const std::wstring& wstrValueName,
+                                std::wstring& wstrValue, QZRI::RegistryView) override
     {
         if (wstrValueName != L"Folder" || m_wstrSharedFolder.empty())
             return false;
@@ -124,6 +125,19 @@ public:
         return true;
     }
     std::wstring m_wstrSharedFolder;
+};
+
+// Records "Register(<action>)" and "Unregister".
+class RecordingAutostart : public QZRI::Autostart
+{
+public:
+    bool RegisterAutostart(QZRI::RiWrpData&, QZRI::QzriAction eAction) override
+    {
+        m_vecCalls.push_back(L"Register(" + std::to_wstring(eAction) + L")");
+        return true;
+    }
+    void UnregisterAutostart(QZRI::RiWrpData&) override { m_vecCalls.push_back(L"Unregister"); }
+    std::vector<std::wstring> m_vecCalls;
 };
 
 // The stand-ins of one run, and the services structure that hands them to the agent's routines.
@@ -139,6 +153,7 @@ struct TestServices
         services.m_pReports = &m_reports;
         services.m_pRegistry = &m_registry;
         services.m_pClock = &m_clock;
+        services.m_pAutostart = &m_autostart;
         return services;
     }
     TestOs m_os;
@@ -148,6 +163,7 @@ struct TestServices
     RecordingReports m_reports;
     FakeRegistry m_registry;
     FixedClock m_clock;
+    RecordingAutostart m_autostart;
 };
 
 // Records the hand-overs as "RunExecutable", "RunAsService", "AskUserForStart",

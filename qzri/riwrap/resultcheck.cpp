@@ -1,0 +1,264 @@
+// The result evaluation and the reboot decision.
+#include "qzri/riwrap/resultcheck.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "common/ansicp.h"
+#include "common/inifileparser.h"
+#include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/autostart.h"
+#include "qzri/riwrap/cmdlinekeys.h"
+#include "qzri/riwrap/resultreport.h"
+#include "qzri/riwrap/riwrpdata.h"
+#include "std/profile.h"
+#include "std/strconv.h"
+#include "std/trace.h"
+
+namespace QZRI {
+namespace {
+
+constexpr const char* MODULE = "QZRIWRP";
+constexpr const wchar_t* MANAGED_BY_OTHER_SERVER_TEXT =
+    L"Installation is not required. Host is managed by another Server";
+
+// A value of the package's list, or nothing when the code is not listed.
+bool FindListed(const QpdFile& qpd, const std::wstring& wstrSection, int32_t nCode, std::wstring& wstrText)
+{
+    QpdValueOrigin eOrigin = QpdValueOrigin::ABSENT;
+    wstrText = qpd.GetString(wstrSection, std::to_wstring(nCode), L"", &eOrigin);
+    return eOrigin != QpdValueOrigin::ABSENT;
+}
+
+// The text of a description file: UTF-16 (with or without a byte-order mark) or the ANSI code page.
+std::wstring ReadDescriptionFile(const std::wstring& wstrPath, bool bUtf16)
+{
+    std::ifstream in(PathFromWide(wstrPath), std::ios::binary);
+    const std::string strBytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (!bUtf16)
+        return AnsiToWide(strBytes);
+    std::u16string u16;
+    for (size_t n = 0; n + 1 < strBytes.size(); n += 2)
+        u16 += static_cast<char16_t>(static_cast<uint8_t>(strBytes[n]) |
+                                     (static_cast<uint8_t>(strBytes[n + 1]) << 8));
+    if (!u16.empty() && u16[0] == 0xFEFF)
+        u16.erase(0, 1);
+    return QZSTD::Utf16ToWide(u16);
+}
+
+// The description file the package names for the kind ("DescriptionFileU" first); empty when it names
+// none or the file is not there.
+std::wstring DescriptionFromFile(const QpdFile& qpd, const std::wstring& wstrKind)
+{
+    QZ_TRACE_SCOPE(MODULE, "QZRI::ParseResultCode");
+    for (const bool bUtf16 : {true, false}) {
+        const std::wstring wstrPath =
+            qpd.GetString(wstrKind, bUtf16 ? L"DescriptionFileU" : L"DescriptionFile", L"");
+        if (wstrPath.empty())
+            continue;
+        std::wstring wstrText = ReadDescriptionFile(wstrPath, bUtf16);
+        while (!wstrText.empty() &&
+               (wstrText.back() == L'\n' || wstrText.back() == L'\r' || wstrText.back() == 0))
+            wstrText.pop_back();
+        if (!wstrText.empty()) {
+            QZ_TRACE_I(L"Description from %ls: %ls\n", wstrPath, wstrText);
+            return wstrText;
+        }
+    }
+    return std::wstring();
+}
+
+int32_t FailReasonOf(const QpdFile& qpd, const std::wstring& wstrKind, int32_t nCode,
+                     const IniFileParser& result, const std::wstring& wstrSection)
+{
+    QZ_TRACE_SCOPE(MODULE, "QZRI::ParseResultCode");
+    std::wstring wstrReason;
+    if (FindListed(qpd, wstrKind + L"_FailReasons", nCode, wstrReason)) {
+        const int32_t nReason = ParseDecimal(wstrReason);
+        QZ_TRACE_I(L"Qpd-based reason value: %d\n", nReason);
+        return nReason;
+    }
+    const std::wstring wstrValue = qpd.GetString(wstrKind, L"FailReasonValue", L"");
+    if (!wstrValue.empty()) {
+        QZ_TRACE_I(L"Look for fail reason value in section %ls\n", wstrSection);
+        QZ_TRACE_I(L"Look for fail reason value in value %ls\n", wstrValue);
+        wstrReason = result.GetString(wstrSection, wstrValue, L"");
+        QZ_TRACE_I(L"Fail reason value: %ls\n", wstrReason);
+    }
+    if (wstrReason.empty()) {
+        QZ_TRACE_I(L"Fail reason not set.\n");
+        return -1;
+    }
+    const int32_t nReason = ParseDecimal(wstrReason);
+    QZ_TRACE_I(L"Fail reason %d\n", nReason);
+    return nReason;
+}
+
+const QpdFile& PackageOf(const RiWrpData& data)
+{
+    static const QZSTD::CAutoPtr<QpdFile> s_pNone = QpdFile::Create();
+    return data.m_pQpd ? *data.m_pQpd : *s_pNone;
+}
+
+}  // namespace
+
+ClassifiedCode ClassifyCode(const QpdFile& qpd, const std::wstring& wstrKind, int32_t nCode)
+{
+    QZ_TRACE_SCOPE(MODULE, "QZRI::ParseResultCode");
+    ClassifiedCode result;
+    if (FindListed(qpd, wstrKind + L"_ErrorCodes", nCode, result.wstrDescription)) {
+        result.eClass = CodeClass::ERROR;
+        QZ_TRACE_I(L"Description from error result code: %ls\n", result.wstrDescription);
+    } else if (FindListed(qpd, wstrKind + L"_WarningCodes", nCode, result.wstrDescription)) {
+        result.eClass = CodeClass::WARNING;
+        QZ_TRACE_I(L"Description from warning result code: %ls\n", result.wstrDescription);
+    } else if (FindListed(qpd, wstrKind + L"_SuccessCodes", nCode, result.wstrDescription)) {
+        result.eClass = CodeClass::SUCCESS;
+        QZ_TRACE_I(L"Description from success result code: %ls\n", result.wstrDescription);
+    } else if (nCode == QZRI_RSLT_MANAGED_BY_OTHER_SERVER) {
+        result.wstrDescription = MANAGED_BY_OTHER_SERVER_TEXT;
+        QZ_TRACE_I(L"Description from default parsing: %ls\n", result.wstrDescription);
+    } else {
+        result.wstrDescription = std::to_wstring(nCode);
+        QZ_TRACE_I(L"Description set to code: %ls\n", result.wstrDescription);
+    }
+    return result;
+}
+
+ParsedResult ParseResultCode(const QpdFile& qpd, const std::wstring& wstrKind,
+                             const std::wstring& wstrResultFile)
+{
+    QZ_TRACE_SCOPE(MODULE, "QZRI::ParseResultCode");
+    const std::wstring wstrSection = qpd.GetString(wstrKind, L"Section", L"");
+    const std::wstring wstrValue = qpd.GetString(wstrKind, L"Value", L"ResultCode");
+    QZ_TRACE_I(L"Parse result '%ls', section '%ls'\n", wstrResultFile, wstrSection);
+    QZ_TRACE_I(L"Look for sections, success: [%ls], error: [%ls], warning: [%ls]\n",
+               wstrKind + L"_SuccessCodes", wstrKind + L"_ErrorCodes", wstrKind + L"_WarningCodes");
+    ParsedResult parsed;
+    QZSTD::CAutoPtr<IniFileParser> pResult;
+    try {
+        pResult = IniFileParser::Create(wstrResultFile);
+        parsed.nCode = pResult->GetInt(wstrSection, wstrValue, 0, false);
+    } catch (const QZSTD::QZError& e) {
+        QZ_TRACE_EXCEPTION(e);
+        QZ_TRACE_W(L"%hs: No result in '%ls' [%ls] %ls.\n", QZ_SCOPE_NAME, wstrResultFile, wstrSection,
+                   wstrValue);
+        return parsed;
+    }
+    parsed.bFound = true;
+    QZ_TRACE_I(L"Result: %d\n", parsed.nCode);
+    parsed.classified = ClassifyCode(qpd, wstrKind, parsed.nCode);
+    parsed.nFailReason = FailReasonOf(qpd, wstrKind, parsed.nCode, *pResult, wstrSection);
+    if (std::wstring wstrDescr = DescriptionFromFile(qpd, wstrKind); !wstrDescr.empty())
+        parsed.classified.wstrDescription = std::move(wstrDescr);
+    return parsed;
+}
+
+bool CheckNeedRebootAndRerun(RiWrpData& data, int32_t lErrClass, bool bIsFinalCheck,
+                             const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, "CheckNeedRebootAndRerun");
+    QZ_TRACE_I(L"lErrClass = %d, bIsFinalCheck = %d", lErrClass, bIsFinalCheck ? 1 : 0);
+    if (lErrClass != ERR_CLASS_REBOOT_AND_RERUN && lErrClass != ERR_CLASS_REBOOT_AND_CHECK)
+        return false;
+    const bool bRerun = lErrClass == ERR_CLASS_REBOOT_AND_RERUN;
+    services.m_pAutostart->RegisterAutostart(data, bRerun ? QZRI_ACTION_RUN : QZRI_ACTION_CHECK_RESULT);
+    if (bIsFinalCheck)
+        ReportUserAction(data, bRerun ? USER_ACTION_REBOOT_NOW : USER_ACTION_REBOOT_LATER, services);
+    return true;
+}
+
+bool CheckResult(RiWrpData& data, const CheckInput& in, RiResult& rslt, int32_t& nExitCode,
+                 const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, "CheckResult");
+    QZ_TRACE_I(
+        L"%hs: bNeedProcessing = %d, bIsNagentUninstall = %d, bCheckProcessResult = %d, "
+        L"lProcessResultCode = %d, bIsFinalCheck = %d, bIsFirstPackage = %d",
+        QZ_SCOPE_NAME, in.bNeedProcessing, in.bIsNagentUninstall, in.bCheckProcessResult,
+        in.lProcessResultCode, in.bIsFinalCheck, in.bIsFirstPackage);
+    if (data.m_bSilentModeCmdLine && in.bIsFinalCheck) {
+        QZ_TRACE_I(L"%hs: data.m_bSilentModeCmdLine && bIsFinalCheck, unregister autostart", QZ_SCOPE_NAME);
+        services.m_pAutostart->UnregisterAutostart(data);
+    }
+    if (!in.bNeedProcessing) {
+        QZ_TRACE_I(L"return false, nExitCode = QZRI_RSLT_NO_ERROR(0)");
+        nExitCode = QZRI_RSLT_NO_ERROR;
+        return false;
+    }
+    const QpdFile& qpd = PackageOf(data);
+    const int32_t n = in.lProcessResultCode;
+    if (in.bNeedWaitForResult) {
+        QZ_TRACE_I(L"CheckResult:if bNeedWaitForResult");
+        nExitCode = n;
+        const bool bOsImage = qpd.GetString(L"Product", L"Name", L"") == L"pxe_osimage_package";
+        for (const wchar_t* szKind : {PROCESS_RESULT_KIND, MAIN_RESULT_KIND}) {
+            const std::wstring wstrFile = qpd.GetString(szKind, L"File", L"");
+            if (wstrFile.empty() || (bOsImage && szKind == MAIN_RESULT_KIND))
+                continue;
+            const ParsedResult parsed = ParseResultCode(qpd, szKind, wstrFile);
+            if (!parsed.bFound)
+                continue;
+            nExitCode = parsed.nCode;
+            rslt.m_wstrDescription = parsed.classified.wstrDescription;
+        }
+        return true;
+    }
+    if (in.bIsUninstall && in.bPrimitiveUninst) {
+        QZ_TRACE_I(L"CheckResult:if bIsUninstall && bPrimitiveUninst");
+        nExitCode = n;
+        return true;
+    }
+    if (n == -1 && data.m_bIsMsi) {
+        // Windows Installer's code could not be read: the result is checked after the restart.
+        QZ_TRACE_I(L"%hs: n == -1 && data.m_bIsMsi, n ==  '%d'.", QZ_SCOPE_NAME, n);
+        CheckNeedRebootAndRerun(data, ERR_CLASS_REBOOT_AND_CHECK, in.bIsFinalCheck, services);
+        rslt.m_nErrClass = ERR_CLASS_REBOOT_AND_CHECK;
+        nExitCode = QZRI_RSLT_NO_ERROR;
+        return true;
+    }
+    std::wstring wstrListed;
+    if (FindListed(qpd, NEED_REBOOT_SECTION, n, wstrListed) &&
+        CheckNeedRebootAndRerun(data, ERR_CLASS_REBOOT_AND_CHECK, in.bIsFinalCheck, services)) {
+        QZ_TRACE_I(L"CheckResult:else if CheckNeedRebootAndRerun, nExitCode = QZRI_RSLT_NO_ERROR");
+        rslt.m_nErrClass = ERR_CLASS_REBOOT_AND_CHECK;
+        rslt.m_rebootState = 1;
+        nExitCode = QZRI_RSLT_NO_ERROR;
+        return true;
+    }
+    rslt.m_wstrDescription = ClassifyCode(qpd, PROCESS_RESULT_KIND, n).wstrDescription;
+    QZ_TRACE_I(L"CheckResult:else else CheckNeedRebootAndRerun (wstrDescr = '%ls')", rslt.m_wstrDescription);
+    if (in.bIsFinalCheck || in.bIsFirstPackage)
+        QZ_TRACE_I(L"%hs: bIsFinalCheck || bIsFirstPackage, nExitCode = '%d'.", QZ_SCOPE_NAME, n);
+    QZ_TRACE_I(L"return true, nExitCode = lProcessResultCode(%d)", n);
+    nExitCode = n;
+    return true;
+}
+
+void LogSetupProcessFailure(const RiWrpData& data, int32_t nCode)
+{
+    QZ_TRACE_SCOPE(MODULE, "LogSetupProcessFailure");
+    const std::wstring wstrLog = data.m_wstrDirPath + SETUP_LOG_FILE;
+    if (!QZSTD::WriteProfileString(wstrLog, RESPONSE_SECTION, L"ProcessResultCode",
+                                   std::to_wstring(nCode).c_str()))
+        QZ_TRACE_E(L"%hs: '%ls' could not be written.\n", QZ_SCOPE_NAME, wstrLog);
+}
+
+bool UnavailableAutostart::RegisterAutostart(RiWrpData&, QzriAction eAction)
+{
+    QZ_TRACE_SCOPE(MODULE, "RegisterAutostart");
+    QZ_TRACE_E(L"RegisterAutostart(%d)...\n", static_cast<int>(eAction));
+    QZ_TRACE_E(L"%hs: Registering the agent to start again is not available in this build.\n", QZ_SCOPE_NAME);
+    return false;
+}
+
+void UnavailableAutostart::UnregisterAutostart(RiWrpData&)
+{
+    QZ_TRACE_SCOPE(MODULE, "UnregisterAutostart");
+    QZ_TRACE_I(
+        L"%hs: Nothing to unregister: registering the agent to start again is not available in this "
+        L"build.\n",
+        QZ_SCOPE_NAME);
+}
+
+}  // namespace QZRI

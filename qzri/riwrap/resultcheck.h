@@ -1,0 +1,101 @@
+// Judging a setup's outcome: its exit code or the codes in the result files the package names, the
+// package's code lists that classify them and give them a text, and whether the computer must restart
+// and the agent run again afterwards.
+//
+// The package description names, for each result kind ("SetupProcessResult", "SetupMainResult",
+// "SetupDetailedResult"), a section <kind> with "File" (the result file), "Section" and "Value" (where
+// the code stands in it; "Value" defaults to "ResultCode"), "DescriptionFileU" / "DescriptionFile"
+// and "FailReasonValue", and the lists <kind>_SuccessCodes, _ErrorCodes, _WarningCodes (code -> text)
+// and _FailReasons (code -> reason). "SetupProcessResult_NeedReboot" lists the setup's codes that mean
+// "installed, restart needed".
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "common/qpdfile.h"
+#include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/riresult.h"
+
+namespace QZRI {
+
+class RiWrpData;
+
+// The error classes that ask for a restart: 32, restart and run the setup again (the agent restarts with
+// QZRI_ACTION_RUN); 33, restart and only check the result (QZRI_ACTION_CHECK_RESULT).
+inline constexpr int32_t ERR_CLASS_REBOOT_AND_RERUN = 32;
+inline constexpr int32_t ERR_CLASS_REBOOT_AND_CHECK = 33;
+
+inline constexpr const wchar_t* PROCESS_RESULT_KIND = L"SetupProcessResult";
+inline constexpr const wchar_t* MAIN_RESULT_KIND = L"SetupMainResult";
+inline constexpr const wchar_t* DETAILED_RESULT_KIND = L"SetupDetailedResult";
+inline constexpr const wchar_t* NEED_REBOOT_SECTION = L"SetupProcessResult_NeedReboot";
+
+enum class CodeClass
+{
+    SUCCESS,
+    WARNING,
+    ERROR,
+    // In no list: the code itself is the description.
+    UNLISTED,
+};
+
+struct ClassifiedCode
+{
+    CodeClass eClass = CodeClass::UNLISTED;
+    std::wstring wstrDescription;
+};
+
+// The code in the package's lists of the kind: the error list first, then warnings, then successes.
+// An unlisted code is its own description, except QZRI_RSLT_MANAGED_BY_OTHER_SERVER, which has its
+// fixed text.
+ClassifiedCode ClassifyCode(const QpdFile& qpd, const std::wstring& wstrKind, int32_t nCode);
+
+struct ParsedResult
+{
+    // False when the result file or the code in it is missing (traced).
+    bool bFound = false;
+    int32_t nCode = 0;
+    ClassifiedCode classified;
+    // -1 when none is set.
+    int32_t nFailReason = -1;
+};
+
+// Reads the code of the kind from wstrResultFile and classifies it; the fail reason from the package's
+// list, else from the result file where "FailReasonValue" says; a description file the package names
+// for the kind replaces the list's text.
+ParsedResult ParseResultCode(const QpdFile& qpd, const std::wstring& wstrKind,
+                             const std::wstring& wstrResultFile);
+
+// Class 32 registers the agent to start again with QZRI_ACTION_RUN, class 33 with
+// QZRI_ACTION_CHECK_RESULT; at the final check the user action 6 or 7 is reported. True for those two
+// classes; any other class does nothing.
+bool CheckNeedRebootAndRerun(RiWrpData& data, int32_t lErrClass, bool bIsFinalCheck,
+                             const AgentServices& services);
+
+// What CheckResult judges.
+struct CheckInput
+{
+    bool bNeedProcessing = true;
+    bool bIsNagentUninstall = false;
+    // The setup's process code is to be judged (else only the result files).
+    bool bCheckProcessResult = true;
+    int32_t lProcessResultCode = 0;
+    bool bIsFinalCheck = false;
+    bool bIsFirstPackage = false;
+    // The package names result files to evaluate ("File" of its result kinds).
+    bool bNeedWaitForResult = false;
+    // An uninstallation by a plain uninstaller: its exit code is the result as it stands.
+    bool bIsUninstall = false;
+    bool bPrimitiveUninst = false;
+};
+
+// The decision on a setup's outcome, in its order (docs/agent.md, "Judging the result"). Returns whether the result
+// needs processing; nExitCode receives the run's result code, rslt the description and error class.
+bool CheckResult(RiWrpData& data, const CheckInput& in, RiResult& rslt, int32_t& nExitCode,
+                 const AgentServices& services);
+
+// "ProcessResultCode" in "setup.log" of the agent's folder.
+void LogSetupProcessFailure(const RiWrpData& data, int32_t nCode);
+
+}  // namespace QZRI

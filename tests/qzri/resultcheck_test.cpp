@@ -1,0 +1,151 @@
+// The result evaluation against a package description and result files in a private folder, with a
+// recording stand-in for the autostart registration.
+#include "qzri/riwrap/resultcheck.h"
+
+#include <gtest/gtest.h>
+
+#include "qzri/riwrap/riwrpdata.h"
+#include "std/profile.h"
+#include "std/strconv.h"
+#include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
+
+namespace {
+
+using namespace QZRI;
+using Calls = std::vector<std::wstring>;
+
+class ResultCheckTest : public testing::Test
+{
+protected:
+    void SetUp() override { m_data.m_wstrDirPath = m_folder.Path(); }
+    void Package(const std::string& strQpd)
+    {
+        QZTEST::WriteFileBytes(m_folder.Join(L"p.qpd"), strQpd);
+        m_data.m_pQpd = QpdFile::Create(m_folder.Join(L"p.qpd"));
+    }
+    std::string AskUsrCode()
+    {
+        return std::to_string(
+            QZSTD::GetProfileInt(m_folder.Join(L"askusr.log"), L"ResponseResult", L"ResultCode", 0));
+    }
+
+    QZTEST::TempFolder m_folder;
+    QZRITEST::TestServices m_fakes;
+    RiWrpData m_data;
+};
+
+// Class 32 reruns after the restart, 33 only checks the result; the final check also reports the user
+// action; any other class does nothing.
+TEST_F(ResultCheckTest, OnlyClasses32And33AskForARestart)
+{
+    const std::tuple<int32_t, bool, bool, const wchar_t*, const char*> rows[] = {
+        {31, true, false, nullptr, "0"},       {32, false, true, L"Register(0)", "0"},
+        {32, true, true, L"Register(0)", "6"}, {33, true, true, L"Register(2)", "7"},
+        {34, true, false, nullptr, "0"},
+    };
+    for (const auto& [nClass, bFinal, bRestart, szCall, szUserAction] : rows) {
+        SCOPED_TRACE(nClass);
+        m_fakes.m_autostart.m_vecCalls.clear();
+        QZTEST::RemoveAll(m_folder.Join(L"askusr.log"));
+        EXPECT_EQ(CheckNeedRebootAndRerun(m_data, nClass, bFinal, m_fakes.Get()), bRestart);
+        EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, szCall ? Calls{szCall} : Calls{});
+        EXPECT_EQ(AskUsrCode(), szUserAction);
+    }
+}
+
+// The decision's order: no processing, result files, plain uninstaller, an unreadable Windows Installer
+// code, the need-reboot list, and else the setup's own code.
+TEST_F(ResultCheckTest, CheckResultDecidesInItsOrder)
+{
+    Package(
+        "[SetupProcessResult_NeedReboot]\r\n3010=1\r\n[SetupProcessResult_ErrorCodes]\r\n1603=Fatal error\r\n"
+        "[SetupMainResult]\r\nFile=" +
+        QZSTD::WideToUtf8(m_folder.Join(L"main.ini")) + "\r\nSection=Result\r\n");
+    QZTEST::WriteFileBytes(m_folder.Join(L"main.ini"), "[Result]\r\nResultCode=77\r\n");
+    struct Row
+    {
+        const char* szWhat;
+        CheckInput in;
+        bool bMsi;
+        bool bReturn;
+        int32_t nExitCode;
+        int32_t nErrClass;
+        const wchar_t* szDescr;
+        Calls vecCalls;
+    };
+    const Row rows[] = {
+        {"nothing to process", {false}, false, false, 0, 0, L"", {}},
+        {"result files", {true, false, true, 5, false, false, true}, false, true, 77, 0, L"77", {}},
+        {"plain uninstaller",
+         {true, false, true, 3010, false, false, false, true, true},
+         false,
+         true,
+         3010,
+         0,
+         L"",
+         {}},
+        {"installer code unknown", {true, false, true, -1}, true, true, 0, 33, L"", {L"Register(2)"}},
+        {"need-reboot list", {true, false, true, 3010}, false, true, 0, 33, L"", {L"Register(2)"}},
+        {"listed error", {true, false, true, 1603, true}, false, true, 1603, 0, L"Fatal error", {}},
+        {"unlisted", {true, false, true, 12}, false, true, 12, 0, L"12", {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        m_fakes.m_autostart.m_vecCalls.clear();
+        m_data.m_bIsMsi = row.bMsi;
+        RiResult rslt;
+        int32_t nExitCode = -7;
+        EXPECT_EQ(CheckResult(m_data, row.in, rslt, nExitCode, m_fakes.Get()), row.bReturn);
+        EXPECT_EQ(nExitCode, row.nExitCode);
+        EXPECT_EQ(rslt.m_nErrClass, row.nErrClass);
+        EXPECT_EQ(rslt.m_wstrDescription, row.szDescr);
+        EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, row.vecCalls);
+    }
+    // A silent final check takes the registration back first.
+    m_data.m_bSilentModeCmdLine = true;
+    m_fakes.m_autostart.m_vecCalls.clear();
+    RiResult rslt;
+    int32_t nExitCode = 0;
+    CheckResult(m_data, CheckInput{true, false, true, 0, true}, rslt, nExitCode, m_fakes.Get());
+    EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, Calls{L"Unregister"});
+}
+
+TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
+{
+    const std::string strDescrU = QZSTD::WideToUtf8(m_folder.Join(L"d.txt"));
+    Package("[SetupMainResult]\r\nSection=R\r\nValue=Code\r\nFailReasonValue=Why\r\nDescriptionFileU=" +
+            strDescrU +
+            "\r\n[SetupMainResult_ErrorCodes]\r\n5=Denied\r\n[SetupMainResult_WarningCodes]\r\n5=Not "
+            "this\r\n6=Careful\r\n"
+            "[SetupMainResult_SuccessCodes]\r\n6=Not this "
+            "either\r\n0=Done\r\n[SetupMainResult_FailReasons]\r\n6=42\r\n");
+    const std::wstring wstrResult = m_folder.Join(L"r.ini");
+    const std::tuple<const char*, bool, CodeClass, const wchar_t*, int32_t> rows[] = {
+        {"[R]\r\nCode=5\r\nWhy=9\r\n", true, CodeClass::ERROR, L"Denied", 9},
+        {"[R]\r\nCode=6\r\nWhy=9\r\n", true, CodeClass::WARNING, L"Careful", 42},
+        {"[R]\r\nCode=0\r\n", true, CodeClass::SUCCESS, L"Done", -1},
+        {"[R]\r\nCode=536871108\r\n", true, CodeClass::UNLISTED,
+         L"Installation is not required. Host is managed by another Server", -1},
+        {"[R]\r\nOther=1\r\n", false, CodeClass::UNLISTED, L"", -1},
+    };
+    for (const auto& [szFile, bFound, eClass, szDescr, nReason] : rows) {
+        SCOPED_TRACE(szFile);
+        QZTEST::WriteFileBytes(wstrResult, szFile);
+        const ParsedResult parsed = ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, wstrResult);
+        EXPECT_EQ(parsed.bFound, bFound);
+        EXPECT_EQ(parsed.classified.eClass, eClass);
+        EXPECT_EQ(parsed.classified.wstrDescription, szDescr);
+        EXPECT_EQ(parsed.nFailReason, nReason);
+    }
+    // The setup's own description file replaces the list's text.
+    QZTEST::WriteFileBytes(m_folder.Join(L"d.txt"), std::string("\xFF\xFE"
+                                                                "O\0k\0\r\0\n\0",
+                                                                10));
+    QZTEST::WriteFileBytes(wstrResult, "[R]\r\nCode=5\r\n");
+    EXPECT_EQ(ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, wstrResult).classified.wstrDescription,
+              L"Ok");
+    EXPECT_FALSE(ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, m_folder.Join(L"none.ini")).bFound);
+}
+
+}  // namespace
