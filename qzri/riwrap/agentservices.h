@@ -13,6 +13,7 @@ class ReportSink;
 class ServerIdSource;
 class ServiceControl;
 class SessionList;
+class Waits;
 struct FilesProvider;
 struct Registry;
 
@@ -36,6 +37,8 @@ struct AgentServices
     Clock* m_pClock = nullptr;
     // Registering the agent to start again after a reboot.
     Autostart* m_pAutostart = nullptr;
+    // The main thread's waits (message-pumping on Windows) and its tick counter.
+    Waits* m_pWaits = nullptr;
 };
 
 }  // namespace QZRI

@@ -16,7 +16,9 @@
 #include "qzri/riwrap/runtime.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
+#include "qzri/riwrap/waits.h"
 #include "std/cmdline.h"
+#include "std/shutdown.h"
 #include "std/ss/settingsstorage.h"
 #include "std/trace.h"
 
@@ -45,6 +47,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     TraceReportSink reports;
     SystemClock clock;
     UnavailableAutostart autostart;
+    std::unique_ptr<Waits> pWaits = CreateSystemWaits(QZSTD::ProcessShutdown());
     UnavailableActions actions;
 
     AgentServices services;
@@ -56,6 +59,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pReports = &reports;
     services.m_pClock = &clock;
     services.m_pAutostart = &autostart;
+    services.m_pWaits = pWaits.get();
     return QZCS_Main(runtime.CommandLine(), runtime.Arguments(), services, actions);
 }
 

@@ -17,6 +17,7 @@ struct RiMessage
 
 inline constexpr RiMessage MSG_FILE_NOT_EXISTS{L"QZRI_MSG_DATA_FILE_NOT_EXISTS", L"File does not exist."};
 inline constexpr RiMessage MSG_UNEXPECTED_REBOOT{L"QZRI_MSG_DATA_UNEXPECTED_REBOOT", L"Unexpected reboot."};
+inline constexpr RiMessage MSG_TIMEOUT_EXPIRED{L"QZRI_MSG_DATA_TIMEOUT_EXPIRED", L"Timeout elapsed."};
 inline constexpr RiMessage MSG_COMPLETE_SKIPPED{
     L"QZRI_MSG_DATA_COMPLETE_SKIPPED", L"Installation is not required. Host is managed by another Server"};
 

@@ -6,12 +6,16 @@
 
 #include "common/ansicp.h"
 #include "common/inifileparser.h"
+#include "common/qztsk.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/cmdlinekeys.h"
+#include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/resultreport.h"
 #include "qzri/riwrap/riwrpdata.h"
+#include "qzri/riwrap/waits.h"
 #include "std/profile.h"
+#include "std/shutdown.h"
 #include "std/strconv.h"
 #include "std/trace.h"
 
@@ -107,13 +111,13 @@ ClassifiedCode ClassifyCode(const QpdFile& qpd, const std::wstring& wstrKind, in
     QZ_TRACE_SCOPE(MODULE, "QZRI::ParseResultCode");
     ClassifiedCode result;
     if (FindListed(qpd, wstrKind + L"_ErrorCodes", nCode, result.wstrDescription)) {
-        result.eClass = CodeClass::ERROR;
+        result.eClass = CodeClass::LISTED_ERROR;
         QZ_TRACE_I(L"Description from error result code: %ls\n", result.wstrDescription);
     } else if (FindListed(qpd, wstrKind + L"_WarningCodes", nCode, result.wstrDescription)) {
-        result.eClass = CodeClass::WARNING;
+        result.eClass = CodeClass::LISTED_WARNING;
         QZ_TRACE_I(L"Description from warning result code: %ls\n", result.wstrDescription);
     } else if (FindListed(qpd, wstrKind + L"_SuccessCodes", nCode, result.wstrDescription)) {
-        result.eClass = CodeClass::SUCCESS;
+        result.eClass = CodeClass::LISTED_SUCCESS;
         QZ_TRACE_I(L"Description from success result code: %ls\n", result.wstrDescription);
     } else if (nCode == QZRI_RSLT_MANAGED_BY_OTHER_SERVER) {
         result.wstrDescription = MANAGED_BY_OTHER_SERVER_TEXT;
@@ -232,6 +236,169 @@ bool CheckResult(RiWrpData& data, const CheckInput& in, RiResult& rslt, int32_t&
         QZ_TRACE_I(L"%hs: bIsFinalCheck || bIsFirstPackage, nExitCode = '%d'.", QZ_SCOPE_NAME, n);
     QZ_TRACE_I(L"return true, nExitCode = lProcessResultCode(%d)", n);
     nExitCode = n;
+    return true;
+}
+
+ResultWait WaitForResultFile(const RiWrpData& data, const std::wstring& wstrKind, long lTimeoutMs,
+                             const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, "WaitForResult");
+    const QpdFile& qpd = PackageOf(data);
+    ResultWait wait;
+    wait.wstrFile = qpd.GetString(wstrKind, L"File", L"");
+    if (wait.wstrFile.empty())
+        return wait;
+    QZ_TRACE_I(L"Waiting for result: %ls\n", wait.wstrFile);
+    AgentOs& os = *services.m_pOs;
+    Waits& waits = *services.m_pWaits;
+    const uint32_t nStart = waits.TickCount();
+    for (;;) {
+        if (os.FileExists(wait.wstrFile))
+            break;
+        const Waits::Slice eSlice = waits.PumpMessagesAndWait(RESULT_WAIT_SLICE_MS);
+        if (eSlice == Waits::Slice::QUIT) {
+            QZ_TRACE_I(L"WM_QUIT\n");
+            wait.eEnd = ResultWaitEnd::QUIT;
+            return wait;
+        }
+        if (eSlice == Waits::Slice::STOPPED) {
+            QZ_TRACE_I(L"Stopped.\n");
+            wait.eEnd = ResultWaitEnd::STOPPED;
+            return wait;
+        }
+        if (!os.FileExists(data.m_wstrQpdFilePath)) {
+            QZ_TRACE_W(L"Qpd file deleted.\n");
+            wait.eEnd = ResultWaitEnd::QPD_DELETED;
+            return wait;
+        }
+        const uint32_t nNow = waits.TickCount();
+        // The smaller of the two differences: right whether or not the counter wrapped meanwhile.
+        const uint32_t nElapsed = std::min<uint32_t>(nNow - nStart, nStart - nNow);
+        if (lTimeoutMs == 0 || (lTimeoutMs > 0 && nElapsed > static_cast<uint32_t>(lTimeoutMs))) {
+            QZ_TRACE_W(L"Timeout elapsed!\n");
+            wait.eEnd = ResultWaitEnd::TIMEOUT;
+            return wait;
+        }
+    }
+    QZ_TRACE_I(L"Result ready: %ls\n", wait.wstrFile);
+    wait.eEnd = ResultWaitEnd::READY;
+    try {
+        wait.nValue = IniFileParser::Create(wait.wstrFile)
+                          ->GetInt(qpd.GetString(wstrKind, L"Section", L""),
+                                   qpd.GetString(wstrKind, L"Value", L"ResultCode"), 0, true);
+    } catch (const QZSTD::QZError& e) {
+        QZ_TRACE_EXCEPTION(e);
+    }
+    QZ_TRACE_I(L"Result value: %d\n", wait.nValue);
+    return wait;
+}
+
+namespace {
+
+// True when the wait ended the evaluation (time-out or interruption), which the result then says.
+bool EndsEvaluation(ResultWaitEnd eEnd, ProcessedResult& processed)
+{
+    processed.bTimeout = eEnd == ResultWaitEnd::TIMEOUT;
+    processed.bInterrupted =
+        eEnd == ResultWaitEnd::STOPPED || eEnd == ResultWaitEnd::QUIT || eEnd == ResultWaitEnd::QPD_DELETED;
+    return processed.bTimeout || processed.bInterrupted;
+}
+
+std::wstring ReadStdErr(const RiWrpData& data)
+{
+    QZ_TRACE_SCOPE(MODULE, "QZRI::WaitAndProcessResult");
+    const std::wstring wstrPath = data.m_wstrExecDirPath + SETUP_STDERR_FILE;
+    QZ_TRACE_I(L"Try to read stderr from: %ls\n", wstrPath);
+    std::ifstream in(PathFromWide(wstrPath), std::ios::binary);
+    std::wstring wstrText =
+        AnsiToWide(std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()));
+    while (!wstrText.empty() && (wstrText.back() == L'\n' || wstrText.back() == L'\r'))
+        wstrText.pop_back();
+    if (!wstrText.empty())
+        QZ_TRACE_I(L"Descr from stderr: %ls\n", wstrText);
+    return wstrText;
+}
+
+}  // namespace
+
+ProcessedResult WaitAndProcessResult(const RiWrpData& data, long lTimeoutMs, const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, "QZRI::WaitAndProcessResult");
+    const QpdFile& qpd = PackageOf(data);
+    ProcessedResult processed;
+    for (const wchar_t* szKind : {MAIN_RESULT_KIND, DETAILED_RESULT_KIND}) {
+        const bool bMain = szKind == MAIN_RESULT_KIND;
+        QZ_TRACE_I(bMain ? L"Main result file path: %ls\n" : L"Detailed result file path: %ls\n",
+                   qpd.GetString(szKind, L"File", L""));
+        const ResultWait wait = WaitForResultFile(data, szKind, lTimeoutMs, services);
+        if (EndsEvaluation(wait.eEnd, processed))
+            return processed;
+        if (wait.eEnd != ResultWaitEnd::READY)
+            continue;
+        processed.parsed = ParseResultCode(qpd, szKind, wait.wstrFile);
+        processed.bFound = processed.parsed.bFound;
+        processed.wstrDescription = processed.parsed.classified.wstrDescription;
+        if (processed.bFound)
+            break;
+    }
+    if (processed.wstrDescription.empty())
+        processed.wstrDescription = ReadStdErr(data);
+    QZ_TRACE_I(L"Restart result file path: %ls\n", qpd.GetString(RESTART_RESULT_KIND, L"File", L""));
+    if (QZSTD::IsShutdownRaised()) {
+        QZ_TRACE_I(L"QZRIWrap shutdown.\n");
+        processed.bInterrupted = true;
+        return processed;
+    }
+    if (!services.m_pOs->FileExists(data.m_wstrQpdFilePath)) {
+        QZ_TRACE_W(L"QPD file not available any longer!\n");
+        processed.bInterrupted = true;
+        return processed;
+    }
+    const ResultWait restart = WaitForResultFile(data, RESTART_RESULT_KIND, 0, services);
+    const int32_t nRestart = restart.eEnd == ResultWaitEnd::READY ? restart.nValue : 0;
+    if (nRestart == 0) {
+        QZ_TRACE_I(L"Reboot noot needed.\n");
+        return processed;
+    }
+    QZ_TRACE_I(L"Reboot needed!\n");
+    processed.nErrClass =
+        nRestart == ERR_CLASS_REBOOT_AND_RERUN ? ERR_CLASS_REBOOT_AND_RERUN : ERR_CLASS_REBOOT_AND_CHECK;
+    processed.wstrZombieFile = QZTSK::CheckCreateZombieFile(data.m_wstrDirPath, 1);
+    QZ_TRACE_I(L"Zombie file path: %ls\n", processed.wstrZombieFile);
+    return processed;
+}
+
+bool ReportWaitAndProcessResult(RiWrpData& data, long lTimeoutMs, bool bIsFinalCheck, RiResult& rslt,
+                                const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, "ReportWaitAndProcessResult");
+    const ProcessedResult processed = WaitAndProcessResult(data, lTimeoutMs, services);
+    if (processed.bTimeout) {
+        QZ_TRACE_I(L"ReportWaitAndProcessResult: if bTimeoutOccured");
+        ReportResult(*services.m_pReports, MSG_TIMEOUT_EXPIRED);
+        rslt.m_nResultCode = QZRI_RSLT_TIMEOUT;
+        rslt.m_wstrDescription = MSG_TIMEOUT_EXPIRED.m_szText;
+        RiwrapReportResult(data, rslt, services);
+        return true;
+    }
+    if (processed.bInterrupted)
+        return true;
+    if (!processed.bFound && processed.nErrClass == 0)
+        return false;
+    rslt.m_nResultCode = processed.bFound ? processed.parsed.nCode : QZRI_RSLT_NO_ERROR;
+    rslt.m_nScriptResultCode = rslt.m_nResultCode;
+    rslt.m_wstrDescription = processed.wstrDescription;
+    rslt.m_nErrClass = processed.nErrClass;
+    QZ_TRACE_I(L"ReportWaitAndProcessResult: else CheckNeedRebootAndRerun");
+    if (CheckNeedRebootAndRerun(data, processed.nErrClass, bIsFinalCheck, services)) {
+        QZ_TRACE_I(L"ReportWaitAndProcessResult: if CheckNeedRebootAndRerun");
+        rslt.m_rebootState = 1;
+    } else {
+        QZ_TRACE_I(L"ReportWaitAndProcessResult: Need finish");
+        services.m_pAutostart->UnregisterAutostart(data);
+    }
+    RiwrapReportResult(data, rslt, services);
+    QZ_TRACE_I(L"%hs: rslt.m_rebootState = '%d'.", QZ_SCOPE_NAME, rslt.m_rebootState);
     return true;
 }
 

@@ -33,9 +33,9 @@ inline constexpr const wchar_t* NEED_REBOOT_SECTION = L"SetupProcessResult_NeedR
 
 enum class CodeClass
 {
-    SUCCESS,
-    WARNING,
-    ERROR,
+    LISTED_SUCCESS,
+    LISTED_WARNING,
+    LISTED_ERROR,
     // In no list: the code itself is the description.
     UNLISTED,
 };
@@ -90,10 +90,66 @@ struct CheckInput
     bool bPrimitiveUninst = false;
 };
 
-// The decision on a setup's outcome, in its order (docs/agent.md, "Judging the result"). Returns whether the result
-// needs processing; nExitCode receives the run's result code, rslt the description and error class.
+// The decision on a setup's outcome, in its order (docs/agent.md, "Judging the result"). Returns whether the
+// result needs processing; nExitCode receives the run's result code, rslt the description and error class.
 bool CheckResult(RiWrpData& data, const CheckInput& in, RiResult& rslt, int32_t& nExitCode,
                  const AgentServices& services);
+
+// ---- waiting for result files ----
+
+inline constexpr const wchar_t* RESTART_RESULT_KIND = L"SetupRestartResult";
+// The setup's error stream in its folder, the description of last resort.
+inline constexpr const wchar_t* SETUP_STDERR_FILE = L"qz.vx.ri.stderr.txt";
+// One wait slice while a result file is awaited.
+inline constexpr uint32_t RESULT_WAIT_SLICE_MS = 2000;
+
+enum class ResultWaitEnd
+{
+    READY,
+    NOT_NAMED,  // the package names no file for the kind
+    TIMEOUT,
+    STOPPED,      // the agent is shutting down
+    QUIT,         // WM_QUIT reached the main thread
+    QPD_DELETED,  // the package was withdrawn
+};
+
+struct ResultWait
+{
+    ResultWaitEnd eEnd = ResultWaitEnd::NOT_NAMED;
+    std::wstring wstrFile;
+    // The number at the kind's "Section"/"Value" once READY (0 when it is not a number).
+    int32_t nValue = 0;
+};
+
+// Waits for the kind's result file: checks, takes window messages, waits one slice, and ends when the
+// file is there, on WM_QUIT, on shutdown, when the package description is gone, or when more than
+// lTimeoutMs (0: check once; negative: no limit) went by on the tick counter (a wrap of the counter does
+// no harm).
+ResultWait WaitForResultFile(const RiWrpData& data, const std::wstring& wstrKind, long lTimeoutMs,
+                             const AgentServices& services);
+
+struct ProcessedResult
+{
+    bool bTimeout = false;
+    // Stopped, WM_QUIT or the package withdrawn: nothing more is evaluated.
+    bool bInterrupted = false;
+    bool bFound = false;
+    ParsedResult parsed;
+    std::wstring wstrDescription;
+    // From the restart result: 0, or the class of the restart it asks for (32 or 33).
+    int32_t nErrClass = 0;
+    std::wstring wstrZombieFile;
+};
+
+// The main result, else the detailed one; the setup's error stream when no description was found; then
+// the restart result (a value of 32 or 33 is that class, any other non-zero value class 33).
+ProcessedResult WaitAndProcessResult(const RiWrpData& data, long lTimeoutMs, const AgentServices& services);
+
+// Evaluates the result files and reports: a time-out as QZRI_RSLT_TIMEOUT ("QZRI_MSG_DATA_TIMEOUT_EXPIRED",
+// "Timeout elapsed."); otherwise the result with the restart decision. True when the run must end now;
+// false when the package names no result file (the setup's exit code decides).
+bool ReportWaitAndProcessResult(RiWrpData& data, long lTimeoutMs, bool bIsFinalCheck, RiResult& rslt,
+                                const AgentServices& services);
 
 // "ProcessResultCode" in "setup.log" of the agent's folder.
 void LogSetupProcessFailure(const RiWrpData& data, int32_t nCode);

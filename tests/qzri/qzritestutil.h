@@ -2,6 +2,7 @@
 // to outside the process (the file helpers they share with every test are in tests/testutil/fsutil.h).
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -20,6 +21,7 @@
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
+#include "qzri/riwrap/waits.h"
 
 namespace QZRITEST {
 
@@ -140,6 +142,23 @@ public:
     std::vector<std::wstring> m_vecCalls;
 };
 
+// Each slice runs the next scripted step (nothing once they are used up) and advances the tick counter by
+// the slice's length.
+class ScriptedWaits : public QZRI::Waits
+{
+public:
+    Slice PumpMessagesAndWait(uint32_t nMs) override
+    {
+        m_nTick += nMs;
+        const size_t n = m_nSlices++;
+        return n < m_vecSteps.size() ? m_vecSteps[n]() : Slice::ELAPSED;
+    }
+    uint32_t TickCount() override { return m_nTick; }
+    std::vector<std::function<Slice()>> m_vecSteps;
+    uint32_t m_nTick = 0;
+    size_t m_nSlices = 0;
+};
+
 // The stand-ins of one run, and the services structure that hands them to the agent's routines.
 struct TestServices
 {
@@ -154,6 +173,7 @@ struct TestServices
         services.m_pRegistry = &m_registry;
         services.m_pClock = &m_clock;
         services.m_pAutostart = &m_autostart;
+        services.m_pWaits = &m_waits;
         return services;
     }
     TestOs m_os;
@@ -164,6 +184,7 @@ struct TestServices
     FakeRegistry m_registry;
     FixedClock m_clock;
     RecordingAutostart m_autostart;
+    ScriptedWaits m_waits;
 };
 
 // Records the hand-overs as "RunExecutable", "RunAsService", "AskUserForStart",

@@ -2,10 +2,17 @@
 // recording stand-in for the autostart registration.
 #include "qzri/riwrap/resultcheck.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include <gtest/gtest.h>
+
+#include <thread>
 
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/profile.h"
+#include "std/shutdown.h"
 #include "std/strconv.h"
 #include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
@@ -122,9 +129,9 @@ TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
             "either\r\n0=Done\r\n[SetupMainResult_FailReasons]\r\n6=42\r\n");
     const std::wstring wstrResult = m_folder.Join(L"r.ini");
     const std::tuple<const char*, bool, CodeClass, const wchar_t*, int32_t> rows[] = {
-        {"[R]\r\nCode=5\r\nWhy=9\r\n", true, CodeClass::ERROR, L"Denied", 9},
-        {"[R]\r\nCode=6\r\nWhy=9\r\n", true, CodeClass::WARNING, L"Careful", 42},
-        {"[R]\r\nCode=0\r\n", true, CodeClass::SUCCESS, L"Done", -1},
+        {"[R]\r\nCode=5\r\nWhy=9\r\n", true, CodeClass::LISTED_ERROR, L"Denied", 9},
+        {"[R]\r\nCode=6\r\nWhy=9\r\n", true, CodeClass::LISTED_WARNING, L"Careful", 42},
+        {"[R]\r\nCode=0\r\n", true, CodeClass::LISTED_SUCCESS, L"Done", -1},
         {"[R]\r\nCode=536871108\r\n", true, CodeClass::UNLISTED,
          L"Installation is not required. Host is managed by another Server", -1},
         {"[R]\r\nOther=1\r\n", false, CodeClass::UNLISTED, L"", -1},
@@ -146,6 +153,125 @@ TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
     EXPECT_EQ(ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, wstrResult).classified.wstrDescription,
               L"Ok");
     EXPECT_FALSE(ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, m_folder.Join(L"none.ini")).bFound);
+}
+
+}  // namespace
+
+namespace {
+
+using namespace QZRI;
+using Slice = Waits::Slice;
+
+class ResultWaitTest : public ResultCheckTest
+{
+protected:
+    void SetUp() override
+    {
+        ResultCheckTest::SetUp();
+        m_data.m_wstrQpdFilePath = m_folder.Join(L"p.qpd");
+        m_data.m_wstrExecDirPath = m_folder.Path();
+        Package("[SetupMainResult]\r\nFile=" + QZSTD::WideToUtf8(Result()) + "\r\nSection=R\r\n");
+    }
+    std::wstring Result() const { return m_folder.Join(L"main.ini"); }
+    std::function<Slice()> Step(std::function<void()> fn, Slice e = Slice::ELAPSED)
+    {
+        return [fn, e] {
+            fn();
+            return e;
+        };
+    }
+};
+
+// Each way a wait for a result file ends, on a scripted message loop whose tick counter wraps.
+TEST_F(ResultWaitTest, TheWaitEndsOnTheFileQuitStopWithdrawalOrTimeOut)
+{
+    const auto Nothing = [] {};
+    const auto Appears = [this] { QZTEST::WriteFileBytes(Result(), "[R]\r\nResultCode=5\r\n"); };
+    const auto Withdrawn = [this] { QZTEST::RemoveAll(m_folder.Join(L"p.qpd")); };
+    struct Row
+    {
+        const char* szWhat;
+        std::function<void()> fnStep2;
+        Slice eStep2;
+        long lTimeout;
+        ResultWaitEnd eEnd;
+        size_t nSlices;
+    };
+    const Row rows[] = {
+        {"appears", Appears, Slice::ELAPSED, -1, ResultWaitEnd::READY, 2},
+        {"quit", Nothing, Slice::QUIT, -1, ResultWaitEnd::QUIT, 2},
+        {"stopped", Nothing, Slice::STOPPED, -1, ResultWaitEnd::STOPPED, 2},
+        {"withdrawn", Withdrawn, Slice::ELAPSED, -1, ResultWaitEnd::QPD_DELETED, 2},
+        {"time-out across the counter's wrap", Nothing, Slice::ELAPSED, 5000, ResultWaitEnd::TIMEOUT, 3},
+        {"checked once", Nothing, Slice::ELAPSED, 0, ResultWaitEnd::TIMEOUT, 1},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        QZTEST::RemoveAll(Result());
+        Package("[SetupMainResult]\r\nFile=" + QZSTD::WideToUtf8(Result()) + "\r\nSection=R\r\n");
+        m_fakes.m_waits = QZRITEST::ScriptedWaits();
+        m_fakes.m_waits.m_nTick = 0xFFFFF000u;
+        m_fakes.m_waits.m_vecSteps = {Step(Nothing), Step(row.fnStep2, row.eStep2)};
+        const ResultWait wait = WaitForResultFile(m_data, MAIN_RESULT_KIND, row.lTimeout, m_fakes.Get());
+        EXPECT_EQ(wait.eEnd, row.eEnd);
+        EXPECT_EQ(m_fakes.m_waits.m_nSlices, row.nSlices);
+        EXPECT_EQ(wait.nValue, row.eEnd == ResultWaitEnd::READY ? 5 : 0);
+    }
+    EXPECT_EQ(WaitForResultFile(m_data, DETAILED_RESULT_KIND, -1, m_fakes.Get()).eEnd,
+              ResultWaitEnd::NOT_NAMED);
+}
+
+TEST_F(ResultWaitTest, ATimeOutIsReportedAndARestartResultAsksForTheRestart)
+{
+    m_data.m_bSilentModeCmdLine = true;
+    RiResult rslt;
+    EXPECT_TRUE(ReportWaitAndProcessResult(m_data, 0, true, rslt, m_fakes.Get()));
+    EXPECT_EQ(rslt.m_nResultCode, QZRI_RSLT_TIMEOUT);
+    EXPECT_EQ(m_fakes.m_reports.m_vecReports.at(0).first, L"QZRI_MSG_DATA_TIMEOUT_EXPIRED");
+    EXPECT_EQ(QZSTD::GetProfileInt(m_folder.Join(L"setup.log"), L"ResponseResult", L"ResultCode", 0),
+              QZRI_RSLT_TIMEOUT);
+
+    Package("[SetupMainResult]\r\nFile=" + QZSTD::WideToUtf8(Result()) +
+            "\r\nSection=R\r\n[SetupMainResult_ErrorCodes]\r\n5=Denied\r\n[SetupRestartResult]\r\nFile=" +
+            QZSTD::WideToUtf8(m_folder.Join(L"restart.ini")) + "\r\nSection=R\r\nValue=Class\r\n");
+    QZTEST::WriteFileBytes(Result(), "[R]\r\nResultCode=5\r\n");
+    QZTEST::WriteFileBytes(m_folder.Join(L"restart.ini"), "[R]\r\nClass=32\r\n");
+    rslt = RiResult();
+    EXPECT_TRUE(ReportWaitAndProcessResult(m_data, -1, true, rslt, m_fakes.Get()));
+    EXPECT_EQ(rslt.m_nResultCode, 5);
+    EXPECT_EQ(rslt.m_wstrDescription, L"Denied");
+    EXPECT_EQ(rslt.m_nErrClass, 32);
+    EXPECT_EQ(rslt.m_rebootState, 1);
+    EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, (Calls{L"Register(0)"}));
+
+    // No result file named: the setup's exit code decides.
+    Package("[Setup]\r\n");
+    EXPECT_FALSE(ReportWaitAndProcessResult(m_data, -1, true, rslt, m_fakes.Get()));
+}
+
+// The real wait of this platform: a file that appears is taken within one slice, WM_QUIT ends the wait
+// (Windows), a raised shutdown ends it.
+TEST_F(ResultWaitTest, TheSystemWaitTakesAFileAndEndsOnQuitAndShutdown)
+{
+    QZSTD::ShutdownSignal shutdown;
+    std::unique_ptr<Waits> pWaits = CreateSystemWaits(shutdown);
+    AgentServices services = m_fakes.Get();
+    services.m_pWaits = pWaits.get();
+    std::thread t([this] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        QZTEST::WriteFileBytes(Result(), "[R]\r\nResultCode=9\r\n");
+    });
+    const ResultWait wait = WaitForResultFile(m_data, MAIN_RESULT_KIND, 60000, services);
+    t.join();
+    EXPECT_EQ(wait.eEnd, ResultWaitEnd::READY);
+    EXPECT_EQ(wait.nValue, 9);
+    QZTEST::RemoveAll(Result());
+#ifdef _WIN32
+    ::PostQuitMessage(0);
+    EXPECT_EQ(WaitForResultFile(m_data, MAIN_RESULT_KIND, 60000, services).eEnd, ResultWaitEnd::QUIT);
+#endif
+    shutdown.Raise();
+    EXPECT_EQ(WaitForResultFile(m_data, MAIN_RESULT_KIND, 60000, services).eEnd, ResultWaitEnd::STOPPED);
 }
 
 }  // namespace
