@@ -191,3 +191,45 @@ TEST(QzpkgTest, QpdTellsTheValueAndWhetherItCameFromTheCompanion)
 }
 
 }  // namespace
+
+namespace {
+
+// The result files explained: the agent's own code by name, a value that is no number, a description
+// file in the wrong encoding, and the e2s entries grouped by task id.
+TEST(QzpkgTest, ResultExplainsTheResultFilesAndSsDumpGroupsTheTasks)
+{
+    QZTEST::TempFolder folder;
+    QZTEST::WriteFileBytes(folder.Join(L"setup.log"),
+                           "[ResponseResult]\r\nProcessResultCode=0\r\nResultCode=536871110\r\n"
+                           "ErrorClass=33\r\nScriptResultCode=abc\r\n");
+    QZTEST::WriteFileBytes(folder.Join(L"ovxsetup.rep"), "Fertig \x80");
+    QZTEST::WriteFileBytes(folder.Join(L"setuplog.txt"), "not utf-16");
+    const ToolRun run = RunWords({L"result", folder.Path()});
+    EXPECT_EQ(run.nExit, Exit::OK) << run.wstrErr;
+    for (const wchar_t* szLine :
+         {L"  ProcessResultCode: 0 (the setup ran and its result is known)\n",
+          L"  ResultCode: QZRI_RSLT_TIMEOUT (536871110, 0x200000C6, the agent's own)\n",
+          L"  ErrorClass: 33 (restart, then check the result)\n",
+          L"  ScriptResultCode: 'abc' is not a number\n", L"  RebootZombieFile: absent\n",
+          L"ovxsetup.rep: Fertig \u20AC\n",
+          L"setuplog.txt: not UTF-16 text with a byte-order mark (10 bytes)\n", L"askusr.log: absent\n"})
+        EXPECT_THAT(run.wstrOut, HasSubstr(szLine));
+    EXPECT_EQ(RunWords({L"result", folder.Join(L"none")}).nExit, Exit::FAILED);
+
+    const std::wstring wstrSs = folder.Join(L"e2s_subscription.xml");
+    QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage = QZSTD::SettingsStorage::OpenOrCreate(wstrSs);
+    pStorage->CreateSection(L".core", L".independent", L"SubscriptionData");
+    QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
+    for (const wchar_t* szEntry : {L"TASK_ID", L"TASK_ID_RSLT_CODE"}) {
+        QZSTD::CAutoPtr<QZPAR::Params> pByTask = QZPAR::CreateParams();
+        QZPAR::SetIntValue(pByTask, L"T1", 7);
+        QZPAR::SetIntValue(pByTask, L"T2", 8);
+        QZPAR::SetParamsValue(pEntries, szEntry, pByTask);
+    }
+    pStorage->ReplaceEntries(L".core", L".independent", L"SubscriptionData", pEntries);
+    const std::wstring wstrDump = RunWords({L"ss", L"dump", wstrSs}).wstrOut;
+    EXPECT_THAT(wstrDump,
+                HasSubstr(L"tasks:\n              T1: RSLT_CODE=7\n              T2: RSLT_CODE=8\n"));
+}
+
+}  // namespace

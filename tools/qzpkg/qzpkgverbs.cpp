@@ -3,15 +3,22 @@
 
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
+#include "common/ansicp.h"
 #include "common/inifileparser.h"
 #include "common/qpdfile.h"
+#include "common/qztsk.h"
 #include "common/ristrutils.h"
 #include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/resultreport.h"
+#include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/cmdline.h"
 #include "std/error.h"
 #include "std/par/dump.h"
+#include "std/par/paramshelpers.h"
 #include "std/par/serialize.h"
 #include "std/ss/settingsstorage.h"
 #include "std/strconv.h"
@@ -134,6 +141,8 @@ int RunVerb(const ToolCommand& cmd, std::wostream& out)
         PrintUsage(out);
         return Exit::OK;
     }
+    if (wstrVerb == L"result")
+        return ResultVerb(Arg(cmd, 2, L"DIR"), out);
     if (wstrVerb == L"state") {
         const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
         ExpectArgCount(cmd, 3);
@@ -193,6 +202,7 @@ void PrintUsage(std::wostream& out)
            L"  hex encode TEXT    TEXT in the $HEX_ form of ini values\n"
            L"  hex decode TEXT    a $HEX_ value decoded (other text is shown as it is)\n"
            L"  argv CMDLINE       the words the agent splits CMDLINE into, one per line\n"
+           L"  result DIR         the result files the agent left in DIR, each value explained\n"
            L"  ss dump FILE       the products, versions, sections and values of a settings storage\n"
            L"  params dump FILE   the values of a binary Params file\n"
            L"  ini [--utf8] FILE  the sections and keys the agent reads from an ini file (ANSI by default)\n"
@@ -239,6 +249,153 @@ int ArgvVerb(const std::wstring& wstrCmdLine, std::wostream& out)
     return Exit::OK;
 }
 
+namespace {
+
+std::wstring ValueText(QZPAR::Value* pValue)
+{
+    switch (pValue->GetType()) {
+        case QZPAR::Value::STRING_T:
+            return L"'" + QZPAR::GetStringValue(pValue) + L"'";
+        case QZPAR::Value::INT_T:
+            return std::to_wstring(QZPAR::GetIntValue(pValue));
+        case QZPAR::Value::BOOL_T:
+            return QZPAR::GetBoolValue(pValue) ? L"true" : L"false";
+        default:
+            return L"(type " + std::to_wstring(static_cast<int>(pValue->GetType())) + L")";
+    }
+}
+
+// The task entries of a subscription section, one line per task id.
+void PrintTasks(QZPAR::Params* pSection, std::wostream& out)
+{
+    QZSTD::CAutoPtr<QZPAR::Value> pTasks = QZPAR::FindValue(pSection, L"TASK_ID");
+    if (!pTasks || pTasks->GetType() != QZPAR::Value::PARAMS_T)
+        return;
+    QZSTD::CAutoPtr<QZPAR::Params> pIds = QZPAR::GetParamsValue(pTasks.Get());
+    std::vector<std::wstring> vecIds;
+    pIds->GetNames(vecIds);
+    out << L"            tasks:\n";
+    for (const std::wstring& wstrId : vecIds) {
+        out << L"              " << wstrId << L":";
+        for (const wchar_t* szEntry :
+             {L"TASK_ID_RSLT_CODE", L"TASK_ID_ERR_CLASS", L"TASK_ID_RSLT_DESCR", L"TASK_ID_DEL_ON_RESTART"}) {
+            QZSTD::CAutoPtr<QZPAR::Value> pEntry = QZPAR::FindValue(pSection, szEntry);
+            if (!pEntry || pEntry->GetType() != QZPAR::Value::PARAMS_T)
+                continue;
+            QZSTD::CAutoPtr<QZPAR::Value> pValue =
+                QZPAR::FindValue(QZPAR::GetParamsValue(pEntry.Get()), wstrId.c_str());
+            if (pValue)
+                out << L" " << (szEntry + 8) << L"=" << ValueText(pValue.Get());
+        }
+        out << L"\n";
+    }
+}
+
+const wchar_t* ErrorClassText(int32_t nClass)
+{
+    switch (nClass) {
+        case 0:
+            return L"no restart";
+        case 32:
+            return L"restart, then run the setup again";
+        case 33:
+            return L"restart, then check the result";
+        default:
+            return L"an error class of the package";
+    }
+}
+
+// One key of a result file with its explanation; "absent" when it is not there.
+void PrintResultKey(const QZRI::IniFileParser& ini, const wchar_t* szKey, std::wostream& out)
+{
+    std::wstring_view wsvValue;
+    out << L"  " << szKey << L": ";
+    if (!ini.FindValue(QZRI::RESPONSE_SECTION, szKey, wsvValue)) {
+        out << L"absent\n";
+        return;
+    }
+    const std::wstring wstrValue(wsvValue);
+    const bool bNumber =
+        !wstrValue.empty() && wstrValue.find_first_not_of(L"-0123456789") == std::wstring::npos;
+    const std::wstring wstrKey = szKey;
+    if (wstrKey == L"RebootZombieFile" || wstrKey == L"ResultTime") {
+        out << wstrValue << L"\n";
+        return;
+    }
+    if (!bNumber) {
+        out << L"'" << wstrValue << L"' is not a number\n";
+        return;
+    }
+    const int32_t n = static_cast<int32_t>(std::stoll(wstrValue));
+    if (wstrKey == L"ResultCode")
+        out << QZRI::DescribeResultCode(n) << L"\n";
+    else if (wstrKey == L"ErrorClass")
+        out << n << L" (" << ErrorClassText(n) << L")\n";
+    else if (wstrKey == L"ProcessResultCode")
+        out << n
+            << (n == 0 ? L" (the setup ran and its result is known)\n" : L" (the setup's process failed)\n");
+    else
+        out << n << L"\n";
+}
+
+void PrintResponseFile(const std::wstring& wstrPath, const wchar_t* szName,
+                       std::initializer_list<const wchar_t*> keys, std::wostream& out)
+{
+    std::error_code ec;
+    if (!fs::is_regular_file(fs::path(wstrPath), ec)) {
+        out << szName << L": absent\n";
+        return;
+    }
+    out << szName << L":\n";
+    QZSTD::CAutoPtr<QZRI::IniFileParser> pIni = QZRI::IniFileParser::Create(wstrPath);
+    for (const wchar_t* szKey : keys)
+        PrintResultKey(*pIni, szKey, out);
+}
+
+void PrintDescriptionFile(const std::wstring& wstrPath, const wchar_t* szName, bool bUtf16,
+                          std::wostream& out)
+{
+    std::ifstream in(fs::path(wstrPath), std::ios::binary);
+    if (!in) {
+        out << szName << L": absent\n";
+        return;
+    }
+    const std::string strBytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::wstring wstrText;
+    if (!bUtf16) {
+        wstrText = QZRI::AnsiToWide(strBytes);
+    } else if (strBytes.size() % 2 != 0 || strBytes.rfind("\xFF\xFE", 0) != 0) {
+        out << szName << L": not UTF-16 text with a byte-order mark (" << strBytes.size() << L" bytes)\n";
+        return;
+    } else {
+        std::u16string u16;
+        for (size_t n = 2; n + 1 < strBytes.size(); n += 2)
+            u16 += static_cast<char16_t>(static_cast<uint8_t>(strBytes[n]) |
+                                         (static_cast<uint8_t>(strBytes[n + 1]) << 8));
+        wstrText = QZSTD::Utf16ToWide(u16);
+    }
+    out << szName << L": " << wstrText << L"\n";
+}
+
+}  // namespace
+
+int ResultVerb(const std::wstring& wstrDir, std::wostream& out)
+{
+    std::error_code ec;
+    if (!fs::is_directory(fs::path(wstrDir), ec))
+        QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrDir);
+    const std::wstring wstrFolder = QZRI::WithTrailingSeparator(wstrDir);
+    out << L"result files in " << wstrFolder << L"\n";
+    PrintResponseFile(
+        wstrFolder + QZRI::SETUP_LOG_FILE, QZRI::SETUP_LOG_FILE,
+        {L"ProcessResultCode", L"ResultCode", L"ErrorClass", L"ScriptResultCode", L"RebootZombieFile"}, out);
+    PrintDescriptionFile(wstrFolder + QZRI::DESCR_FILE, QZRI::DESCR_FILE, false, out);
+    PrintDescriptionFile(wstrFolder + QZRI::UNICODE_DESCR_FILE, QZRI::UNICODE_DESCR_FILE, true, out);
+    PrintResponseFile(wstrFolder + QZRI::USER_ACTION_FILE, QZRI::USER_ACTION_FILE,
+                      {L"ResultCode", L"ResultTime"}, out);
+    return Exit::OK;
+}
+
 int SsDumpVerb(const std::wstring& wstrFile, std::wostream& out)
 {
     RequireFile(wstrFile);
@@ -250,7 +407,10 @@ int SsDumpVerb(const std::wstring& wstrFile, std::wostream& out)
             out << L"    version " << wstrVersion << L"\n";
             for (const std::wstring& wstrSection : pStorage->EnumSections(wstrProduct, wstrVersion)) {
                 out << L"        section " << wstrSection << L"\n";
-                out << QZPAR::DumpParams(pStorage->ReadSection(wstrProduct, wstrVersion, wstrSection), 3);
+                QZSTD::CAutoPtr<QZPAR::Params> pSection =
+                    pStorage->ReadSection(wstrProduct, wstrVersion, wstrSection);
+                out << QZPAR::DumpParams(pSection, 3);
+                PrintTasks(pSection, out);
             }
         }
     }

@@ -40,7 +40,8 @@ int HexEncodeVerb(const std::wstring& wstrText, std::wostream& out);
 int HexDecodeVerb(const std::wstring& wstrText, std::wostream& out);
 // "argv CMDLINE": the argument vector the agent gets from CMDLINE, one word per line.
 int ArgvVerb(const std::wstring& wstrCmdLine, std::wostream& out);
-// "ss dump FILE": every product, version and section of a settings storage with its values.
+// "ss dump FILE": every product, version and section of a settings storage with its values; the task
+// entries of a subscription storage also grouped by task id.
 int SsDumpVerb(const std::wstring& wstrFile, std::wostream& out);
 // "params dump FILE": a binary Params file.
 int ParamsDumpVerb(const std::wstring& wstrFile, std::wostream& out);
@@ -51,6 +52,10 @@ int IniVerb(const std::wstring& wstrFile, bool bUtf8, std::wostream& out);
 // the qpd file or its UTF-8 companion, or "absent".
 int QpdVerb(const std::wstring& wstrFile, const std::wstring& wstrSection, const std::wstring& wstrKey,
             std::wostream& out);
+
+// "result DIR": the result files the agent leaves in DIR (setup.log, the two description files,
+// askusr.log), each value explained.
+int ResultVerb(const std::wstring& wstrDir, std::wostream& out);
 
 // The raw text of a command line after its first nWords words (the program name counting as one)
 // and the blanks after them, found by the same rules as the C runtime's splitter (std/cmdline.h), so
