@@ -4,11 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <sstream>
+
+#include "tests/std/process/testchild.h"
 
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/par/paramshelpers.h"
 #include "std/par/serialize.h"
+#include "std/process/launch.h"
 #include "std/ss/settingsstorage.h"
 #include "std/strconv.h"
 #include "tests/qzri/qzritestutil.h"
@@ -17,6 +21,25 @@
 namespace {
 
 using namespace QZRI;
+
+// Child mode "report:<task id>": reports a result for the task into the storage of the shared folder
+// QZ_TEST_SHARED, as one of many agents at once.
+const bool g_bReportChild = [] {
+    const char* szMode = std::getenv("QZ_TEST_CHILD");
+    const char* szShared = std::getenv("QZ_TEST_SHARED");
+    if (!szMode || std::string(szMode).rfind("report:", 0) != 0 || !szShared)
+        return false;
+    try {
+        QZRITEST::TestServices fakes;
+        fakes.m_registry.m_wstrSharedFolder = QZSTD::Utf8ToWide(szShared);
+        RiResult rslt;
+        rslt.m_nScriptResultCode = 1;
+        ReportResultSS(QZSTD::Utf8ToWide(szMode + 7), rslt, L"", fakes.Get());
+    } catch (...) {
+        QZTEST::EndChild(3);
+    }
+    QZTEST::EndChild(0);
+}();
 
 // "key=value" of the file's lines, in their order, line ends and blanks around '=' cut.
 std::vector<std::string> KeyLines(const std::wstring& wstrFile)
@@ -176,6 +199,32 @@ TEST_F(ResultReportTest, ARebootRequestCarriesTheResultAndACopyOfTheCompanion)
     EXPECT_EQ(QZPAR::GetStringValue(p, L"QZRI_SRVRI_RES_DESCR"), L"done");
     EXPECT_EQ(QZPAR::GetIntValue(p, L"QZRI_SRVRI_RES_CODE"), 3010);
     EXPECT_EQ(QZTEST::ReadFileBytes(QZPAR::GetStringValue(p, L"QZRI_SRVRI_QUD")), "[Product]\r\nName=X\r\n");
+}
+
+// Agents of many tasks report into one storage at once: every task's entries are there afterwards.
+TEST_F(ResultReportTest, ThirtyTwoProcessesReportingAtOnceLoseNothing)
+{
+    ASSERT_FALSE(g_bReportChild);
+    constexpr int PROCESSES = 32;
+    std::vector<QZSTD::CAutoPtr<QZSTD::LaunchWaiter>> vecWaiters;
+    const std::wstring wstrCmd = L"\"" + QZTEST::SelfPath().wstring() + L"\"";
+    for (int n = 0; n < PROCESSES; ++n) {
+        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
+        QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", L"report:task" + std::to_wstring(n));
+        QZPAR::SetStringValue(pEnv, L"QZ_TEST_SHARED", m_fakes.m_registry.m_wstrSharedFolder);
+        QZPAR::SetStringValue(pEnv, L"QZ_TEST_RAN_FILE", m_folder.Join(L"child-report.txt"));
+        QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
+        QZSTD_LaunchAsync(wstrCmd.c_str(), nullptr, nullptr, nullptr, nullptr, pEnv, &pWaiter);
+        vecWaiters.push_back(pWaiter);
+    }
+    for (QZSTD::CAutoPtr<QZSTD::LaunchWaiter>& pWaiter : vecWaiters) {
+        ASSERT_TRUE(pWaiter->Wait(120000));  // a hang detector only
+        EXPECT_EQ(pWaiter->ExitCode(), 0u);
+    }
+    QZSTD::CAutoPtr<QZPAR::Params> pCodes = QZPAR::GetParamsValue(TaskEntries(), L"TASK_ID_RSLT_CODE");
+    std::vector<std::wstring> vecIds;
+    pCodes->GetNames(vecIds);
+    EXPECT_EQ(vecIds.size(), static_cast<size_t>(PROCESSES));
 }
 
 }  // namespace
