@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Runs the agent's main job on the bundled example package (examples/package) and shows what happened:
-# the exit code, the trace, and the files it left. Three starts show three of its decisions:
+# the exit code, the trace, and the files it left. Four starts show four of its decisions:
 #   1. a fresh start: the package is read and the run reaches the installation driver;
 #   2. a restart by the agent's service after the machine rebooted while the setup ran;
-#   3. a start on a host that is managed by another administration server.
+#   3. a start on a host that is managed by another administration server;
+#   4. the same started silently without a task: the result in setup.log, explained by "qzpkg result".
 #   scripts/demo.sh            the Windows build under wine64 (default)
 #   scripts/demo.sh --native   the Linux build
 # On a fresh Debian machine (as root) it installs and builds what it needs first.
@@ -99,5 +100,9 @@ prepare=saved_running_setup run_agent restart QZRI\$ID=svc-demo TASK_ID=demo-tas
 
 say "3. host managed by another administration server"
 prepare=other_server run_agent managed TASK_ID=demo-task-1
+
+say "4. the same host, started silently without a task: the result goes to setup.log (qzpkg result)"
+prepare=other_server run_agent managed-silent /s
+run_tool result "$(os_path "$work/managed-silent")" | sed 's/^/  /'
 
 say "done: the agent ran $([ "$mode" = wine ] && echo 'under wine64' || echo natively); files are in $work"

@@ -44,7 +44,6 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<SessionList> pSessions = CreateSystemSessionList();
     std::unique_ptr<ServiceControl> pServices = CreateSystemServiceControl();
     LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
-    TraceReportSink reports;
     SystemClock clock;
     UnavailableAutostart autostart;
     std::unique_ptr<Waits> pWaits = CreateSystemWaits(QZSTD::ProcessShutdown());
@@ -56,10 +55,11 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pServices = pServices.get();
     services.m_pSessions = pSessions.get();
     services.m_pServerIds = &serverIds;
-    services.m_pReports = &reports;
     services.m_pClock = &clock;
     services.m_pAutostart = &autostart;
     services.m_pWaits = pWaits.get();
+    AgentReportSink reports(services);
+    services.m_pReports = &reports;
     return QZCS_Main(runtime.CommandLine(), runtime.Arguments(), services, actions);
 }
 

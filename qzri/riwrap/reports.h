@@ -1,10 +1,11 @@
 // Results that the agent reports: a message id that the administration server knows and an English
 // default text. Start-up reports the three ways a run can end before any setup is started.
 //
-// Where a report goes is behind ReportSink: until the setup logs, the settings-storage entries and the
-// server connector are in place, reports reach only the trace (TraceReportSink).
+// Where a report goes is behind ReportSink: the agent's sink writes the result through the ordinary
+// channels (setup.log or the task's entries), tests record what was reported.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace QZRI {
@@ -21,24 +22,27 @@ inline constexpr RiMessage MSG_TIMEOUT_EXPIRED{L"QZRI_MSG_DATA_TIMEOUT_EXPIRED",
 inline constexpr RiMessage MSG_COMPLETE_SKIPPED{
     L"QZRI_MSG_DATA_COMPLETE_SKIPPED", L"Installation is not required. Host is managed by another Server"};
 
+class RiWrpData;
+struct AgentServices;
+
 class ReportSink
 {
 public:
     virtual ~ReportSink() = default;
-    virtual void ReportResult(const std::wstring& wstrMsgId, const std::wstring& wstrText) = 0;
+    // Reports that the run ends with nResultCode for the reason the message names.
+    virtual void ReportResult(const RiWrpData& data, const RiMessage& msg, int32_t nResultCode) = 0;
 };
 
-inline void ReportResult(ReportSink& sink, const RiMessage& msg)
-{
-    sink.ReportResult(msg.m_szId, msg.m_szText);
-}
-
-// Writes each report as one trace line (module "QZRI", scope "QZRI::ReportResult") and says that it
-// went nowhere else.
-class TraceReportSink : public ReportSink
+// Traces the message and reports the result through the ordinary channels (resultreport.h): the
+// message's text is the description. The services must outlive the sink.
+class AgentReportSink : public ReportSink
 {
 public:
-    void ReportResult(const std::wstring& wstrMsgId, const std::wstring& wstrText) override;
+    explicit AgentReportSink(const AgentServices& services) : m_services(services) {}
+    void ReportResult(const RiWrpData& data, const RiMessage& msg, int32_t nResultCode) override;
+
+private:
+    const AgentServices& m_services;
 };
 
 }  // namespace QZRI

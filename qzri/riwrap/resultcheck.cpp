@@ -375,10 +375,9 @@ bool ReportWaitAndProcessResult(RiWrpData& data, long lTimeoutMs, bool bIsFinalC
     const ProcessedResult processed = WaitAndProcessResult(data, lTimeoutMs, services);
     if (processed.bTimeout) {
         QZ_TRACE_I(L"ReportWaitAndProcessResult: if bTimeoutOccured");
-        ReportResult(*services.m_pReports, MSG_TIMEOUT_EXPIRED);
         rslt.m_nResultCode = QZRI_RSLT_TIMEOUT;
         rslt.m_wstrDescription = MSG_TIMEOUT_EXPIRED.m_szText;
-        RiwrapReportResult(data, rslt, services);
+        services.m_pReports->ReportResult(data, MSG_TIMEOUT_EXPIRED, QZRI_RSLT_TIMEOUT);
         return true;
     }
     if (processed.bInterrupted)

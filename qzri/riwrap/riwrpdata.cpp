@@ -7,6 +7,7 @@
 #include "qzri/riwrap/cmdlinekeys.h"
 #include "qzri/riwrap/pkgsettings.h"
 #include "qzri/riwrap/reports.h"
+#include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/serverid.h"
 #include "std/error.h"
 #include "std/profile.h"
@@ -61,18 +62,18 @@ InitResult RiWrpData::InitializeSteps(const std::vector<std::wstring>& vecArgs,
         if (IsDamagedState())
             return InitResult::DAMAGED_STATE;
         if (!FindPackageDescription(*services.m_pOs)) {
-            ReportResult(*services.m_pReports, MSG_FILE_NOT_EXISTS);
+            services.m_pReports->ReportResult(*this, MSG_FILE_NOT_EXISTS, QZRI_RSLT_NO_PACKAGE_DESCRIPTION);
             return InitResult::NO_PACKAGE_DESCRIPTION;
         }
         ReadPackageDescription(services.m_pFiles);
     }
     if (IsUnexpectedReboot()) {
-        ReportResult(*services.m_pReports, MSG_UNEXPECTED_REBOOT);
+        services.m_pReports->ReportResult(*this, MSG_UNEXPECTED_REBOOT, QZRI_RSLT_UNEXPECTED_REBOOT);
         return InitResult::UNEXPECTED_REBOOT;
     }
     ReadPackageOptions(wstrCmdLine, *services.m_pOs);
     if (IsSkippedForOtherServer(*services.m_pServerIds)) {
-        ReportResult(*services.m_pReports, MSG_COMPLETE_SKIPPED);
+        services.m_pReports->ReportResult(*this, MSG_COMPLETE_SKIPPED, QZRI_RSLT_MANAGED_BY_OTHER_SERVER);
         return InitResult::MANAGED_BY_OTHER_SERVER;
     }
     return InitResult::OK;

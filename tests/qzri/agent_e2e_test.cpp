@@ -196,13 +196,17 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
 
     QZTEST::RemoveAll(wstrIni);
     QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
-    ASSERT_EQ(RunAgent({L"TASK_ID=T-1"}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_PACKAGE_DESCRIPTION)) << Dump();
+    // A silent run without a task id reports into setup.log and the description files of its folder.
+    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_PACKAGE_DESCRIPTION)) << Dump();
     EXPECT_TRUE(
-        Traced({"QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\" (written "
-                "to the trace only: result reporting is not available in this build).",
+        Traced({"QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\", "
+                "QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, the agent's own).",
                 "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, "
                 "the agent's own)."}))
         << Dump();
+    EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", 0),
+              QZRI_RSLT_NO_PACKAGE_DESCRIPTION);
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep"), "File does not exist.");
 }
 
 TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
@@ -217,15 +221,16 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
     pStorage->ReplaceEntries(L"1103", L"1.0.0.0", L"global", pEntries);
 
     ASSERT_EQ(RunAgent({}), QZRITEST::ExitStatusOf(QZRI_RSLT_MANAGED_BY_OTHER_SERVER)) << Dump();
-    EXPECT_TRUE(
-        Traced({"QZRIWRP I RiWrpData::Initialize: nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_NEVER'",
-                "QZRIWRP I RiWrpData::Initialize: wstrParentServerID = 'srv-A'",
-                "QZRIWRP I RiWrpData::Initialize: wstrCurrentServerID = 'srv-B'",
-                "QZRI W QZRI::ReportResult: QZRI_MSG_DATA_COMPLETE_SKIPPED \"Installation is not required. "
-                "Host is managed by another Server\" (written to the trace only: result reporting is not "
-                "available in this build).",
-                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_MANAGED_BY_OTHER_SERVER (536871108, 0x200000C4, "
-                "the agent's own)."}))
+    EXPECT_TRUE(Traced(
+        {"QZRIWRP I RiWrpData::Initialize: nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_NEVER'",
+         "QZRIWRP I RiWrpData::Initialize: wstrParentServerID = 'srv-A'",
+         "QZRIWRP I RiWrpData::Initialize: wstrCurrentServerID = 'srv-B'",
+         "QZRI W QZRI::ReportResult: QZRI_MSG_DATA_COMPLETE_SKIPPED \"Installation is not required. "
+         "Host is managed by another Server\", QZRI_RSLT_MANAGED_BY_OTHER_SERVER (536871108, 0x200000C4, "
+         "the agent's own).",
+         "QZRI I QZRI::ReportResult: Skip report result - not silent mode",
+         "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_MANAGED_BY_OTHER_SERVER (536871108, 0x200000C4, "
+         "the agent's own)."}))
         << Dump();
 }
 

@@ -86,9 +86,9 @@ public:
 class RecordingReports : public QZRI::ReportSink
 {
 public:
-    void ReportResult(const std::wstring& wstrMsgId, const std::wstring& wstrText) override
+    void ReportResult(const QZRI::RiWrpData&, const QZRI::RiMessage& msg, int32_t) override
     {
-        m_vecReports.emplace_back(wstrMsgId, wstrText);
+        m_vecReports.emplace_back(msg.m_szId, msg.m_szText);
     }
     std::vector<std::pair<std::wstring, std::wstring>> m_vecReports;
 };

@@ -228,8 +228,6 @@ TEST_F(ResultWaitTest, ATimeOutIsReportedAndARestartResultAsksForTheRestart)
     EXPECT_TRUE(ReportWaitAndProcessResult(m_data, 0, true, rslt, m_fakes.Get()));
     EXPECT_EQ(rslt.m_nResultCode, QZRI_RSLT_TIMEOUT);
     EXPECT_EQ(m_fakes.m_reports.m_vecReports.at(0).first, L"QZRI_MSG_DATA_TIMEOUT_EXPIRED");
-    EXPECT_EQ(QZSTD::GetProfileInt(m_folder.Join(L"setup.log"), L"ResponseResult", L"ResultCode", 0),
-              QZRI_RSLT_TIMEOUT);
 
     Package("[SetupMainResult]\r\nFile=" + QZSTD::WideToUtf8(Result()) +
             "\r\nSection=R\r\n[SetupMainResult_ErrorCodes]\r\n5=Denied\r\n[SetupRestartResult]\r\nFile=" +
