@@ -401,6 +401,21 @@ bool ReportWaitAndProcessResult(RiWrpData& data, long lTimeoutMs, bool bIsFinalC
     return true;
 }
 
+bool WaitForSetupProcess(const RiWrpData& data)
+{
+    QZ_TRACE_SCOPE(MODULE, "WaitForSetupProcess");
+    if (!data.m_pSetupWaiter)
+        return true;
+    while (!data.m_pSetupWaiter->Wait(1000)) {
+    }
+    const int32_t nCode = static_cast<int32_t>(data.m_pSetupWaiter->ExitCode());
+    if (nCode == 0)
+        return true;
+    QZ_TRACE_W(L"%hs: the setup process ended with %ls.\n", QZ_SCOPE_NAME, DescribeResultCode(nCode));
+    LogSetupProcessFailure(data, nCode);
+    return false;
+}
+
 void LogSetupProcessFailure(const RiWrpData& data, int32_t nCode)
 {
     QZ_TRACE_SCOPE(MODULE, "LogSetupProcessFailure");

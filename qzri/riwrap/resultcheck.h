@@ -151,6 +151,11 @@ ProcessedResult WaitAndProcessResult(const RiWrpData& data, long lTimeoutMs, con
 bool ReportWaitAndProcessResult(RiWrpData& data, long lTimeoutMs, bool bIsFinalCheck, RiResult& rslt,
                                 const AgentServices& services);
 
+// Waits for the setup process of the run data in slices of 1000 ms until it ends or the agent stops.
+// False when it ended with a non-zero code (written by LogSetupProcessFailure); true when it ended with 0
+// or there is no setup process. A stop of the agent raises QZError 1199.
+bool WaitForSetupProcess(const RiWrpData& data);
+
 // "ProcessResultCode" in "setup.log" of the agent's folder.
 void LogSetupProcessFailure(const RiWrpData& data, int32_t nCode);
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/qpdfile.h"
+#include "std/process/launch.h"
 #include "common/winsessions.h"
 #include "qzri/riwrap/agentservices.h"
 
@@ -100,6 +101,8 @@ public:
     std::wstring m_wstrResultFileName;
     std::wstring m_wstrDescrFileName;
     std::wstring m_wstrUnicodeDescrFileName;
+    // The setup process the driver started, while the agent waits for it; null otherwise.
+    QZSTD::CAutoPtr<QZSTD::LaunchWaiter> m_pSetupWaiter;
     // The package description, read once; null for a GUI process, which reads none.
     QZSTD::CAutoPtr<QpdFile> m_pQpd;
     // The interactive user sessions at start-up, for the processes that ask or tell users something.

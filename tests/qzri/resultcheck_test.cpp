@@ -273,3 +273,39 @@ TEST_F(ResultWaitTest, TheSystemWaitTakesAFileAndEndsOnQuitAndShutdown)
 }
 
 }  // namespace
+
+namespace {
+
+// A setup process that runs for a few slices and then ends with its code.
+class ScriptedSetupWaiter : public QZSTD::LaunchWaiter
+{
+public:
+    ScriptedSetupWaiter(int nSlices, uint32_t nCode) : m_nSlices(nSlices), m_nCode(nCode) {}
+    bool QueryInterface(const char*, void**) override { return false; }
+    bool Wait(long lTimeout) override
+    {
+        EXPECT_EQ(lTimeout, 1000);
+        return --m_nSlices <= 0;
+    }
+    uint32_t ExitCode() override { return m_nCode; }
+
+private:
+    int m_nSlices;
+    uint32_t m_nCode;
+};
+
+TEST_F(ResultCheckTest, WaitForSetupProcessLogsOnlyAFailure)
+{
+    EXPECT_TRUE(WaitForSetupProcess(m_data)) << "no setup process";
+    m_data.m_pSetupWaiter =
+        QZSTD::CAutoPtr<QZSTD::LaunchWaiter>::Adopt(new QZSTD::RcClassImpl<ScriptedSetupWaiter>(3, 0));
+    EXPECT_TRUE(WaitForSetupProcess(m_data));
+    EXPECT_FALSE(QZTEST::PathExists(m_folder.Join(L"setup.log")));
+    m_data.m_pSetupWaiter =
+        QZSTD::CAutoPtr<QZSTD::LaunchWaiter>::Adopt(new QZSTD::RcClassImpl<ScriptedSetupWaiter>(2, 1603));
+    EXPECT_FALSE(WaitForSetupProcess(m_data));
+    EXPECT_EQ(QZSTD::GetProfileInt(m_folder.Join(L"setup.log"), L"ResponseResult", L"ProcessResultCode", 0),
+              1603);
+}
+
+}  // namespace
