@@ -140,15 +140,26 @@ ParsedResult ParseResultCode(const QpdFile& qpd, const std::wstring& wstrKind,
                wstrKind + L"_SuccessCodes", wstrKind + L"_ErrorCodes", wstrKind + L"_WarningCodes");
     ParsedResult parsed;
     QZSTD::CAutoPtr<IniFileParser> pResult;
+    std::wstring wstrCode;
     try {
         pResult = IniFileParser::Create(wstrResultFile);
-        parsed.nCode = pResult->GetInt(wstrSection, wstrValue, 0, false);
+        wstrCode = pResult->GetString(wstrSection, wstrValue, nullptr);
     } catch (const QZSTD::QZError& e) {
         QZ_TRACE_EXCEPTION(e);
-        QZ_TRACE_W(L"%hs: No result in '%ls' [%ls] %ls.\n", QZ_SCOPE_NAME, wstrResultFile, wstrSection,
-                   wstrValue);
+        parsed.wstrProblem =
+            L"No result code at [" + wstrSection + L"] " + wstrValue + L" of '" + wstrResultFile + L"'.";
+        QZ_TRACE_W(L"%hs: %ls\n", QZ_SCOPE_NAME, parsed.wstrProblem);
         return parsed;
     }
+    // A code that is no number must not pass for 0, which would read as success.
+    const size_t nFirst = wstrCode.find_first_not_of(L"-+ \t");
+    if (nFirst == std::wstring::npos || wstrCode[nFirst] < L'0' || wstrCode[nFirst] > L'9') {
+        parsed.wstrProblem = L"The result code '" + wstrCode + L"' at [" + wstrSection + L"] " + wstrValue +
+                             L" of '" + wstrResultFile + L"' is not a number.";
+        QZ_TRACE_E(L"%hs: %ls\n", QZ_SCOPE_NAME, parsed.wstrProblem);
+        return parsed;
+    }
+    parsed.nCode = ParseDecimal(wstrCode);
     parsed.bFound = true;
     QZ_TRACE_I(L"Result: %d\n", parsed.nCode);
     parsed.classified = ClassifyCode(qpd, wstrKind, parsed.nCode);
@@ -201,8 +212,10 @@ bool CheckResult(RiWrpData& data, const CheckInput& in, RiResult& rslt, int32_t&
             if (wstrFile.empty() || (bOsImage && szKind == MAIN_RESULT_KIND))
                 continue;
             const ParsedResult parsed = ParseResultCode(qpd, szKind, wstrFile);
-            if (!parsed.bFound)
+            if (!parsed.bFound) {
+                rslt.m_wstrDescription = parsed.wstrProblem;
                 continue;
+            }
             nExitCode = parsed.nCode;
             rslt.m_wstrDescription = parsed.classified.wstrDescription;
         }

@@ -59,6 +59,8 @@ struct ParsedResult
     ClassifiedCode classified;
     // -1 when none is set.
     int32_t nFailReason = -1;
+    // When no code was found: what was wrong, for the report.
+    std::wstring wstrProblem;
 };
 
 // Reads the code of the kind from wstrResultFile and classifies it; the fail reason from the package's

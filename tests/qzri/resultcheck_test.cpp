@@ -6,6 +6,7 @@
 #include <windows.h>
 #endif
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -135,6 +136,7 @@ TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
         {"[R]\r\nCode=536871108\r\n", true, CodeClass::UNLISTED,
          L"Installation is not required. Host is managed by another Server", -1},
         {"[R]\r\nOther=1\r\n", false, CodeClass::UNLISTED, L"", -1},
+        {"[R]\r\nCode=abc\r\n", false, CodeClass::UNLISTED, L"", -1},
     };
     for (const auto& [szFile, bFound, eClass, szDescr, nReason] : rows) {
         SCOPED_TRACE(szFile);
@@ -153,6 +155,9 @@ TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
     EXPECT_EQ(ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, wstrResult).classified.wstrDescription,
               L"Ok");
     EXPECT_FALSE(ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, m_folder.Join(L"none.ini")).bFound);
+    QZTEST::WriteFileBytes(wstrResult, "[R]\r\nCode=abc\r\n");
+    EXPECT_THAT(ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, wstrResult).wstrProblem,
+                testing::HasSubstr(L"The result code 'abc' at [R] Code of '"));
 }
 
 }  // namespace
