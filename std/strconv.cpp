@@ -146,4 +146,25 @@ std::wstring Utf16ToWide(std::u16string_view s)
     }
 }
 
+std::string WideToUtf16LeBytes(std::wstring_view wstr, bool bBom)
+{
+    std::string strBytes = bBom ? std::string("\xFF\xFE") : std::string();
+    for (const char16_t ch : WideToUtf16(wstr)) {
+        strBytes += static_cast<char>(ch & 0xFF);
+        strBytes += static_cast<char>(ch >> 8);
+    }
+    return strBytes;
+}
+
+std::wstring Utf16LeBytesToWide(std::string_view svBytes)
+{
+    std::u16string u16;
+    for (size_t n = 0; n + 1 < svBytes.size(); n += 2)
+        u16 += static_cast<char16_t>(static_cast<unsigned char>(svBytes[n]) |
+                                     (static_cast<unsigned char>(svBytes[n + 1]) << 8));
+    if (!u16.empty() && u16[0] == 0xFEFF)
+        u16.erase(0, 1);
+    return Utf16ToWide(u16);
+}
+
 }  // namespace QZSTD

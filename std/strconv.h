@@ -16,6 +16,11 @@ std::u16string WideToUtf16(std::wstring_view wstr);
 // The reverse; an unpaired surrogate is kept as it is on Windows and becomes U+FFFD on Linux.
 std::wstring Utf16ToWide(std::u16string_view str);
 
+// Text files in UTF-16LE: the bytes of a wide string, with the byte-order mark FF FE first when bBom;
+// and back, a leading byte-order mark dropped (an odd last byte is ignored).
+std::string WideToUtf16LeBytes(std::wstring_view wstr, bool bBom);
+std::wstring Utf16LeBytesToWide(std::string_view svBytes);
+
 // The value of a hexadecimal digit in either case, or -1 for any other character.
 constexpr int HexDigitValue(char32_t c) noexcept
 {

@@ -39,15 +39,7 @@ std::wstring ReadDescriptionFile(const std::wstring& wstrPath, bool bUtf16)
 {
     std::ifstream in(PathFromWide(wstrPath), std::ios::binary);
     const std::string strBytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (!bUtf16)
-        return AnsiToWide(strBytes);
-    std::u16string u16;
-    for (size_t n = 0; n + 1 < strBytes.size(); n += 2)
-        u16 += static_cast<char16_t>(static_cast<uint8_t>(strBytes[n]) |
-                                     (static_cast<uint8_t>(strBytes[n + 1]) << 8));
-    if (!u16.empty() && u16[0] == 0xFEFF)
-        u16.erase(0, 1);
-    return QZSTD::Utf16ToWide(u16);
+    return bUtf16 ? QZSTD::Utf16LeBytesToWide(strBytes) : AnsiToWide(strBytes);
 }
 
 // The description file the package names for the kind ("DescriptionFileU" first); empty when it names

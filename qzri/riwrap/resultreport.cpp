@@ -29,17 +29,6 @@ bool WriteWholeFile(const std::wstring& wstrPath, const std::string& strBytes)
     return static_cast<bool>(out.flush());
 }
 
-// UTF-16LE with a byte-order mark, so that any reader tells it from 8-bit text.
-std::string Utf16FileBytes(const std::wstring& wstrText)
-{
-    std::string strBytes = "\xFF\xFE";
-    for (const char16_t ch : QZSTD::WideToUtf16(wstrText)) {
-        strBytes += static_cast<char>(ch & 0xFF);
-        strBytes += static_cast<char>(ch >> 8);
-    }
-    return strBytes;
-}
-
 void WriteDescriptionFiles(const std::wstring& wstrDescr, const std::wstring& wstrDescrFile,
                            const std::wstring& wstrUnicodeFile)
 {
@@ -49,7 +38,7 @@ void WriteDescriptionFiles(const std::wstring& wstrDescr, const std::wstring& ws
     if (!WriteWholeFile(wstrDescrFile, WideToAnsi(wstrDescr)))
         QZ_TRACE_E(L"%hs: '%ls' could not be written.", QZ_SCOPE_NAME, wstrDescrFile);
     QZ_TRACE_I(L"%hs: Save unicode description to file: '%ls'", QZ_SCOPE_NAME, wstrUnicodeFile);
-    if (!WriteWholeFile(wstrUnicodeFile, Utf16FileBytes(wstrDescr)))
+    if (!WriteWholeFile(wstrUnicodeFile, QZSTD::WideToUtf16LeBytes(wstrDescr, true)))
         QZ_TRACE_E(L"%hs: '%ls' could not be written.", QZ_SCOPE_NAME, wstrUnicodeFile);
 }
 

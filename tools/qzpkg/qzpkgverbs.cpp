@@ -368,11 +368,7 @@ void PrintDescriptionFile(const std::wstring& wstrPath, const wchar_t* szName, b
         out << szName << L": not UTF-16 text with a byte-order mark (" << strBytes.size() << L" bytes)\n";
         return;
     } else {
-        std::u16string u16;
-        for (size_t n = 2; n + 1 < strBytes.size(); n += 2)
-            u16 += static_cast<char16_t>(static_cast<uint8_t>(strBytes[n]) |
-                                         (static_cast<uint8_t>(strBytes[n + 1]) << 8));
-        wstrText = QZSTD::Utf16ToWide(u16);
+        wstrText = QZSTD::Utf16LeBytesToWide(strBytes);
     }
     out << szName << L": " << wstrText << L"\n";
 }
