@@ -4,10 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <sstream>
+#include <thread>
 
 #include "tests/std/process/testchild.h"
+
+#ifndef _WIN32
+#include <signal.h>
+#endif
 
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/par/paramshelpers.h"
@@ -22,24 +28,46 @@ namespace {
 
 using namespace QZRI;
 
-// Child mode "report:<task id>": reports a result for the task into the storage of the shared folder
-// QZ_TEST_SHARED, as one of many agents at once.
+// Child modes: "report:<task id>" reports a result for the task into the storage of the shared folder
+// QZ_TEST_SHARED, as one of many agents at once; "write-loop" writes setup.log in QZ_TEST_SHARED over and
+// over, alternating two results, until it is killed.
 const bool g_bReportChild = [] {
     const char* szMode = std::getenv("QZ_TEST_CHILD");
     const char* szShared = std::getenv("QZ_TEST_SHARED");
-    if (!szMode || std::string(szMode).rfind("report:", 0) != 0 || !szShared)
+    if (!szMode || !szShared)
+        return false;
+    const std::string strMode = szMode;
+    if (strMode.rfind("report:", 0) != 0 && strMode != "write-loop")
         return false;
     try {
         QZRITEST::TestServices fakes;
         fakes.m_registry.m_wstrSharedFolder = QZSTD::Utf8ToWide(szShared);
         RiResult rslt;
         rslt.m_nScriptResultCode = 1;
-        ReportResultSS(QZSTD::Utf8ToWide(szMode + 7), rslt, L"", fakes.Get());
+        if (strMode != "write-loop")
+            ReportResultSS(QZSTD::Utf8ToWide(szMode + 7), rslt, L"", fakes.Get());
+        for (int n = 0; strMode == "write-loop"; ++n) {
+            rslt.m_nResultCode = n % 2 == 0 ? QZRI_RSLT_NO_ERROR : QZRI_RSLT_CLEANER_RESTART_NEEDED;
+            rslt.m_nScriptResultCode = n;
+            WriteSetupLog(fakes.m_registry.m_wstrSharedFolder, rslt, L"", L"", L"", fakes.Get());
+        }
     } catch (...) {
         QZTEST::EndChild(3);
     }
     QZTEST::EndChild(0);
 }();
+
+// Ends a child process at once (SIGKILL, TerminateProcess).
+void KillChild(long lPid)
+{
+#ifdef _WIN32
+    const HANDLE h = ::OpenProcess(PROCESS_TERMINATE, FALSE, static_cast<DWORD>(lPid));
+    ::TerminateProcess(h, 9);
+    ::CloseHandle(h);
+#else
+    ::kill(static_cast<pid_t>(lPid), SIGKILL);
+#endif
+}
 
 // "key=value" of the file's lines, in their order, line ends and blanks around '=' cut.
 std::vector<std::string> KeyLines(const std::wstring& wstrFile)
@@ -225,6 +253,35 @@ TEST_F(ResultReportTest, ThirtyTwoProcessesReportingAtOnceLoseNothing)
     std::vector<std::wstring> vecIds;
     pCodes->GetNames(vecIds);
     EXPECT_EQ(vecIds.size(), static_cast<size_t>(PROCESSES));
+}
+
+// A writer killed at any moment leaves the previous result file or the new one, never part of one.
+TEST_F(ResultReportTest, AKilledWriterLeavesAWholeResultFile)
+{
+    const std::wstring wstrCmd = L"\"" + QZTEST::SelfPath().wstring() + L"\"";
+    int nWholeFiles = 0;
+    for (int nRound = 0; nRound < 6; ++nRound) {
+        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
+        QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", L"write-loop");
+        QZPAR::SetStringValue(pEnv, L"QZ_TEST_SHARED", m_data.m_wstrDirPath);
+        QZPAR::SetStringValue(pEnv, L"QZ_TEST_RAN_FILE", m_folder.Join(L"child-report.txt"));
+        QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
+        QZSTD_LaunchAsync(wstrCmd.c_str(), nullptr, nullptr, nullptr, nullptr, pEnv, &pWaiter);
+        std::this_thread::sleep_for(std::chrono::milliseconds(150 + 37 * nRound));
+        KillChild(QZSTD::QueryInterface<QZSTD::ProcessPid>(pWaiter)->GetPid());
+        ASSERT_TRUE(pWaiter->Wait(60000));  // a hang detector only
+        const std::vector<std::string> vecKeys = KeyLines(Pkg(L"setup.log"));
+        if (vecKeys.empty())
+            continue;  // killed before its first write
+        ASSERT_EQ(vecKeys.size(), 3u) << nRound;
+        ++nWholeFiles;
+        EXPECT_EQ(vecKeys[0], "ProcessResultCode=0");
+        // Both values come from the same write: an even script result goes with 0, an odd one with -50.
+        ASSERT_EQ(vecKeys[2].rfind("ScriptResultCode=", 0), 0u) << vecKeys[2];
+        const bool bEven = std::stoi(vecKeys[2].substr(17)) % 2 == 0;
+        EXPECT_EQ(vecKeys[1], bEven ? "ResultCode=0" : "ResultCode=-50") << vecKeys[2];
+    }
+    EXPECT_GT(nWholeFiles, 0) << "the writer was always killed before its first write";
 }
 
 }  // namespace
