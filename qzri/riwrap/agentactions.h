@@ -2,9 +2,10 @@
 // installation driver, the service mode, asking the user, the reboot worker and the clean-up of other
 // agents' services. QZCS_Main only decides; these do.
 //
-// This build contains none of them yet: UnavailableActions ends each such run with a trace line that
-// says so and an exit code of its own (qzri/riwrap/riresult.h). Tests put a recording fake here to
-// check the decisions.
+// ThisBuildActions deletes the ghosts of other agents' services for real; the driver, the service mode,
+// asking the user and the reboot worker are not in this build yet, and each such run ends with a trace
+// line that says so and a result code of its own (qzri/riwrap/riresult.h). Tests put a recording fake
+// here to check the decisions.
 #pragma once
 
 #include <optional>
@@ -39,14 +40,21 @@ public:
     virtual std::optional<int> CleanupOtherServices(const std::wstring& wstrKeepServiceId) = 0;
 };
 
-class UnavailableActions : public AgentActions
+struct AgentServices;
+
+class ThisBuildActions : public AgentActions
 {
 public:
+    // The services must outlive the actions.
+    explicit ThisBuildActions(const AgentServices& services) : m_services(services) {}
     int StartNewRebootWorker(RiWrpData& data) override;
     int RunAsService(RiWrpData& data) override;
     int AskUserForStart(RiWrpData& data) override;
     DriverResult RunExecutable(RiWrpData& data) override;
     std::optional<int> CleanupOtherServices(const std::wstring& wstrKeepServiceId) override;
+
+private:
+    const AgentServices& m_services;
 };
 
 }  // namespace QZRI

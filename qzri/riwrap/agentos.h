@@ -7,6 +7,7 @@
 // the folder's path followed by the file name ("C:\pkg\" + "$qzriwrp.ini").
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -49,6 +50,11 @@ public:
     virtual bool RemoveFile(const std::wstring& wstrPath) = 0;
     // Renames a file, replacing wstrTo when it exists. False (and nothing changed) on failure.
     virtual bool RenameFile(const std::wstring& wstrFrom, const std::wstring& wstrTo) = 0;
+    // When the file came to this computer: its creation time on Windows (a copy keeps the last-write
+    // time of its source, which may be months old), the inode's change time elsewhere (set by the copy
+    // too). Nothing when the file does not exist.
+    virtual std::optional<std::chrono::system_clock::time_point> GetFileArrivalTime(
+        const std::wstring& wstrPath) = 0;
 };
 
 std::unique_ptr<AgentOs> CreateSystemAgentOs();

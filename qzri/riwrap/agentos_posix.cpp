@@ -111,6 +111,15 @@ public:
         return ::unlink(WideToUtf8(wstrPath).c_str()) == 0 || errno == ENOENT;
     }
 
+    std::optional<std::chrono::system_clock::time_point> GetFileArrivalTime(
+        const std::wstring& wstrPath) override
+    {
+        struct stat st;
+        if (!StatPath(wstrPath, st) || !S_ISREG(st.st_mode))
+            return std::nullopt;
+        return std::chrono::system_clock::from_time_t(st.st_ctime);
+    }
+
     bool RenameFile(const std::wstring& wstrFrom, const std::wstring& wstrTo) override
     {
         return std::rename(WideToUtf8(wstrFrom).c_str(), WideToUtf8(wstrTo).c_str()) == 0;

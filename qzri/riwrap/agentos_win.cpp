@@ -1,6 +1,7 @@
 // Win32 part of the agent's operating-system layer.
 #include <windows.h>
 
+#include <cstdint>
 #include <vector>
 
 #include "qzri/riwrap/agentos.h"
@@ -115,6 +116,22 @@ public:
     bool RenameFile(const std::wstring& wstrFrom, const std::wstring& wstrTo) override
     {
         return MoveFileExW(wstrFrom.c_str(), wstrTo.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE;
+    }
+
+    std::optional<std::chrono::system_clock::time_point> GetFileArrivalTime(
+        const std::wstring& wstrPath) override
+    {
+        WIN32_FILE_ATTRIBUTE_DATA data = {};
+        if (wstrPath.empty() || !GetFileAttributesExW(wstrPath.c_str(), GetFileExInfoStandard, &data) ||
+            (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
+            return std::nullopt;
+        // FILETIME counts 100 ns steps since 1601; the system clock's epoch is 1970.
+        const uint64_t nTicks = (static_cast<uint64_t>(data.ftCreationTime.dwHighDateTime) << 32) |
+                                data.ftCreationTime.dwLowDateTime;
+        constexpr uint64_t EPOCH_DIFFERENCE_SECONDS = 11644473600ULL;
+        const int64_t nSeconds =
+            static_cast<int64_t>(nTicks / 10000000ULL) - static_cast<int64_t>(EPOCH_DIFFERENCE_SECONDS);
+        return std::chrono::system_clock::time_point(std::chrono::seconds(nSeconds));
     }
 };
 

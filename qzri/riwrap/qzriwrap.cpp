@@ -7,8 +7,8 @@
 #include "common/winsessions.h"
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/agentservice.h"
 #include "qzri/riwrap/agentservices.h"
-#include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/qzcsmain.h"
 #include "qzri/riwrap/reports.h"
@@ -45,9 +45,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<ServiceControl> pServices = CreateSystemServiceControl();
     LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
     SystemClock clock;
-    UnavailableAutostart autostart;
     std::unique_ptr<Waits> pWaits = CreateSystemWaits(QZSTD::ProcessShutdown());
-    UnavailableActions actions;
 
     AgentServices services;
     services.m_pOs = pOs.get();
@@ -56,10 +54,13 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pSessions = pSessions.get();
     services.m_pServerIds = &serverIds;
     services.m_pClock = &clock;
-    services.m_pAutostart = &autostart;
     services.m_pWaits = pWaits.get();
+    // These three act through the services themselves.
+    ServiceAutostart autostart(services);
+    services.m_pAutostart = &autostart;
     AgentReportSink reports(services);
     services.m_pReports = &reports;
+    ThisBuildActions actions(services);
     return QZCS_Main(runtime.CommandLine(), runtime.Arguments(), services, actions);
 }
 

@@ -430,21 +430,4 @@ void LogSetupProcessFailure(const RiWrpData& data, int32_t nCode)
         QZ_TRACE_E(L"%hs: '%ls' could not be written.\n", QZ_SCOPE_NAME, wstrLog);
 }
 
-bool UnavailableAutostart::RegisterAutostart(RiWrpData&, QzriAction eAction)
-{
-    QZ_TRACE_SCOPE(MODULE, "RegisterAutostart");
-    QZ_TRACE_E(L"RegisterAutostart(%d)...\n", static_cast<int>(eAction));
-    QZ_TRACE_E(L"%hs: Registering the agent to start again is not available in this build.\n", QZ_SCOPE_NAME);
-    return false;
-}
-
-void UnavailableAutostart::UnregisterAutostart(RiWrpData&)
-{
-    QZ_TRACE_SCOPE(MODULE, "UnregisterAutostart");
-    QZ_TRACE_I(
-        L"%hs: Nothing to unregister: registering the agent to start again is not available in this "
-        L"build.\n",
-        QZ_SCOPE_NAME);
-}
-
 }  // namespace QZRI

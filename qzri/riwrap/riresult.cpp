@@ -42,10 +42,6 @@ const wchar_t* ResultCodeName(int32_t nCode)
             return L"QZRI_RSLT_ASK_USER_NOT_AVAILABLE";
         case QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE:
             return L"QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE";
-        case QZRI_RSLT_SERVICE_CLEANUP_NOT_AVAILABLE:
-            return L"QZRI_RSLT_SERVICE_CLEANUP_NOT_AVAILABLE";
-        case QZRI_RSLT_AUTOSTART_NOT_AVAILABLE:
-            return L"QZRI_RSLT_AUTOSTART_NOT_AVAILABLE";
         default:
             return nullptr;
     }

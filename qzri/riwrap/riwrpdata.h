@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "common/qpdfile.h"
-#include "std/process/launch.h"
 #include "common/winsessions.h"
 #include "qzri/riwrap/agentservices.h"
+#include "std/process/launch.h"
 
 namespace QZRI {
 

@@ -28,6 +28,7 @@ void RemoveService(ServiceControl& services, const std::wstring& wstrServiceId)
             QZ_TRACE_E(L"%hs: OpenService failed - %d\n", QZ_SCOPE_NAME, failure->m_nError);
             break;
         case ServiceFailure::DELETE_SERVICE:
+        default:
             QZ_TRACE_E(L"%hs: DeleteService failed - %d\n", QZ_SCOPE_NAME, failure->m_nError);
             break;
     }

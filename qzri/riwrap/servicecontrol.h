@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace QZRI {
 
@@ -24,6 +25,9 @@ struct ServiceFailure
         OPEN_SCM,
         OPEN_SERVICE,
         DELETE_SERVICE,
+        CREATE_SERVICE,
+        ENUM_SERVICES,
+        QUERY_CONFIG,
     } m_eStep;
     int m_nError;
 };
@@ -35,6 +39,15 @@ public:
     // Opens the service with all access (0xF01FF) and marks it for deletion; nothing when that worked.
     // A running service goes once it stops.
     virtual std::optional<ServiceFailure> DeleteService(const std::wstring& wstrName) = 0;
+    // Creates a service of its own process (16) that starts automatically (2) as the local system
+    // account, start errors ignored (0), named and displayed as wstrName; nothing when that worked.
+    virtual std::optional<ServiceFailure> CreateService(const std::wstring& wstrName,
+                                                        const std::wstring& wstrBinaryPath) = 0;
+    // The names of all Win32 services, or the failure.
+    virtual std::vector<std::wstring> EnumServiceNames(std::optional<ServiceFailure>& failure) = 0;
+    // The binary path (the command line) of a service, or the failure.
+    virtual std::wstring QueryBinaryPath(const std::wstring& wstrName,
+                                         std::optional<ServiceFailure>& failure) = 0;
 };
 
 std::unique_ptr<ServiceControl> CreateSystemServiceControl();

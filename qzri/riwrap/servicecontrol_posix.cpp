@@ -1,4 +1,5 @@
-// Without a service control manager no agent service exists to be removed.
+// Without a service control manager no agent service exists: none is listed, none can be removed or
+// created.
 #include "qzri/riwrap/servicecontrol.h"
 
 namespace QZRI {
@@ -6,6 +7,8 @@ namespace {
 
 // ERROR_SERVICE_DOES_NOT_EXIST, as the Windows manager answers for a name it does not know.
 constexpr int SERVICE_DOES_NOT_EXIST = 1060;
+// ERROR_CALL_NOT_IMPLEMENTED: there is no manager to create a service with.
+constexpr int CALL_NOT_IMPLEMENTED = 120;
 
 class NoServiceControl : public ServiceControl
 {
@@ -13,6 +16,16 @@ public:
     std::optional<ServiceFailure> DeleteService(const std::wstring&) override
     {
         return ServiceFailure{ServiceFailure::OPEN_SERVICE, SERVICE_DOES_NOT_EXIST};
+    }
+    std::optional<ServiceFailure> CreateService(const std::wstring&, const std::wstring&) override
+    {
+        return ServiceFailure{ServiceFailure::OPEN_SCM, CALL_NOT_IMPLEMENTED};
+    }
+    std::vector<std::wstring> EnumServiceNames(std::optional<ServiceFailure>&) override { return {}; }
+    std::wstring QueryBinaryPath(const std::wstring&, std::optional<ServiceFailure>& failure) override
+    {
+        failure = ServiceFailure{ServiceFailure::OPEN_SERVICE, SERVICE_DOES_NOT_EXIST};
+        return std::wstring();
     }
 };
 

@@ -26,6 +26,9 @@ public:
     // Takes every pending window message (Windows), then waits up to nMs for a message, the shutdown
     // signal or nothing.
     virtual Slice PumpMessagesAndWait(uint32_t nMs) = 0;
+    // Waits up to nMs on the shutdown signal alone; true when it is raised. A wait that fails ends the
+    // process (fail-fast): the agent could no longer be stopped.
+    virtual bool WaitForStop(uint32_t nMs) = 0;
     // A millisecond counter that wraps at 2^32, as GetTickCount does.
     virtual uint32_t TickCount() = 0;
 };

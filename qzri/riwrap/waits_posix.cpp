@@ -1,9 +1,11 @@
 // Without window messages the wait is a poll on the shutdown signal.
 #include <poll.h>
 
+#include <cerrno>
 #include <chrono>
 
 #include "qzri/riwrap/waits.h"
+#include "std/failfast.h"
 #include "std/shutdown.h"
 
 namespace QZRI {
@@ -19,6 +21,14 @@ public:
         pollfd fd = {m_shutdown.Fd(), POLLIN, 0};
         ::poll(&fd, 1, static_cast<int>(nMs));
         return m_shutdown.IsRaised() ? Slice::STOPPED : Slice::ELAPSED;
+    }
+
+    bool WaitForStop(uint32_t nMs) override
+    {
+        pollfd fd = {m_shutdown.Fd(), POLLIN, 0};
+        if (::poll(&fd, 1, static_cast<int>(nMs)) < 0 && errno != EINTR)
+            QZSTD::FailFast("The wait on the agent's stop signal failed.");
+        return m_shutdown.IsRaised();
     }
 
     uint32_t TickCount() override

@@ -5,6 +5,7 @@
 
 #include "qzri/riwrap/waits.h"
 #include "std/error.h"
+#include "std/failfast.h"
 #include "std/shutdown.h"
 #include "std/win/scopedhandle.h"
 
@@ -38,6 +39,14 @@ public:
         if (dwWait == WAIT_FAILED)
             QZ_THROW_SYSTEM();
         return m_shutdown.IsRaised() ? Slice::STOPPED : Slice::ELAPSED;
+    }
+
+    bool WaitForStop(uint32_t nMs) override
+    {
+        const DWORD dwWait = ::WaitForSingleObject(static_cast<HANDLE>(m_shutdown.Event()), nMs);
+        if (dwWait == WAIT_FAILED)
+            QZSTD::FailFast("The wait on the agent's stop event failed.");
+        return dwWait == WAIT_OBJECT_0;
     }
 
     uint32_t TickCount() override { return ::GetTickCount(); }

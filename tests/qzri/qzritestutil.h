@@ -51,6 +51,14 @@ public:
     }
     bool RemoveFile(const std::wstring& wstrPath) override { return m_pReal->RemoveFile(wstrPath); }
     bool RenameFile(const std::wstring& wstrFrom, const std::wstring& wstrTo) override;
+    std::optional<std::chrono::system_clock::time_point> GetFileArrivalTime(
+        const std::wstring& wstrPath) override
+    {
+        const auto it = m_mapArrival.find(wstrPath);
+        return it != m_mapArrival.end() ? std::optional(it->second) : m_pReal->GetFileArrivalTime(wstrPath);
+    }
+    // Arrival times that stand in for the files' own.
+    std::map<std::wstring, std::chrono::system_clock::time_point> m_mapArrival;
 
     std::wstring m_wstrModulePath;
     bool m_bModulePathFails = false;
@@ -93,17 +101,49 @@ public:
     std::vector<std::pair<std::wstring, std::wstring>> m_vecReports;
 };
 
-// Records the names of the services deleted; answers with m_failure when it is set.
+// The services as a map from name to command line. Deletions are recorded; m_failure answers every
+// deletion when it is set, and m_vecCreateErrors the next creations (0: created).
 class FakeServiceControl : public QZRI::ServiceControl
 {
 public:
     std::optional<QZRI::ServiceFailure> DeleteService(const std::wstring& wstrName) override
     {
         m_vecDeleted.push_back(wstrName);
+        if (!m_failure)
+            m_mapServices.erase(wstrName);
         return m_failure;
     }
+    std::optional<QZRI::ServiceFailure> CreateService(const std::wstring& wstrName,
+                                                      const std::wstring& wstrBinaryPath) override
+    {
+        const int nError = m_vecCreateErrors.empty() ? 0 : m_vecCreateErrors.front();
+        if (!m_vecCreateErrors.empty())
+            m_vecCreateErrors.erase(m_vecCreateErrors.begin());
+        if (nError != 0)
+            return QZRI::ServiceFailure{QZRI::ServiceFailure::CREATE_SERVICE, nError};
+        m_mapServices[wstrName] = wstrBinaryPath;
+        return std::nullopt;
+    }
+    std::vector<std::wstring> EnumServiceNames(std::optional<QZRI::ServiceFailure>&) override
+    {
+        std::vector<std::wstring> vecNames;
+        for (const auto& entry : m_mapServices)
+            vecNames.push_back(entry.first);
+        return vecNames;
+    }
+    std::wstring QueryBinaryPath(const std::wstring& wstrName,
+                                 std::optional<QZRI::ServiceFailure>& failure) override
+    {
+        const auto it = m_mapServices.find(wstrName);
+        if (it != m_mapServices.end())
+            return it->second;
+        failure = QZRI::ServiceFailure{QZRI::ServiceFailure::OPEN_SERVICE, 1060};
+        return std::wstring();
+    }
+    std::map<std::wstring, std::wstring> m_mapServices;
     std::vector<std::wstring> m_vecDeleted;
     std::optional<QZRI::ServiceFailure> m_failure;
+    std::vector<int> m_vecCreateErrors;
 };
 
 // A clock that stands still at m_tp.
@@ -153,7 +193,15 @@ public:
         const size_t n = m_nSlices++;
         return n < m_vecSteps.size() ? m_vecSteps[n]() : Slice::ELAPSED;
     }
+    bool WaitForStop(uint32_t nMs) override
+    {
+        m_nTick += nMs;
+        ++m_nStopWaits;
+        return m_bStopped;
+    }
     uint32_t TickCount() override { return m_nTick; }
+    int m_nStopWaits = 0;
+    bool m_bStopped = false;
     std::vector<std::function<Slice()>> m_vecSteps;
     uint32_t m_nTick = 0;
     size_t m_nSlices = 0;

@@ -14,7 +14,7 @@ TEST(ResultCodesTest, SetupCodesAreNeverTakenForTheAgentsOwn)
     EXPECT_EQ(DescribeResultCode(3010), L"3010 (the setup's own)");
     EXPECT_EQ(DescribeResultCode(QZRI_RSLT_TIMEOUT),
               L"QZRI_RSLT_TIMEOUT (536871110, 0x200000C6, the agent's own)");
-    for (int32_t n = QZRI_RSLT_GENERAL_ERROR; n <= QZRI_RSLT_AUTOSTART_NOT_AVAILABLE; ++n) {
+    for (int32_t n = QZRI_RSLT_GENERAL_ERROR; n <= QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE; ++n) {
         if (!ResultCodeName(n))
             continue;
         EXPECT_EQ(n & 0x20000000, 0x20000000) << n;
