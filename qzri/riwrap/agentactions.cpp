@@ -5,6 +5,7 @@
 
 #include "qzri/riwrap/agentservice.h"
 #include "qzri/riwrap/servicecontrol.h"
+#include "qzri/riwrap/servicemain.h"
 
 #include "qzri/riwrap/riresult.h"
 #include "std/trace.h"
@@ -18,11 +19,9 @@ int ThisBuildActions::StartNewRebootWorker(RiWrpData&)
     return QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE;
 }
 
-int ThisBuildActions::RunAsService(RiWrpData&)
+int ThisBuildActions::RunAsService(RiWrpData& data)
 {
-    QZ_TRACE_SCOPE("QZRIWRP", "QZCS_Main");
-    QZ_TRACE_E(L"%hs: The service mode is not available in this build.\n", QZ_SCOPE_NAME);
-    return QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE;
+    return RunServiceDispatcher(data, m_services);
 }
 
 int ThisBuildActions::AskUserForStart(RiWrpData&)

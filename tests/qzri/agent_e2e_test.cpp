@@ -10,6 +10,7 @@
 
 #include <filesystem>
 
+#include "common/ristrutils.h"
 #include "qzri/riwrap/riresult.h"
 #include "std/par/paramshelpers.h"
 #include "std/profile.h"
@@ -27,9 +28,9 @@ using namespace QZRI;
 constexpr unsigned CHILD_TIMEOUT_MS = 60000;
 
 // The build writes a Linux path; a Windows process sees the same file on drive Z: under Wine.
-std::wstring AgentExePath()
+std::wstring BuildPath(const char* szPath)
 {
-    std::wstring wstrPath = QZSTD::Utf8ToWide(QZRIWRAP_EXE_PATH);
+    std::wstring wstrPath = QZSTD::Utf8ToWide(szPath);
 #ifdef _WIN32
     if (!wstrPath.empty() && wstrPath[0] == L'/')
         wstrPath = L"Z:" + wstrPath;
@@ -38,6 +39,11 @@ std::wstring AgentExePath()
             c = L'\\';
 #endif
     return wstrPath;
+}
+
+std::wstring AgentExePath()
+{
+    return BuildPath(QZRIWRAP_EXE_PATH);
 }
 
 class AgentRunTest : public testing::Test
@@ -233,5 +239,45 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
          "the agent's own)."}))
         << Dump();
 }
+
+#ifdef _WIN32
+// After a reboot the service control manager starts the agent as its service; for a planned rerun it
+// starts the package's setup again, silently, with the first start's arguments and the next counter,
+// and stops once that setup has ended.
+TEST_F(AgentRunTest, TheServiceRelaunchesTheSetupAfterAReboot)
+{
+    fs::copy_file(fs::path(BuildPath(QZ_FAKE_SETUP_PATH)), fs::path(m_wstrPkg + L"setup.exe"));
+    const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
+    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"0"));
+    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"start_counter", L"2"));
+    ASSERT_TRUE(QZSTD::WriteProfileString(
+        wstrIni, L"Setup", L"cmdline",
+        QZRI::EncodeHexString(L"qzriwrap.exe TASK_ID=T1 MASTER_SERVICE_ID=old").c_str()));
+    const std::wstring wstrId = L"svc" + std::to_wstring(QZRITEST::CurrentProcessId());
+    const std::wstring wstrService = L"QZ Deployment Wrapper" + wstrId;
+    ASSERT_TRUE(CreateAgentService(wstrService, L"\"" + AgentPath() + L"\" QZRI$ID=" + wstrId));
+    SC_HANDLE hScm = ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    SC_HANDLE hService = ::OpenServiceW(hScm, wstrService.c_str(), SERVICE_ALL_ACCESS);
+    ASSERT_TRUE(hService);
+    EXPECT_TRUE(::StartServiceW(hService, 0, nullptr)) << ::GetLastError();
+    // Hang detectors only: the service starts the setup and stops within seconds.
+    SERVICE_STATUS status = {};
+    for (int n = 0; n < 600; ++n) {
+        ::QueryServiceStatus(hService, &status);
+        if (QZTEST::PathExists(m_wstrPkg + L"setup-ran.txt") && status.dwCurrentState == SERVICE_STOPPED)
+            break;
+        ::Sleep(100);
+    }
+    EXPECT_EQ(status.dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
+    const std::string strCmdLine = QZTEST::ReadFileBytes(m_wstrPkg + L"setup-ran.txt");
+    const std::string strArgs = " TASK_ID=T1 /s QZRI_START_CNT=2";
+    EXPECT_TRUE(strCmdLine.ends_with(strArgs)) << strCmdLine;
+    EXPECT_NE(strCmdLine.find("setup.exe"), std::string::npos) << strCmdLine;
+    EXPECT_EQ(strCmdLine.find("MASTER_SERVICE_ID"), std::string::npos) << strCmdLine;
+    ::DeleteService(hService);
+    ::CloseServiceHandle(hService);
+    ::CloseServiceHandle(hScm);
+}
+#endif
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "qzri/riwrap/riwrpdata.h"
 #include "qzri/riwrap/servicecontrol.h"
+#include "qzri/riwrap/servicemain.h"
 #include "std/profile.h"
 #include "tests/qzri/childprocess.h"
 #include "tests/qzri/qzritestutil.h"
@@ -127,5 +128,25 @@ TEST_F(AgentServiceTest, TheSystemServiceIsCreatedAndRemoved)
     autostart.UnregisterAutostart(m_data);
 }
 #endif
+
+}  // namespace
+
+namespace {
+
+// The relaunch keeps the first start's arguments, drops the keys of earlier services and counters, and
+// always runs silently.
+TEST(RelaunchCommandLineTest, SavedArgumentsSilentlyWithTheNextCounter)
+{
+    const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*> rows[] = {
+        {L"a.exe TASK_ID=T1", L"", L"s.exe TASK_ID=T1 /s QZRI_START_CNT=3"},
+        {L"a.exe TASK_ID=T1 -S", L"", L"s.exe TASK_ID=T1 -S QZRI_START_CNT=3"},
+        {L"a.exe QZRI$ID=x MASTER_SERVICE_ID=m QZRI_START_CNT=1 \"X=a b\"", L"m",
+         L"s.exe \"X=a b\" QZRI$ID=id /s QZRI_START_CNT=3"},
+        {L"", L"", L"s.exe /s QZRI_START_CNT=3"},
+    };
+    for (const auto& [szSaved, szMaster, szExpected] : rows)
+        EXPECT_EQ(QZRI::BuildRelaunchCommandLine(L"s.exe", szSaved, szMaster, L"id", 3), szExpected)
+            << szSaved;
+}
 
 }  // namespace

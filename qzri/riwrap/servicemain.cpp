@@ -1,0 +1,43 @@
+// The portable part of the service mode: the relaunch command line.
+#include "qzri/riwrap/servicemain.h"
+
+#include <vector>
+
+#include "qzri/riwrap/cmdlinekeys.h"
+#include "std/cmdline.h"
+
+namespace QZRI {
+namespace {
+
+bool IsKeyWord(const std::wstring& wstrWord, std::wstring_view wsvKey)
+{
+    return wstrWord.rfind(wsvKey, 0) == 0 &&
+           (wstrWord.size() == wsvKey.size() || wstrWord[wsvKey.size()] == L'=');
+}
+
+}  // namespace
+
+std::wstring BuildRelaunchCommandLine(const std::wstring& wstrSetupPath, const std::wstring& wstrSavedCmdLine,
+                                      const std::wstring& wstrMasterServiceId,
+                                      const std::wstring& wstrServiceId, int nStartCounter)
+{
+    std::vector<std::wstring> vecArgs{wstrSetupPath};
+    const std::vector<std::wstring> vecSaved = QZSTD::SplitCommandLine(wstrSavedCmdLine);
+    bool bSilent = false;
+    for (size_t n = 1; n < vecSaved.size(); ++n) {
+        const std::wstring& wstrWord = vecSaved[n];
+        if (IsKeyWord(wstrWord, Keys::SERVICE_RESTART) || IsKeyWord(wstrWord, Keys::MASTER_SERVICE_ID) ||
+            IsKeyWord(wstrWord, Keys::START_COUNTER))
+            continue;
+        bSilent = bSilent || IsSilentSwitch(wstrWord);
+        vecArgs.push_back(wstrWord);
+    }
+    if (!wstrMasterServiceId.empty())
+        vecArgs.push_back(std::wstring(Keys::SERVICE_RESTART) + L"=" + wstrServiceId);
+    if (!bSilent)
+        vecArgs.push_back(L"/s");
+    vecArgs.push_back(std::wstring(Keys::START_COUNTER) + L"=" + std::to_wstring(nStartCounter));
+    return QZSTD::JoinCommandLine(vecArgs);
+}
+
+}  // namespace QZRI

@@ -1,0 +1,34 @@
+// The agent as its own Windows service after a reboot: the service control manager starts
+// "qzriwrap.exe QZRI$ID=<id>", QZCS_Main finds the run parameters and hands over here. For a planned
+// rerun (QZRI_ACTION_RUN) the service starts the package's "setup.exe" again with the first start's
+// command line, silently and with the next start counter, waits for it up to two minutes, starts the
+// reboot agent "qzrbtagt.exe", and then waits until it is stopped.
+#pragma once
+
+#include <string>
+
+#include "qzri/riwrap/agentservices.h"
+
+namespace QZRI {
+
+class RiWrpData;
+
+inline constexpr const wchar_t* PACKAGE_SETUP = L"setup.exe";
+inline constexpr const wchar_t* REBOOT_AGENT = L"qzrbtagt.exe";
+// How long the service waits for the relaunched setup before it goes on.
+inline constexpr unsigned long RELAUNCH_WAIT_MS = 120000;
+
+// The relaunched setup's command line: "setup.exe" of the package folder, the arguments of the saved
+// command line without "QZRI$ID", "MASTER_SERVICE_ID" and "QZRI_START_CNT", then "QZRI$ID=<service
+// id>" when a master service id is set, "/s" unless a silent switch is there, and
+// "QZRI_START_CNT=<counter>".
+std::wstring BuildRelaunchCommandLine(const std::wstring& wstrSetupPath, const std::wstring& wstrSavedCmdLine,
+                                      const std::wstring& wstrMasterServiceId,
+                                      const std::wstring& wstrServiceId, int nStartCounter);
+
+// Connects to the service control manager and runs the service (Windows). Returns the run's result
+// code once the service has stopped. Elsewhere there is no service control manager: the service mode
+// ends at once with QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE.
+int RunServiceDispatcher(RiWrpData& data, const AgentServices& services);
+
+}  // namespace QZRI

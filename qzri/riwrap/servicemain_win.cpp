@@ -1,0 +1,179 @@
+// The service main, its control handler, Service_Init and Service_Wait.
+#include <windows.h>
+
+#include <string>
+
+#include "qzri/riwrap/agentservice.h"
+#include "qzri/riwrap/resultcheck.h"
+#include "qzri/riwrap/riresult.h"
+#include "qzri/riwrap/riwrpdata.h"
+#include "qzri/riwrap/servicecontrol.h"
+#include "qzri/riwrap/servicemain.h"
+#include "qzri/riwrap/waits.h"
+#include "std/shutdown.h"
+#include "std/trace.h"
+#include "std/win/scopedhandle.h"
+
+namespace QZRI {
+namespace {
+
+constexpr const char* MODULE = "QZRIWRP";
+constexpr DWORD STATUS_WAIT_HINT_MS = 10000;
+
+struct ServiceContext
+{
+    RiWrpData* pData = nullptr;
+    const AgentServices* pServices = nullptr;
+    std::wstring wstrName;
+    SERVICE_STATUS_HANDLE hStatus = nullptr;
+    SERVICE_STATUS status = {};
+    int nResult = QZRI_RSLT_NO_ERROR;
+    // The relaunched setup, which the service outlives.
+    QZSTD::Win::ScopedHandle hSetup;
+};
+
+// The dispatcher calls the service main without a context of its own: the one service of this process
+// finds its context here while the dispatcher runs.
+ServiceContext* g_pContext = nullptr;
+
+void ReportStatus(ServiceContext& ctx, DWORD dwState, DWORD dwWaitHint, DWORD dwAccepted)
+{
+    ctx.status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+    ctx.status.dwCurrentState = dwState;
+    ctx.status.dwWaitHint = dwWaitHint;
+    ctx.status.dwControlsAccepted = dwAccepted;
+    ::SetServiceStatus(ctx.hStatus, &ctx.status);
+}
+
+DWORD WINAPI ControlHandler(DWORD dwControl, DWORD, void*, void* pContext)
+{
+    ServiceContext& ctx = *static_cast<ServiceContext*>(pContext);
+    if (dwControl == SERVICE_CONTROL_STOP || dwControl == SERVICE_CONTROL_SHUTDOWN) {
+        ++ctx.status.dwCheckPoint;
+        ReportStatus(ctx, SERVICE_STOP_PENDING, STATUS_WAIT_HINT_MS, 0);
+        // Ends Service_Wait and every wait of the agent within one slice.
+        QZSTD::RaiseShutdown();
+        return NO_ERROR;
+    }
+    ::SetServiceStatus(ctx.hStatus, &ctx.status);
+    return NO_ERROR;
+}
+
+// Starts a program of the package folder on the interactive desktop; the process handle, or none
+// (traced) when it could not be started.
+QZSTD::Win::ScopedHandle StartOnDesktop(const std::wstring& wstrProgram, std::wstring wstrCmdLine,
+                                        const std::wstring& wstrDir, DWORD* pdwPid)
+{
+    wchar_t szDesktop[] = L"WinSta0\\Default";
+    STARTUPINFOW si = {};
+    si.cb = sizeof(si);
+    si.lpDesktop = szDesktop;
+    PROCESS_INFORMATION pi = {};
+    if (!::CreateProcessW(wstrProgram.c_str(), wstrCmdLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                          wstrDir.c_str(), &si, &pi))
+        return QZSTD::Win::ScopedHandle();
+    ::CloseHandle(pi.hThread);
+    *pdwPid = pi.dwProcessId;
+    return QZSTD::Win::ScopedHandle(pi.hProcess);
+}
+
+void RelaunchSetup(ServiceContext& ctx)
+{
+    QZ_TRACE_SCOPE(MODULE, "Service_Init");
+    RiWrpData& data = *ctx.pData;
+    const std::wstring wstrSetup = data.m_wstrDirPath + PACKAGE_SETUP;
+    const std::wstring wstrCmdLine =
+        BuildRelaunchCommandLine(wstrSetup, data.m_wstrSavedCmdLine, data.m_wstrMasterServiceId,
+                                 ServiceIdOf(data), data.m_nStartCounter);
+    QZ_TRACE_I(L"Command line: %ls\n", wstrCmdLine);
+    DWORD dwPid = 0;
+    ctx.hSetup = StartOnDesktop(wstrSetup, wstrCmdLine, data.m_wstrDirPath, &dwPid);
+    if (!ctx.hSetup.IsValid()) {
+        const int nError = static_cast<int>(::GetLastError());
+        QZ_TRACE_E(L"%hs: '%ls' could not be started - %d\n", QZ_SCOPE_NAME, wstrSetup, nError);
+        LogSetupProcessFailure(data, nError);
+        return;
+    }
+    QZ_TRACE_I(L"Created process PID = %d", static_cast<int>(dwPid));
+    QZ_TRACE_I(L"%hs: Sleep for '%d' ms.", QZ_SCOPE_NAME, static_cast<int>(RELAUNCH_WAIT_MS));
+    ::Sleep(10);
+    ::WaitForSingleObject(ctx.hSetup.Get(), RELAUNCH_WAIT_MS - 10);
+
+    const std::wstring wstrAgent = data.m_wstrDirPath + REBOOT_AGENT;
+    const std::wstring wstrAgentCmd = L"\"" + wstrAgent + L"\"";
+    QZ_TRACE_I(L"%hs: Command line: '%ls'.", QZ_SCOPE_NAME, wstrAgentCmd);
+    QZSTD::Win::ScopedHandle hAgent = StartOnDesktop(wstrAgent, wstrAgentCmd, data.m_wstrDirPath, &dwPid);
+    if (hAgent.IsValid())
+        QZ_TRACE_I(L"%hs: Created process PID = '%d'.", QZ_SCOPE_NAME, static_cast<int>(dwPid));
+    else
+        QZ_TRACE_W(L"%hs: '%ls' could not be started - %d\n", QZ_SCOPE_NAME, wstrAgent,
+                   static_cast<int>(::GetLastError()));
+}
+
+// False when the service has nothing to wait for.
+bool Service_Init(ServiceContext& ctx)
+{
+    QZ_TRACE_SCOPE(MODULE, "Service_Init");
+    if (ctx.pData->m_eAct == QZRI_ACTION_RUN) {
+        RelaunchSetup(ctx);
+        return ctx.hSetup.IsValid();
+    }
+    // Checking the result or asking the user after a restart is the installation driver's work. The
+    // service goes, so that the computer does not start a service at every boot that can do nothing.
+    QZ_TRACE_E(L"%hs: Continuing the task with action %d after a restart is not available in this build.\n",
+               QZ_SCOPE_NAME, static_cast<int>(ctx.pData->m_eAct));
+    ctx.nResult = QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE;
+    RemoveService(*ctx.pServices->m_pServices, ServiceIdOf(*ctx.pData));
+    return false;
+}
+
+// The service stays until it is stopped or the relaunched setup, which carries the task on, has ended.
+void Service_Wait(ServiceContext& ctx)
+{
+    QZ_TRACE_SCOPE(MODULE, "Service_Wait");
+    QZ_TRACE_I(L"g_pData->m_eAct: %d\n", static_cast<int>(ctx.pData->m_eAct));
+    HANDLE vecHandles[2] = {ctx.hSetup.Get(), static_cast<HANDLE>(QZSTD::ProcessShutdown().Event())};
+    ::WaitForMultipleObjects(2, vecHandles, FALSE, INFINITE);
+}
+
+void WINAPI ServiceMain(DWORD, LPWSTR*)
+{
+    ServiceContext& ctx = *g_pContext;
+    QZ_TRACE_SCOPE(MODULE, "ServiceMain");
+    ctx.hStatus = ::RegisterServiceCtrlHandlerExW(ctx.wstrName.c_str(), &ControlHandler, &ctx);
+    if (!ctx.hStatus) {
+        QZ_TRACE_E(L"%hs: RegisterServiceCtrlHandlerEx failed - %d\n", QZ_SCOPE_NAME,
+                   static_cast<int>(::GetLastError()));
+        ctx.nResult = QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE;
+        return;
+    }
+    ReportStatus(ctx, SERVICE_START_PENDING, STATUS_WAIT_HINT_MS, 0);
+    const bool bWait = Service_Init(ctx);
+    ReportStatus(ctx, SERVICE_RUNNING, 0, SERVICE_ACCEPT_STOP);
+    if (bWait)
+        Service_Wait(ctx);
+    ReportStatus(ctx, SERVICE_STOPPED, 0, 0);
+}
+
+}  // namespace
+
+int RunServiceDispatcher(RiWrpData& data, const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, "QZCS_Main");
+    ServiceContext ctx;
+    ctx.pData = &data;
+    ctx.pServices = &services;
+    ctx.wstrName = ServiceNameOf(ServiceIdOf(data));
+    g_pContext = &ctx;
+    SERVICE_TABLE_ENTRYW table[] = {{ctx.wstrName.data(), &ServiceMain}, {nullptr, nullptr}};
+    const BOOL bDispatched = ::StartServiceCtrlDispatcherW(table);
+    g_pContext = nullptr;
+    if (!bDispatched) {
+        QZ_TRACE_E(L"%hs: StartServiceCtrlDispatcher failed - %d\n", QZ_SCOPE_NAME,
+                   static_cast<int>(::GetLastError()));
+        return QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE;
+    }
+    return ctx.nResult;
+}
+
+}  // namespace QZRI
