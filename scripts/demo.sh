@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Runs the agent's main job on the bundled example package (examples/package) and shows what happened:
 # the exit code, the trace, and the files it left. Four starts show four of its decisions:
-#   1. a fresh start: the package is read and the run reaches the installation driver;
+#   1. a fresh start: the package is read, its setup runs and its result file says it succeeded;
 #   2. a restart by the agent's service after the machine rebooted while the setup ran;
 #   3. a start on a host that is managed by another administration server;
-#   4. the same started silently without a task: the result in setup.log, explained by "qzpkg result".
+#   4. a silent start whose setup fails: the result in setup.log, explained by "qzpkg result".
 #   scripts/demo.sh            the Windows build under wine64 (default)
 #   scripts/demo.sh --native   the Linux build
 # On a fresh Debian machine (as root) it installs and builds what it needs first.
@@ -28,13 +28,13 @@ say "set-up"
 scripts/install-packages.sh
 if [ "$mode" = wine ]; then
   scripts/build-win-deps.sh x86_64-w64-mingw32 >/dev/null
-  preset=win64 exe=qzriwrap.exe tool=build/win64/tools/qzpkg/qzpkg.exe
+  preset=win64 exe=qzriwrap.exe tool=build/win64/tools/qzpkg/qzpkg.exe setup=qz_example_setup.exe
 else
-  preset=linux exe=qzriwrap tool=build/linux/tools/qzpkg/qzpkg
+  preset=linux exe=qzriwrap tool=build/linux/tools/qzpkg/qzpkg setup=qz_example_setup
 fi
 mkdir -p build
 cmake --preset "$preset" >build/demo-configure.log 2>&1 || { cat build/demo-configure.log; exit 1; }
-cmake --build --preset "$preset" --target qzriwrap qzpkg | tail -n 1
+cmake --build --preset "$preset" --target qzriwrap qzpkg qz_example_setup | tail -n 1
 
 work=$root/build/demo-$mode
 rm -rf "$work"
@@ -57,6 +57,8 @@ run_agent() {
   mkdir -p "$pkg"
   cp examples/package/* "$pkg/"
   cp "build/$preset/qzri/riwrap/$exe" "$pkg/"
+  # The package's setup program: the example one, which writes the result file examplesetup.ini names.
+  cp "build/$preset/examples/$setup" "$pkg/setup.exe"
   [ -n "${prepare:-}" ] && "$prepare" "$pkg"
   set +e
   if [ "$mode" = wine ]; then scripts/wine-run.sh "$pkg/$exe" "$@"; else "$pkg/$exe" "$@"; fi
@@ -92,6 +94,11 @@ XML
   run_tool ss dump "$(os_path "$work/ss/local_ss.xml")" | sed 's/^/  /'
 }
 
+# The example setup reports 1603 in its result file, which the package's list calls a fatal error.
+setup_fails() {
+  printf '[Result]\r\nFile=result.ini\r\nCode=1603\r\n' >"$1/examplesetup.ini"
+}
+
 say "1. fresh start of the example package"
 prepare="" run_agent fresh TASK_ID=demo-task-1 RI_ID=ri-1
 
@@ -101,8 +108,8 @@ prepare=saved_running_setup run_agent restart QZRI\$ID=svc-demo TASK_ID=demo-tas
 say "3. host managed by another administration server"
 prepare=other_server run_agent managed TASK_ID=demo-task-1
 
-say "4. the same host, started silently without a task: the result goes to setup.log (qzpkg result)"
-prepare=other_server run_agent managed-silent /s
-run_tool result "$(os_path "$work/managed-silent")" | sed 's/^/  /'
+say "4. a silent start whose setup fails: its result file, the package's code list, setup.log (qzpkg result)"
+prepare=setup_fails run_agent setup-fails /s
+run_tool result "$(os_path "$work/setup-fails")" | sed 's/^/  /'
 
 say "done: the agent ran $([ "$mode" = wine ] && echo 'under wine64' || echo natively); files are in $work"

@@ -4,6 +4,7 @@
 #include "qzri/riwrap/agentactions.h"
 
 #include "qzri/riwrap/agentservice.h"
+#include "qzri/riwrap/driver.h"
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/servicemain.h"
 
@@ -31,11 +32,9 @@ int ThisBuildActions::AskUserForStart(RiWrpData&)
     return QZRI_RSLT_ASK_USER_NOT_AVAILABLE;
 }
 
-DriverResult ThisBuildActions::RunExecutable(RiWrpData&)
+DriverResult ThisBuildActions::RunExecutable(RiWrpData& data)
 {
-    QZ_TRACE_SCOPE("QZRIWRP", "QZCS_Main");
-    QZ_TRACE_E(L"%hs: RunExecutable is not available in this build.\n", QZ_SCOPE_NAME);
-    return DriverResult{QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE, false};
+    return QZRI::RunExecutable(data, m_services);
 }
 
 // Only the ghosts go: services of agents whose executable is gone or came too long ago. A live agent

@@ -18,6 +18,12 @@ struct RiMessage
 
 inline constexpr RiMessage MSG_FILE_NOT_EXISTS{L"QZRI_MSG_DATA_FILE_NOT_EXISTS", L"File does not exist."};
 inline constexpr RiMessage MSG_UNEXPECTED_REBOOT{L"QZRI_MSG_DATA_UNEXPECTED_REBOOT", L"Unexpected reboot."};
+// The driver's text for a missing setup has no full stop, unlike start-up's for a missing description.
+inline constexpr RiMessage MSG_SETUP_NOT_EXISTS{L"QZRI_MSG_DATA_FILE_NOT_EXISTS", L"File does not exist"};
+inline constexpr RiMessage MSG_NOT_AVAILABLE{
+    L"QZRI_MSG_DATA_NOT_AVAILABLE",
+    L"The package needs a part of the agent that this build does not contain."};
+inline constexpr RiMessage MSG_GENERAL_ERROR{L"QZRI_MSG_DATA_GENERAL_ERROR", L"General error."};
 inline constexpr RiMessage MSG_TIMEOUT_EXPIRED{L"QZRI_MSG_DATA_TIMEOUT_EXPIRED", L"Timeout elapsed."};
 inline constexpr RiMessage MSG_COMPLETE_SKIPPED{
     L"QZRI_MSG_DATA_COMPLETE_SKIPPED", L"Installation is not required. Host is managed by another Server"};

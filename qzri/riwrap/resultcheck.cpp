@@ -98,6 +98,14 @@ const QpdFile& PackageOf(const RiWrpData& data)
 
 }  // namespace
 
+std::wstring ResultFilePathOf(const RiWrpData& data, const std::wstring& wstrKind)
+{
+    const std::wstring wstrFile = PackageOf(data).GetString(wstrKind, L"File", L"");
+    const bool bAbsolute = (!wstrFile.empty() && (wstrFile[0] == L'/' || wstrFile[0] == L'\\')) ||
+                           (wstrFile.size() > 1 && wstrFile[1] == L':');
+    return wstrFile.empty() || bAbsolute ? wstrFile : data.m_wstrExecDirPath + wstrFile;
+}
+
 ClassifiedCode ClassifyCode(const QpdFile& qpd, const std::wstring& wstrKind, int32_t nCode)
 {
     QZ_TRACE_SCOPE(MODULE, "QZRI::ParseResultCode");
@@ -200,7 +208,7 @@ bool CheckResult(RiWrpData& data, const CheckInput& in, RiResult& rslt, int32_t&
         nExitCode = n;
         const bool bOsImage = qpd.GetString(L"Product", L"Name", L"") == L"pxe_osimage_package";
         for (const wchar_t* szKind : {PROCESS_RESULT_KIND, MAIN_RESULT_KIND}) {
-            const std::wstring wstrFile = qpd.GetString(szKind, L"File", L"");
+            const std::wstring wstrFile = ResultFilePathOf(data, szKind);
             if (wstrFile.empty() || (bOsImage && szKind == MAIN_RESULT_KIND))
                 continue;
             const ParsedResult parsed = ParseResultCode(qpd, szKind, wstrFile);
@@ -250,7 +258,7 @@ ResultWait WaitForResultFile(const RiWrpData& data, const std::wstring& wstrKind
     QZ_TRACE_SCOPE(MODULE, "WaitForResult");
     const QpdFile& qpd = PackageOf(data);
     ResultWait wait;
-    wait.wstrFile = qpd.GetString(wstrKind, L"File", L"");
+    wait.wstrFile = ResultFilePathOf(data, wstrKind);
     if (wait.wstrFile.empty())
         return wait;
     QZ_TRACE_I(L"Waiting for result: %ls\n", wait.wstrFile);
@@ -334,7 +342,7 @@ ProcessedResult WaitAndProcessResult(const RiWrpData& data, long lTimeoutMs, con
     for (const wchar_t* szKind : {MAIN_RESULT_KIND, DETAILED_RESULT_KIND}) {
         const bool bMain = szKind == MAIN_RESULT_KIND;
         QZ_TRACE_I(bMain ? L"Main result file path: %ls\n" : L"Detailed result file path: %ls\n",
-                   qpd.GetString(szKind, L"File", L""));
+                   ResultFilePathOf(data, szKind));
         const ResultWait wait = WaitForResultFile(data, szKind, lTimeoutMs, services);
         if (EndsEvaluation(wait.eEnd, processed))
             return processed;
@@ -348,7 +356,7 @@ ProcessedResult WaitAndProcessResult(const RiWrpData& data, long lTimeoutMs, con
     }
     if (processed.wstrDescription.empty())
         processed.wstrDescription = ReadStdErr(data);
-    QZ_TRACE_I(L"Restart result file path: %ls\n", qpd.GetString(RESTART_RESULT_KIND, L"File", L""));
+    QZ_TRACE_I(L"Restart result file path: %ls\n", ResultFilePathOf(data, RESTART_RESULT_KIND));
     if (QZSTD::IsShutdownRaised()) {
         QZ_TRACE_I(L"QZRIWrap shutdown.\n");
         processed.bInterrupted = true;

@@ -46,6 +46,10 @@ struct ClassifiedCode
     std::wstring wstrDescription;
 };
 
+// The kind's result file ("File"); a relative path is taken against the folder of the setup. Empty
+// when the package names none.
+std::wstring ResultFilePathOf(const RiWrpData& data, const std::wstring& wstrKind);
+
 // The code in the package's lists of the kind: the error list first, then warnings, then successes.
 // An unlisted code is its own description, except QZRI_RSLT_MANAGED_BY_OTHER_SERVER, which has its
 // fixed text.

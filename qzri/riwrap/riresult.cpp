@@ -34,8 +34,10 @@ const wchar_t* ResultCodeName(int32_t nCode)
             return L"QZRI_RSLT_VERIFICATION_FAILED";
         case QZRI_RSLT_COPY_FAILED:
             return L"QZRI_RSLT_COPY_FAILED";
-        case QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE:
-            return L"QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE";
+        case QZRI_RSLT_SETUP_NOT_FOUND:
+            return L"QZRI_RSLT_SETUP_NOT_FOUND";
+        case QZRI_RSLT_NOT_AVAILABLE:
+            return L"QZRI_RSLT_NOT_AVAILABLE";
         case QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE:
             return L"QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE";
         case QZRI_RSLT_ASK_USER_NOT_AVAILABLE:

@@ -43,9 +43,11 @@ enum QzriResultCode : int32_t
     QZRI_RSLT_VERIFICATION_FAILED = 0x200000C7,
     // The package's files could not be copied or unpacked.
     QZRI_RSLT_COPY_FAILED = 0x200000C8,
+    // The package's setup program is not in the package folder ("QZRI_MSG_DATA_FILE_NOT_EXISTS").
+    QZRI_RSLT_SETUP_NOT_FOUND = 0x200000C9,
 
-    // The run needs a part of the agent that this build does not contain yet.
-    QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE = 0x200000D0,
+    // The run needs a part of the agent that this build does not contain yet (the trace says which).
+    QZRI_RSLT_NOT_AVAILABLE = 0x200000D0,
     QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE = 0x200000D1,
     QZRI_RSLT_ASK_USER_NOT_AVAILABLE = 0x200000D2,
     QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE = 0x200000D3,

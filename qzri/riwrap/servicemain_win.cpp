@@ -122,7 +122,7 @@ bool Service_Init(ServiceContext& ctx)
     // service goes, so that the computer does not start a service at every boot that can do nothing.
     QZ_TRACE_E(L"%hs: Continuing the task with action %d after a restart is not available in this build.\n",
                QZ_SCOPE_NAME, static_cast<int>(ctx.pData->m_eAct));
-    ctx.nResult = QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE;
+    ctx.nResult = QZRI_RSLT_NOT_AVAILABLE;
     RemoveService(*ctx.pServices->m_pServices, ServiceIdOf(*ctx.pData));
     return false;
 }

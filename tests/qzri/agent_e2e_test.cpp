@@ -106,33 +106,44 @@ protected:
     std::vector<std::string> m_vecRecords;
 };
 
-TEST_F(AgentRunTest, PlainRunOnAPackageStopsWhereThisBuildEnds)
+TEST_F(AgentRunTest, APackageWithoutItsSetupEndsWithTheMissingFile)
 {
-    ASSERT_EQ(RunAgent({L"TASK_ID=T-17", L"RI_ID=r1"}),
-              QZRITEST::ExitStatusOf(QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE))
+    ASSERT_EQ(RunAgent({L"TASK_ID=T-17", L"RI_ID=r1"}), QZRITEST::ExitStatusOf(QZRI_RSLT_SETUP_NOT_FOUND))
         << Dump();
     EXPECT_TRUE(Traced({
         "QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0: '" +
             QZSTD::WideToUtf8(TraceFile(L"$qzriwrp.txt")) + "'.",
         "QZRIWRP I RiWrpData::Initialize: m_wstrDirPath = " + Pkg() + ".",
-        "QZRIWRP I RiWrpData::Initialize: Use m_wstrDirPath as m_wstrExecDirPath.",
-        "QZRIWRP I RiWrpData::Initialize: m_wstrTaskId = 'T-17'",
-        "QZWSSN I RiWrpData::Initialize: Ready to get sessions.",
         "QZWSSN I RiWrpData::Initialize: 0 interactive user session(s).",
-        "QZRIWRP I RiWrpData::Initialize: m_eAct set to 0 (0)",
-        "QZRIWRP I RiWrpData::Initialize: wstrQpdFilePath = " + Pkg() + "package.qpd.",
-        "QZRIWRP I RiWrpData::Initialize: m_bAskUser = false.",
-        "QZRIWRP I RiWrpData::Initialize: nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_ALWAYS'",
         "QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" + Pkg() + "$qzriwrp_frb.flg'",
         "QZRIWRP I QZCS_Main: Ready to run executable.",
-        "QZRIWRP E QZCS_Main: RunExecutable is not available in this build.",
-        "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_RUN_EXECUTABLE_NOT_AVAILABLE (536871120, 0x200000D0, the "
-        "agent's own).",
+        "QZRIWRP I RunExecutable: Check groups-uninstallation mode.",
+        "QZRIWRP I RunExecutable: data.m_eAct = 0.",
+        "QZRIWRP E File '" + Pkg() + "setup.exe' does not exist.",
+        "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_SETUP_NOT_FOUND (536871113, 0x200000C9, the agent's own).",
     })) << Dump();
     const std::string strCmdLine = m_vecRecords.size() > 1 ? m_vecRecords[1] : "";
     EXPECT_EQ(strCmdLine.rfind("QZRIWRP I QZCS_Main: Command line: ", 0), 0u) << Dump();
-    EXPECT_NE(strCmdLine.find("qzriwrap"), std::string::npos);
     EXPECT_NE(strCmdLine.find(" TASK_ID=T-17 RI_ID=r1"), std::string::npos);
+}
+
+// The driver runs the package's setup, reads the result file the package names, classifies its code
+// with the package's list and reports it into setup.log.
+TEST_F(AgentRunTest, TheSetupRunsAndItsResultFileIsJudgedAndReported)
+{
+    fs::copy_file(fs::path(BuildPath(QZ_EXAMPLE_SETUP_PATH)), fs::path(m_wstrPkg + L"setup.exe"));
+    QZTEST::WriteFileBytes(
+        m_wstrPkg + L"package.qpd",
+        "[Setup]\r\nExecutable=setup.exe\r\n[SetupMainResult]\r\nFile=result.ini\r\n"
+        "Section=Result\r\n[SetupMainResult_ErrorCodes]\r\n1603=Fatal error during installation\r\n");
+    QZTEST::WriteFileBytes(m_wstrPkg + L"examplesetup.ini", "[Result]\r\nFile=result.ini\r\nCode=1603\r\n");
+    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(1603)) << Dump();
+    EXPECT_TRUE(QZTEST::PathExists(m_wstrPkg + L"setup-ran.txt"));
+    EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", 0), 1603);
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep"), "Fatal error during installation");
+    EXPECT_TRUE(Traced({"QZRIWRP I Description from error result code: Fatal error during installation",
+                        "QZRIWRP I QZCS_Main: Exit code: 1603 (the setup's own)."}))
+        << Dump();
 }
 
 #ifdef _WIN32
@@ -246,7 +257,7 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
 // and stops once that setup has ended.
 TEST_F(AgentRunTest, TheServiceRelaunchesTheSetupAfterAReboot)
 {
-    fs::copy_file(fs::path(BuildPath(QZ_FAKE_SETUP_PATH)), fs::path(m_wstrPkg + L"setup.exe"));
+    fs::copy_file(fs::path(BuildPath(QZ_EXAMPLE_SETUP_PATH)), fs::path(m_wstrPkg + L"setup.exe"));
     const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"0"));
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"start_counter", L"2"));
