@@ -82,7 +82,8 @@ bool InstallService(RiWrpData& data, QzriAction eAction, int* pnError, const Age
     }
     *pnError = failure->m_nError;
     if (failure->m_eStep == ServiceFailure::OPEN_SCM)
-        QZ_TRACE_E(L"OpenSCManager failed - %d\n", failure->m_nError);
+        QZ_TRACE_E(L"OpenSCManager failed - %d%ls\n", failure->m_nError,
+                   failure->m_nError == 1193 ? L" (unsupported on this operating system)" : L"");
     else
         QZ_TRACE_E(L"Service install failed - %d\n", failure->m_nError);
     return false;

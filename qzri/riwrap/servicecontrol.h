@@ -3,7 +3,8 @@
 // agent again.
 //
 // Windows: the service control manager (servicecontrol_win.cpp). Other systems have no such services:
-// every service there is one that does not exist (1060, ERROR_SERVICE_DOES_NOT_EXIST).
+// every service there is one that does not exist (1060, ERROR_SERVICE_DOES_NOT_EXIST), and creating one
+// fails with 1193, unsupported on this operating system.
 #pragma once
 
 #include <memory>

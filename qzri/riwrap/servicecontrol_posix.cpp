@@ -7,8 +7,8 @@ namespace {
 
 // ERROR_SERVICE_DOES_NOT_EXIST, as the Windows manager answers for a name it does not know.
 constexpr int SERVICE_DOES_NOT_EXIST = 1060;
-// ERROR_CALL_NOT_IMPLEMENTED: there is no manager to create a service with.
-constexpr int CALL_NOT_IMPLEMENTED = 120;
+// "Unsupported on this operating system" (QZSTD 1193): there is no manager to create a service with.
+constexpr int UNSUPPORTED_ON_THIS_SYSTEM = 1193;
 
 class NoServiceControl : public ServiceControl
 {
@@ -19,7 +19,7 @@ public:
     }
     std::optional<ServiceFailure> CreateService(const std::wstring&, const std::wstring&) override
     {
-        return ServiceFailure{ServiceFailure::OPEN_SCM, CALL_NOT_IMPLEMENTED};
+        return ServiceFailure{ServiceFailure::OPEN_SCM, UNSUPPORTED_ON_THIS_SYSTEM};
     }
     std::vector<std::wstring> EnumServiceNames(std::optional<ServiceFailure>&) override { return {}; }
     std::wstring QueryBinaryPath(const std::wstring&, std::optional<ServiceFailure>& failure) override
