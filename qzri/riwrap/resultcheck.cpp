@@ -169,6 +169,17 @@ ParsedResult ParseResultCode(const QpdFile& qpd, const std::wstring& wstrKind,
     return parsed;
 }
 
+int32_t RestartLimitOf(const RiWrpData& data)
+{
+    const int32_t nLimit = PackageOf(data).GetInt(L"Setup", L"MaxRestarts", 0);
+    return nLimit > 0 ? nLimit : DEFAULT_MAX_RESTARTS;
+}
+
+bool RebootLoopTrips(const RiWrpData& data, int32_t lErrClass)
+{
+    return lErrClass == ERR_CLASS_REBOOT_AND_RERUN && data.m_nStartCounter >= RestartLimitOf(data);
+}
+
 bool CheckNeedRebootAndRerun(RiWrpData& data, int32_t lErrClass, bool bIsFinalCheck,
                              const AgentServices& services)
 {
@@ -176,6 +187,10 @@ bool CheckNeedRebootAndRerun(RiWrpData& data, int32_t lErrClass, bool bIsFinalCh
     QZ_TRACE_I(L"lErrClass = %d, bIsFinalCheck = %d", lErrClass, bIsFinalCheck ? 1 : 0);
     if (lErrClass != ERR_CLASS_REBOOT_AND_RERUN && lErrClass != ERR_CLASS_REBOOT_AND_CHECK)
         return false;
+    if (RebootLoopTrips(data, lErrClass)) {
+        QZ_TRACE_E(L"%hs: stopped after %d restarts.\n", QZ_SCOPE_NAME, RestartLimitOf(data));
+        return false;
+    }
     const bool bRerun = lErrClass == ERR_CLASS_REBOOT_AND_RERUN;
     services.m_pAutostart->RegisterAutostart(data, bRerun ? QZRI_ACTION_RUN : QZRI_ACTION_CHECK_RESULT);
     if (bIsFinalCheck)
@@ -401,6 +416,17 @@ bool ReportWaitAndProcessResult(RiWrpData& data, long lTimeoutMs, bool bIsFinalC
     rslt.m_nScriptResultCode = rslt.m_nResultCode;
     rslt.m_wstrDescription = processed.wstrDescription;
     rslt.m_nErrClass = processed.nErrClass;
+    if (const int32_t nLimit = RestartLimitOf(data); RebootLoopTrips(data, processed.nErrClass)) {
+        // The setup asks for yet another reboot and rerun: stop, distinctly from an ordinary failure.
+        rslt.m_nResultCode = QZRI_RSLT_REBOOT_LOOP;
+        rslt.m_nErrClass = 0;
+        rslt.m_wstrDescription = L"Stopped after " + std::to_wstring(nLimit) +
+                                 L" restarts: the setup asked for a reboot and a rerun each time.";
+        QZ_TRACE_E(L"%hs: %ls\n", QZ_SCOPE_NAME, rslt.m_wstrDescription);
+        services.m_pAutostart->UnregisterAutostart(data);
+        RiwrapReportResult(data, rslt, services);
+        return true;
+    }
     QZ_TRACE_I(L"ReportWaitAndProcessResult: else CheckNeedRebootAndRerun");
     if (CheckNeedRebootAndRerun(data, processed.nErrClass, bIsFinalCheck, services)) {
         QZ_TRACE_I(L"ReportWaitAndProcessResult: if CheckNeedRebootAndRerun");

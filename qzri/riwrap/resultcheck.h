@@ -73,6 +73,13 @@ struct ParsedResult
 ParsedResult ParseResultCode(const QpdFile& qpd, const std::wstring& wstrKind,
                              const std::wstring& wstrResultFile);
 
+// The reboot-loop guard: [Setup] "MaxRestarts" of the package (default 5) planned reruns at most. A
+// setup that asks for a reboot and a rerun once more ends with QZRI_RSLT_REBOOT_LOOP instead.
+inline constexpr int32_t DEFAULT_MAX_RESTARTS = 5;
+int32_t RestartLimitOf(const RiWrpData& data);
+// True when class 32 would exceed the limit (m_nStartCounter counts the reruns so far).
+bool RebootLoopTrips(const RiWrpData& data, int32_t lErrClass);
+
 // Class 32 registers the agent to start again with QZRI_ACTION_RUN, class 33 with
 // QZRI_ACTION_CHECK_RESULT; at the final check the user action 6 or 7 is reported. True for those two
 // classes; any other class does nothing.

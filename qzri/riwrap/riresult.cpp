@@ -36,6 +36,8 @@ const wchar_t* ResultCodeName(int32_t nCode)
             return L"QZRI_RSLT_COPY_FAILED";
         case QZRI_RSLT_SETUP_NOT_FOUND:
             return L"QZRI_RSLT_SETUP_NOT_FOUND";
+        case QZRI_RSLT_REBOOT_LOOP:
+            return L"QZRI_RSLT_REBOOT_LOOP";
         case QZRI_RSLT_NOT_AVAILABLE:
             return L"QZRI_RSLT_NOT_AVAILABLE";
         case QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE:

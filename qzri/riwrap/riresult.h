@@ -45,6 +45,8 @@ enum QzriResultCode : int32_t
     QZRI_RSLT_COPY_FAILED = 0x200000C8,
     // The package's setup program is not in the package folder ("QZRI_MSG_DATA_FILE_NOT_EXISTS").
     QZRI_RSLT_SETUP_NOT_FOUND = 0x200000C9,
+    // The setup asked for a reboot and a rerun more often than the package allows ("MaxRestarts").
+    QZRI_RSLT_REBOOT_LOOP = 0x200000CA,
 
     // The run needs a part of the agent that this build does not contain yet (the trace says which).
     QZRI_RSLT_NOT_AVAILABLE = 0x200000D0,

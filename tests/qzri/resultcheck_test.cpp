@@ -247,6 +247,22 @@ TEST_F(ResultWaitTest, ATimeOutIsReportedAndARestartResultAsksForTheRestart)
     EXPECT_EQ(rslt.m_rebootState, 1);
     EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, (Calls{L"Register(0)"}));
 
+    // The reboot-loop guard: with the counter at the limit another rerun is refused, distinctly.
+    const std::pair<const char*, int32_t> rows[] = {{"", QZRI_RSLT_REBOOT_LOOP}, {"MaxRestarts=9\r\n", 5}};
+    for (const auto& [szLimit, nResult] : rows) {
+        Package("[Setup]\r\n" + std::string(szLimit) + "[SetupMainResult]\r\nFile=" +
+                QZSTD::WideToUtf8(Result()) + "\r\nSection=R\r\n[SetupRestartResult]\r\nFile=" +
+                QZSTD::WideToUtf8(m_folder.Join(L"restart.ini")) + "\r\nSection=R\r\nValue=Class\r\n");
+        m_data.m_nStartCounter = DEFAULT_MAX_RESTARTS;
+        m_fakes.m_autostart.m_vecCalls.clear();
+        rslt = RiResult();
+        EXPECT_TRUE(ReportWaitAndProcessResult(m_data, -1, true, rslt, m_fakes.Get()));
+        EXPECT_EQ(rslt.m_nResultCode, nResult) << szLimit;
+        EXPECT_EQ(m_fakes.m_autostart.m_vecCalls,
+                  nResult == QZRI_RSLT_REBOOT_LOOP ? Calls{L"Unregister"} : Calls{L"Register(0)"});
+    }
+    EXPECT_EQ(rslt.m_rebootState, 1);
+
     // No result file named: the setup's exit code decides.
     Package("[Setup]\r\n");
     EXPECT_FALSE(ReportWaitAndProcessResult(m_data, -1, true, rslt, m_fakes.Get()));
