@@ -70,7 +70,7 @@ public:
                 return true;
             if (!m_pTarget->JobHasActiveProcesses())
                 return true;
-            if (m_nWaitMode == WAIT_LISTED_IMAGES && !m_pTarget->JobRunsListedImage(m_vecWaitImages))
+            if (m_nWaitMode == WAIT_LISTED_IMAGES && !RunsListedImage())
                 return true;
             // Mode 2 sleeps as well: the job is polled, and a listed installer may run for an hour.
             m_pTarget->SleepSlice(Slice(lTimeout, tpStart));
@@ -78,6 +78,21 @@ public:
             if (TimedOut(lTimeout, tpStart))
                 return false;
         }
+    }
+
+    // What is still alive of the started program's tree: the job's processes, or the program alone.
+    std::wstring DescribeRunning()
+    {
+        std::wstring wstrOut;
+        if (!m_pTarget->HasJob()) {
+            uint32_t nCode = 0;
+            return m_pTarget->TryGetExitCode(&nCode) ? std::wstring()
+                                                     : L"pid " + std::to_wstring(m_pTarget->Pid());
+        }
+        for (const Detail::JobProcess& process : m_pTarget->ListJobProcesses())
+            wstrOut += (wstrOut.empty() ? L"" : L", ") + process.wstrImage + L" (pid " +
+                       std::to_wstring(process.nPid) + L")";
+        return wstrOut;
     }
 
     uint32_t ExitCode() override
@@ -93,6 +108,19 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+
+    bool RunsListedImage()
+    {
+        QZ_TRACE_SCOPE("QZRI", "LaunchJobWaiterImpl::Wait");
+        for (const Detail::JobProcess& process : m_pTarget->ListJobProcesses()) {
+            if (Detail::IsListedImage(process.wstrImage, m_vecWaitImages)) {
+                QZ_TRACE_D(L"%hs: %ls is still running, Pid=%ld", QZ_SCOPE_NAME, process.wstrImage,
+                           process.nPid);
+                return true;
+            }
+        }
+        return false;
+    }
 
     static long Elapsed(Clock::time_point tpStart)
     {
@@ -204,6 +232,12 @@ std::wstring FileNamePart(const std::wstring& wstrPath)
 }
 
 }  // namespace Detail
+
+std::wstring DescribeRunningProcesses(QZSTD::LaunchWaiter* pWaiter)
+{
+    auto* pJobWaiter = dynamic_cast<LaunchJobWaiterImpl*>(pWaiter);
+    return pJobWaiter ? pJobWaiter->DescribeRunning() : std::wstring();
+}
 
 AccountName SplitUserName(const std::wstring& wstrUserName)
 {

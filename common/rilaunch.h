@@ -89,6 +89,10 @@ struct LaunchOptions
 // created ends it with exit code 3 and closes its handles.
 void LaunchAsync(const LaunchOptions& options, QZSTD::LaunchWaiter** ppLaunchWaiter);
 
+// For a waiter of this launcher, the processes of the started program's tree that are still alive, as
+// "image (pid n), ...": after a time-out they name what hangs. Empty for an ended tree or another waiter.
+std::wstring DescribeRunningProcesses(QZSTD::LaunchWaiter* pWaiter);
+
 // Whether the program may be created with CREATE_BREAKAWAY_FROM_JOB: yes unless the agent itself runs
 // in a job whose limit flags lack JOB_OBJECT_LIMIT_BREAKAWAY_OK (0x800), which would fail the creation.
 bool ShouldBreakAwayFromJob(bool bAgentInJob, uint32_t nJobLimitFlags);

@@ -18,6 +18,12 @@ enum class SliceResult
     TIMEOUT,
 };
 
+struct JobProcess
+{
+    long nPid = 0;
+    std::wstring wstrImage;
+};
+
 // The started program and its job (Windows) or process group (POSIX).
 class JobTarget
 {
@@ -31,8 +37,9 @@ public:
     // False when the program could not be put in a job of its own: then only the program is waited for.
     virtual bool HasJob() const = 0;
     virtual bool JobHasActiveProcesses() = 0;
-    // True while a process in the job runs an image whose file name is in vecImages (ASCII case ignored).
-    virtual bool JobRunsListedImage(const std::vector<std::wstring>& vecImages) = 0;
+    // The processes alive in the job now: id and image file name (traced and left out when a process
+    // cannot be asked).
+    virtual std::vector<JobProcess> ListJobProcesses() = 0;
     // A zero wait: false while the program runs, else true with its exit code.
     virtual bool TryGetExitCode(uint32_t* pnExitCode) = 0;
 };

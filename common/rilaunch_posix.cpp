@@ -86,17 +86,12 @@ public:
     }
     bool HasJob() const override { return true; }
     bool JobHasActiveProcesses() override { return !ListGroup().empty(); }
-    bool JobRunsListedImage(const std::vector<std::wstring>& vecImages) override
+    std::vector<Detail::JobProcess> ListJobProcesses() override
     {
-        QZ_TRACE_SCOPE("QZRI", "LaunchJobWaiterImpl::Wait");
-        for (const std::string& strPid : ListGroup()) {
-            const std::wstring wstrImage = ImageName(strPid);
-            if (Detail::IsListedImage(wstrImage, vecImages)) {
-                QZ_TRACE_D(L"%hs: %ls is still running, Pid=%hs", QZ_SCOPE_NAME, wstrImage, strPid);
-                return true;
-            }
-        }
-        return false;
+        std::vector<Detail::JobProcess> vecProcesses;
+        for (const std::string& strPid : ListGroup())
+            vecProcesses.push_back({std::stol(strPid), ImageName(strPid)});
+        return vecProcesses;
     }
     bool TryGetExitCode(uint32_t* pnExitCode) override
     {

@@ -91,9 +91,10 @@ public:
         return info.ActiveProcesses != 0;
     }
 
-    bool JobRunsListedImage(const std::vector<std::wstring>& vecImages) override
+    std::vector<Detail::JobProcess> ListJobProcesses() override
     {
         QZ_TRACE_SCOPE("QZRI", "LaunchJobWaiterImpl::Wait");
+        std::vector<Detail::JobProcess> vecProcesses;
         constexpr DWORD MAX_IDS = 1024;
         std::vector<unsigned char> vecBuf(sizeof(JOBOBJECT_BASIC_PROCESS_ID_LIST) +
                                           MAX_IDS * sizeof(ULONG_PTR));
@@ -106,23 +107,15 @@ public:
         for (DWORD i = 0; i < pList->NumberOfProcessIdsInList; ++i) {
             const DWORD dwPid = static_cast<DWORD>(pList->ProcessIdList[i]);
             ScopedHandle hProcess(::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, dwPid));
-            if (!hProcess.IsValid()) {
-                QZ_TRACE_W(L"Last error code: %d", static_cast<int>(::GetLastError()));
-                continue;
-            }
             wchar_t szPath[MAX_PATH * 4] = {};
             DWORD dwChars = MAX_PATH * 4;
-            if (!::QueryFullProcessImageNameW(hProcess.Get(), 0, szPath, &dwChars)) {
+            if (!hProcess.IsValid() || !::QueryFullProcessImageNameW(hProcess.Get(), 0, szPath, &dwChars)) {
                 QZ_TRACE_W(L"Last error code: %d", static_cast<int>(::GetLastError()));
                 continue;
             }
-            const std::wstring wstrImage = Detail::FileNamePart(szPath);
-            if (Detail::IsListedImage(wstrImage, vecImages)) {
-                QZ_TRACE_D(L"%hs: %ls is still running, Pid=%lu", QZ_SCOPE_NAME, wstrImage, dwPid);
-                return true;
-            }
+            vecProcesses.push_back({static_cast<long>(dwPid), Detail::FileNamePart(szPath)});
         }
-        return false;
+        return vecProcesses;
     }
 
     bool TryGetExitCode(uint32_t* pnExitCode) override

@@ -50,6 +50,23 @@ int32_t Finish(RiWrpData& data, const RiMessage& msg, int32_t nCode, const Agent
     return nCode;
 }
 
+// The time-out's report names what of the setup's tree still runs, so that an administrator sees which
+// dialog or child hung.
+int32_t TimedOut(RiWrpData& data, const std::wstring& wstrRunning, const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, SCOPE);
+    RiResult rslt;
+    rslt.m_nResultCode = QZRI_RSLT_TIMEOUT;
+    rslt.m_nScriptResultCode = QZRI_RSLT_TIMEOUT;
+    rslt.m_wstrDescription = MSG_TIMEOUT_EXPIRED.m_szText;
+    if (!wstrRunning.empty())
+        rslt.m_wstrDescription += L" Still running: " + wstrRunning + L".";
+    QZ_TRACE_W(L"%hs: %ls \"%ls\"\n", QZ_SCOPE_NAME, MSG_TIMEOUT_EXPIRED.m_szId, rslt.m_wstrDescription);
+    RemoveService(*services.m_pServices, ServiceIdOf(data));
+    RiwrapReportResult(data, rslt, services);
+    return QZRI_RSLT_TIMEOUT;
+}
+
 // A part this build lacks: said plainly, never a pretended success.
 int32_t NotAvailable(RiWrpData& data, const wchar_t* szWhat, const AgentServices& services)
 {
@@ -92,8 +109,10 @@ long SetupTimeoutMs(const RiWrpData& data)
     return (lSeconds > 0 ? lSeconds : DEFAULT_SETUP_TIMEOUT_SEC) * 1000;
 }
 
-// Starts the setup and waits for it and what it leaves in its job; false on time-out.
-bool RunSetup(RiWrpData& data, const std::wstring& wstrSetup, long lTimeoutMs, uint32_t* pnExitCode)
+// Starts the setup and waits for it and what it leaves in its job; false on time-out, with the processes
+// of its tree that are still alive in *pwstrRunning (they are left running).
+bool RunSetup(RiWrpData& data, const std::wstring& wstrSetup, long lTimeoutMs, uint32_t* pnExitCode,
+              std::wstring* pwstrRunning)
 {
     QZ_TRACE_SCOPE(MODULE, SCOPE);
     LaunchOptions options;
@@ -107,6 +126,8 @@ bool RunSetup(RiWrpData& data, const std::wstring& wstrSetup, long lTimeoutMs, u
     const bool bFinished = data.m_pSetupWaiter->Wait(lTimeoutMs);
     if (bFinished)
         *pnExitCode = data.m_pSetupWaiter->ExitCode();
+    else
+        *pwstrRunning = DescribeRunningProcesses(data.m_pSetupWaiter);
     data.m_pSetupWaiter.Reset();
     return bFinished;
 }
@@ -185,9 +206,10 @@ int32_t RunSteps(RiWrpData& data, const AgentServices& services)
         return NotAvailable(data, L"Installing a Windows Installer package", services);
 
     uint32_t nExitCode = 0;
-    if (!RunSetup(data, wstrSetup, SetupTimeoutMs(data), &nExitCode)) {
+    std::wstring wstrRunning;
+    if (!RunSetup(data, wstrSetup, SetupTimeoutMs(data), &nExitCode, &wstrRunning)) {
         QZ_TRACE_E(L"%hs: timeout elapsed during setup call.\n", QZ_SCOPE_NAME);
-        return Finish(data, MSG_TIMEOUT_EXPIRED, QZRI_RSLT_TIMEOUT, services);
+        return TimedOut(data, wstrRunning, services);
     }
     return FinalCheck(data, static_cast<int32_t>(nExitCode), bCheckProcessResult, services);
 }

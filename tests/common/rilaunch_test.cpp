@@ -257,6 +257,10 @@ TEST_F(RiLaunchTest, ModeOneWaitsForTheGrandchildTimesOutAndStopsOnShutdown)
     CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000", QZRI::WAIT_WHOLE_JOB);
     EXPECT_FALSE(pWaiter->Wait(0));
     EXPECT_FALSE(pWaiter->Wait(300));
+    // After a time-out the grandchild that still runs is named: image and pid.
+    const std::wstring wstrSelf = QZTEST::SelfPath().filename().wstring();
+    EXPECT_NE(QZRI::DescribeRunningProcesses(pWaiter).find(wstrSelf + L" (pid "), std::wstring::npos)
+        << QZSTD::WideToUtf8(QZRI::DescribeRunningProcesses(pWaiter));
     EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { pWaiter->Wait(-2); }));
     std::thread t([this] {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
