@@ -165,6 +165,26 @@ int32_t FinalCheck(RiWrpData& data, int32_t nProcessCode, bool bCheckProcessResu
     return nExitCode;
 }
 
+// A package that names a restart result: its result files are evaluated with the restart decision (and
+// the reboot-loop guard). The setup has ended, so the files are checked, not waited for. False when
+// they decide nothing, and the final check judges the setup instead.
+bool ReportResultFiles(RiWrpData& data, const AgentServices& services, int32_t* pnResult)
+{
+    QZ_TRACE_SCOPE(MODULE, SCOPE);
+    if (ResultFilePathOf(data, RESTART_RESULT_KIND).empty())
+        return false;
+    RiResult rslt;
+    if (!ReportWaitAndProcessResult(data, 0, true, rslt, services))
+        return false;
+    if (rslt.m_rebootState != 0)
+        QZ_TRACE_I(L"%hs: finish after reboot.\n", QZ_SCOPE_NAME);
+    else
+        RemoveService(*services.m_pServices, ServiceIdOf(data));
+    QZ_TRACE_I(L"%hs: nExitCode = %d\n", QZ_SCOPE_NAME, rslt.m_nResultCode);
+    *pnResult = rslt.m_nResultCode;
+    return true;
+}
+
 int32_t RunSteps(RiWrpData& data, const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, SCOPE);
@@ -183,6 +203,9 @@ int32_t RunSteps(RiWrpData& data, const AgentServices& services)
     if (data.m_eAct == QZRI_ACTION_CHECK_RESULT) {
         QZ_TRACE_I(L"data.m_eAct = QZRI_ACTION_CHECK_RESULT, so: bCheckProcessResult = false.\n");
         bCheckProcessResult = false;
+        int32_t nResult = QZRI_RSLT_NO_ERROR;
+        if (ReportResultFiles(data, services, &nResult))
+            return nResult;
         return FinalCheck(data, 0, bCheckProcessResult, services);
     }
     if (NeedsDownload(data, services)) {
@@ -211,6 +234,9 @@ int32_t RunSteps(RiWrpData& data, const AgentServices& services)
         QZ_TRACE_E(L"%hs: timeout elapsed during setup call.\n", QZ_SCOPE_NAME);
         return TimedOut(data, wstrRunning, services);
     }
+    int32_t nResult = QZRI_RSLT_NO_ERROR;
+    if (ReportResultFiles(data, services, &nResult))
+        return nResult;
     return FinalCheck(data, static_cast<int32_t>(nExitCode), bCheckProcessResult, services);
 }
 

@@ -291,4 +291,42 @@ TEST_F(AgentRunTest, TheServiceRelaunchesTheSetupAfterAReboot)
 }
 #endif
 
+// A setup whose restart result asks for a reboot and a rerun: the agent registers to start again with
+// QZRI_ACTION_RUN and the counter raised (a real service under Wine); at the package's restart limit it
+// stops instead, with a result of its own.
+TEST_F(AgentRunTest, ARestartResultOf32RegistersTheRerunUntilTheLoopGuardTrips)
+{
+    fs::copy_file(fs::path(BuildPath(QZ_EXAMPLE_SETUP_PATH)), fs::path(m_wstrPkg + L"setup.exe"));
+    QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
+                           "[Setup]\r\nExecutable=setup.exe\r\nMaxRestarts=2\r\n[SetupRestartResult]\r\n"
+                           "File=restart.ini\r\nSection=Restart\r\nValue=Class\r\n");
+    QZTEST::WriteFileBytes(m_wstrPkg + L"examplesetup.ini",
+                           "[Result]\r\nFile=restart.ini\r\nSection=Restart\r\nValue=Class\r\nCode=32\r\n");
+    const std::wstring wstrId = L"rerun" + std::to_wstring(QZRITEST::CurrentProcessId());
+    ASSERT_EQ(RunAgent({L"/s", L"MASTER_SERVICE_ID=" + wstrId, L"QZRI_START_CNT=1"}),
+              QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR))
+        << Dump();
+    EXPECT_TRUE(Traced({"QZRIWRP I Reboot needed!", "QZRIWRP I RegisterAutostart(0)...",
+                        "QZRIWRP I RunExecutable: finish after reboot."}))
+        << Dump();
+    const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
+    EXPECT_EQ(QZSTD::GetProfileInt(wstrIni, L"Setup", L"action", -1), 0);
+    EXPECT_EQ(QZSTD::GetProfileInt(wstrIni, L"Setup", L"start_counter", -1), 2);
+#ifdef _WIN32
+    const std::wstring wstrService = L"QZ Deployment Wrapper" + wstrId;
+    EXPECT_TRUE(AgentServiceExists(wstrService));
+#endif
+
+    ASSERT_EQ(RunAgent({L"/s", L"MASTER_SERVICE_ID=" + wstrId, L"QZRI_START_CNT=2"}),
+              QZRITEST::ExitStatusOf(QZRI_RSLT_REBOOT_LOOP))
+        << Dump();
+    EXPECT_TRUE(
+        Traced({"QZRIWRP E ReportWaitAndProcessResult: Stopped after 2 restarts: the setup asked for a "
+                "reboot and a rerun each time."}))
+        << Dump();
+#ifdef _WIN32
+    EXPECT_FALSE(AgentServiceExists(wstrService));
+#endif
+}
+
 }  // namespace
