@@ -23,6 +23,14 @@ std::wstring DirectoryOf(const std::wstring& wstrPath)
     return std::wstring();
 }
 
+bool IsAbsolutePath(const std::wstring& wstrPath)
+{
+    const auto IsAnySeparator = [](wchar_t c) { return c == L'\\' || c == L'/'; };
+    if (!wstrPath.empty() && IsAnySeparator(wstrPath[0]))
+        return true;
+    return wstrPath.size() >= 3 && wstrPath[1] == L':' && IsAnySeparator(wstrPath[2]);
+}
+
 std::wstring WithTrailingSeparator(const std::wstring& wstrPath)
 {
     if (wstrPath.empty() || IsSeparator(wstrPath.back()))

@@ -24,6 +24,9 @@ inline constexpr wchar_t PATH_SEPARATOR = L'/';
 // The folder part of a path with its trailing separator ("C:\pkg\qzriwrap.exe" -> "C:\pkg\"); empty
 // when the path holds no separator. Windows also takes '/' as a separator.
 std::wstring DirectoryOf(const std::wstring& wstrPath);
+// "C:\x", "\\server\share\x", "/x" and "\x" are absolute, on every platform: package files name
+// paths of both forms.
+bool IsAbsolutePath(const std::wstring& wstrPath);
 // The path with a separator at its end (an empty path stays empty).
 std::wstring WithTrailingSeparator(const std::wstring& wstrPath);
 

@@ -21,12 +21,6 @@ constexpr const char* MODULE = "QZRIWRP";
 constexpr const char* SCOPE = "RunExecutable";
 constexpr const wchar_t* PACKAGE_SOURCE_CONFIG = L"qzriwrap.cfg";
 
-bool IsAbsolute(const std::wstring& wstrPath)
-{
-    return (!wstrPath.empty() && (wstrPath[0] == L'/' || wstrPath[0] == L'\\')) ||
-           (wstrPath.size() > 1 && wstrPath[1] == L':');
-}
-
 bool EndsWithNoCase(const std::wstring& wstr, const wchar_t* szSuffix)
 {
     const std::wstring wstrSuffix = szSuffix;
@@ -247,7 +241,7 @@ std::wstring SetupPathOf(const RiWrpData& data)
     if (!data.m_pQpd->GetExecutablePath().empty())
         return data.m_pQpd->GetExecutablePath();
     const std::wstring wstrExe = data.m_pQpd->GetString(L"Setup", L"Executable", L"");
-    if (wstrExe.empty() || IsAbsolute(wstrExe))
+    if (wstrExe.empty() || IsAbsolutePath(wstrExe))
         return wstrExe;
     return data.m_wstrExecDirPath + wstrExe;
 }

@@ -35,11 +35,17 @@ bool FindListed(const QpdFile& qpd, const std::wstring& wstrSection, int32_t nCo
 }
 
 // The text of a description file: UTF-16 (with or without a byte-order mark) or the ANSI code page.
-std::wstring ReadDescriptionFile(const std::wstring& wstrPath, bool bUtf16)
+// The text of a file the setup wrote, without its trailing line breaks: UTF-16 (with or without a
+// byte-order mark) or the ANSI code page. Empty when the file is not there.
+std::wstring ReadSetupText(const std::wstring& wstrPath, bool bUtf16)
 {
     std::ifstream in(PathFromWide(wstrPath), std::ios::binary);
     const std::string strBytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return bUtf16 ? QZSTD::Utf16LeBytesToWide(strBytes) : AnsiToWide(strBytes);
+    std::wstring wstrText = bUtf16 ? QZSTD::Utf16LeBytesToWide(strBytes) : AnsiToWide(strBytes);
+    while (!wstrText.empty() &&
+           (wstrText.back() == L'\n' || wstrText.back() == L'\r' || wstrText.back() == 0))
+        wstrText.pop_back();
+    return wstrText;
 }
 
 // The description file the package names for the kind ("DescriptionFileU" first); empty when it names
@@ -52,10 +58,7 @@ std::wstring DescriptionFromFile(const QpdFile& qpd, const std::wstring& wstrKin
             qpd.GetString(wstrKind, bUtf16 ? L"DescriptionFileU" : L"DescriptionFile", L"");
         if (wstrPath.empty())
             continue;
-        std::wstring wstrText = ReadDescriptionFile(wstrPath, bUtf16);
-        while (!wstrText.empty() &&
-               (wstrText.back() == L'\n' || wstrText.back() == L'\r' || wstrText.back() == 0))
-            wstrText.pop_back();
+        const std::wstring wstrText = ReadSetupText(wstrPath, bUtf16);
         if (!wstrText.empty()) {
             QZ_TRACE_I(L"Description from %ls: %ls\n", wstrPath, wstrText);
             return wstrText;
@@ -101,9 +104,7 @@ const QpdFile& PackageOf(const RiWrpData& data)
 std::wstring ResultFilePathOf(const RiWrpData& data, const std::wstring& wstrKind)
 {
     const std::wstring wstrFile = PackageOf(data).GetString(wstrKind, L"File", L"");
-    const bool bAbsolute = (!wstrFile.empty() && (wstrFile[0] == L'/' || wstrFile[0] == L'\\')) ||
-                           (wstrFile.size() > 1 && wstrFile[1] == L':');
-    return wstrFile.empty() || bAbsolute ? wstrFile : data.m_wstrExecDirPath + wstrFile;
+    return wstrFile.empty() || IsAbsolutePath(wstrFile) ? wstrFile : data.m_wstrExecDirPath + wstrFile;
 }
 
 ClassifiedCode ClassifyCode(const QpdFile& qpd, const std::wstring& wstrKind, int32_t nCode)
@@ -337,11 +338,7 @@ std::wstring ReadStdErr(const RiWrpData& data)
     QZ_TRACE_SCOPE(MODULE, "QZRI::WaitAndProcessResult");
     const std::wstring wstrPath = data.m_wstrExecDirPath + SETUP_STDERR_FILE;
     QZ_TRACE_I(L"Try to read stderr from: %ls\n", wstrPath);
-    std::ifstream in(PathFromWide(wstrPath), std::ios::binary);
-    std::wstring wstrText =
-        AnsiToWide(std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()));
-    while (!wstrText.empty() && (wstrText.back() == L'\n' || wstrText.back() == L'\r'))
-        wstrText.pop_back();
+    const std::wstring wstrText = ReadSetupText(wstrPath, false);
     if (!wstrText.empty())
         QZ_TRACE_I(L"Descr from stderr: %ls\n", wstrText);
     return wstrText;

@@ -5,6 +5,7 @@
 
 #include "common/ansicp.h"
 #include "common/qztsk.h"
+#include "common/rmtinstutils.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -279,11 +280,11 @@ std::wstring RequestPxgReboot(const RiWrpData& data, const std::wstring& wstrTas
     std::wstring wstrQudCopy;
     const std::wstring wstrQud = data.m_pQpd ? data.m_pQpd->GetCompanionPath() : std::wstring();
     if (!wstrQud.empty() && services.m_pOs->FileExists(wstrQud)) {
-        std::ifstream in(PathFromWide(wstrQud), std::ios::binary);
-        const std::string strBytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         wstrQudCopy = wstrBase + L".qud";
-        if (!WriteWholeFile(wstrQudCopy, strBytes)) {
-            QZ_TRACE_E(L"%hs: '%ls' could not be written.", QZ_SCOPE_NAME, wstrQudCopy);
+        try {
+            Copy(wstrQud, wstrQudCopy, services.m_pFiles);
+        } catch (const QZSTD::QZError& e) {
+            QZ_TRACE_EXCEPTION(e);
             wstrQudCopy.clear();
         }
     }

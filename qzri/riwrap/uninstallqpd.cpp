@@ -2,24 +2,12 @@
 
 #include <utility>
 
+#include "qzri/riwrap/agentos.h"
 #include "std/error.h"
 #include "std/trace.h"
 
 namespace QZRI {
 namespace {
-
-bool IsSeparator(wchar_t wch)
-{
-    return wch == L'\\' || wch == L'/';
-}
-
-// "C:\x", "\\server\share\x", "/x" and "\x" are absolute; the agent compares paths of both forms.
-bool IsAbsolutePath(const std::wstring& wstrPath)
-{
-    if (!wstrPath.empty() && IsSeparator(wstrPath[0]))
-        return true;
-    return wstrPath.size() >= 3 && wstrPath[1] == L':' && IsSeparator(wstrPath[2]);
-}
 
 // The folder of a file with its trailing separator ("" for a bare name).
 std::wstring FolderOf(const std::wstring& wstrPath)
