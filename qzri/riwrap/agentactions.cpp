@@ -25,11 +25,9 @@ int ThisBuildActions::RunAsService(RiWrpData& data)
     return RunServiceDispatcher(data, m_services);
 }
 
-int ThisBuildActions::AskUserForStart(RiWrpData&)
+int ThisBuildActions::AskUserForStart(RiWrpData& data)
 {
-    QZ_TRACE_SCOPE("QZRIWRP", "QZCS_Main");
-    QZ_TRACE_E(L"%hs: AskUserForStart is not available in this build.\n", QZ_SCOPE_NAME);
-    return QZRI_RSLT_ASK_USER_NOT_AVAILABLE;
+    return AskUserThenRunExecutable(data, m_services).m_nResult;
 }
 
 DriverResult ThisBuildActions::RunExecutable(RiWrpData& data)

@@ -2,10 +2,10 @@
 // installation driver, the service mode, asking the user, the reboot worker and the clean-up of other
 // agents' services. QZCS_Main only decides; these do.
 //
-// ThisBuildActions deletes the ghosts of other agents' services for real; the driver, the service mode,
-// asking the user and the reboot worker are not in this build yet, and each such run ends with a trace
-// line that says so and a result code of its own (qzri/riwrap/riresult.h). Tests put a recording fake
-// here to check the decisions.
+// ThisBuildActions hands over to the real driver, service mode, consent question and ghost clean-up; the
+// new reboot worker is not in this build yet, and such a run ends with a trace line that says so and a
+// result code of its own (qzri/riwrap/riresult.h). Tests put a recording fake here to check the
+// decisions.
 #pragma once
 
 #include <optional>

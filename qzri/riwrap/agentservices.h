@@ -9,6 +9,7 @@ namespace QZRI {
 class AgentOs;
 class Autostart;
 class Clock;
+class ConsentDialog;
 class ReportSink;
 class ServerIdSource;
 class ServiceControl;
@@ -37,6 +38,8 @@ struct AgentServices
     Clock* m_pClock = nullptr;
     // Registering the agent to start again after a reboot.
     Autostart* m_pAutostart = nullptr;
+    // The consent dialogue in a user's session.
+    ConsentDialog* m_pConsent = nullptr;
     // The main thread's waits (message-pumping on Windows) and its tick counter.
     Waits* m_pWaits = nullptr;
 };

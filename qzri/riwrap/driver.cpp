@@ -4,6 +4,7 @@
 #include "common/rilaunch.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservice.h"
+#include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/cmdlinekeys.h"
 #include "qzri/riwrap/reports.h"
@@ -59,6 +60,19 @@ int32_t TimedOut(RiWrpData& data, const std::wstring& wstrRunning, const AgentSe
     RemoveService(*services.m_pServices, ServiceIdOf(data));
     RiwrapReportResult(data, rslt, services);
     return QZRI_RSLT_TIMEOUT;
+}
+
+// Nothing when the user agreed; else the run ends, its service removed, with the answer's result.
+std::optional<int32_t> AskUserOrEnd(RiWrpData& data, const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, SCOPE);
+    const Consent eConsent = AskUserForStart(data, services);
+    if (eConsent == Consent::AGREED)
+        return std::nullopt;
+    QZ_TRACE_E(L"%hs: !AskUserForStart - unregister autostart.\n", QZ_SCOPE_NAME);
+    if (eConsent == Consent::DECLINED)
+        return Finish(data, MSG_USER_DECLINED, QZRI_RSLT_USER_DECLINED, services);
+    return Finish(data, MSG_USER_NOT_ASKED, QZRI_RSLT_USER_NOT_ASKED, services);
 }
 
 // A part this build lacks: said plainly, never a pretended success.
@@ -216,8 +230,8 @@ int32_t RunSteps(RiWrpData& data, const AgentServices& services)
     if (!data.m_bSilentModeCmdLine)
         services.m_pAutostart->RegisterAutostart(data, QZRI_ACTION_RUNNING_SETUP);
     if (data.m_bAskUser) {
-        QZ_TRACE_E(L"%hs: !AskUserForStart - unregister autostart.\n", QZ_SCOPE_NAME);
-        return NotAvailable(data, L"Asking the user", services);
+        if (const std::optional<int32_t> nEnd = AskUserOrEnd(data, services))
+            return *nEnd;
     }
     if (EndsWithNoCase(wstrSetup, L".msi") || EndsWithNoCase(wstrSetup, L".msp"))
         return NotAvailable(data, L"Installing a Windows Installer package", services);
@@ -244,6 +258,25 @@ std::wstring SetupPathOf(const RiWrpData& data)
     if (wstrExe.empty() || IsAbsolutePath(wstrExe))
         return wstrExe;
     return data.m_wstrExecDirPath + wstrExe;
+}
+
+DriverResult AskUserThenRunExecutable(RiWrpData& data, const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, SCOPE);
+    DriverResult result;
+    try {
+        if (const std::optional<int32_t> nEnd = AskUserOrEnd(data, services)) {
+            result.m_nResult = *nEnd;
+            return result;
+        }
+    } catch (const std::exception& e) {
+        QZ_TRACE_EXCEPTION(e);
+        result.m_nResult = Finish(data, MSG_GENERAL_ERROR, QZRI_RSLT_GENERAL_ERROR, services);
+        return result;
+    }
+    // Asked once: the driver does not ask again.
+    data.m_bAskUser = false;
+    return RunExecutable(data, services);
 }
 
 DriverResult RunExecutable(RiWrpData& data, const AgentServices& services)

@@ -23,6 +23,9 @@ inline constexpr const wchar_t* ALL_CONTROLLED_PRODUCTS = L"AllControlledProduct
 
 DriverResult RunExecutable(RiWrpData& data, const AgentServices& services);
 
+// A task that waited for the user's consent (action 3): asks, and runs the driver once the user agreed.
+DriverResult AskUserThenRunExecutable(RiWrpData& data, const AgentServices& services);
+
 // The setup's path: [Setup] "ExecutableRelPath" against the package description's folder when given,
 // else [Setup] "Executable" against the folder of the setup (a full path stays as it is).
 std::wstring SetupPathOf(const RiWrpData& data);

@@ -102,13 +102,14 @@ int RunDecidedBranch(RiWrpData& data, const std::wstring& wstrCmdLine, AgentActi
     return RunInstallation(data, wstrCmdLine, actions);
 }
 
-// A damaged state must not bring the agent back at the next boot either: the service that would
-// restart it goes.
+// A damaged state or a reboot during the setup must not bring the agent back at the next boot either:
+// the service that would restart it goes.
 int EndInitialization(const RiWrpData& data, const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
     QZ_TRACE_E(L"%hs: Initialization failed...\n", QZ_SCOPE_NAME);
-    if (data.m_eInitResult == InitResult::DAMAGED_STATE)
+    if (data.m_eInitResult == InitResult::DAMAGED_STATE ||
+        data.m_eInitResult == InitResult::UNEXPECTED_REBOOT)
         RemoveService(*services.m_pServices, data.m_wstrServiceId);
     return ExitCodeOf(data.m_eInitResult);
 }

@@ -9,6 +9,7 @@
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservice.h"
 #include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/qzcsmain.h"
 #include "qzri/riwrap/reports.h"
@@ -45,6 +46,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<ServiceControl> pServices = CreateSystemServiceControl();
     LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
     SystemClock clock;
+    UnavailableConsentDialog consent;
     std::unique_ptr<Waits> pWaits = CreateSystemWaits(QZSTD::ProcessShutdown());
 
     AgentServices services;
@@ -55,6 +57,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pServerIds = &serverIds;
     services.m_pClock = &clock;
     services.m_pWaits = pWaits.get();
+    services.m_pConsent = &consent;
     // These three act through the services themselves.
     ServiceAutostart autostart(services);
     services.m_pAutostart = &autostart;

@@ -25,6 +25,14 @@ inline constexpr RiMessage MSG_NOT_AVAILABLE{
     L"The package needs a part of the agent that this build does not contain."};
 inline constexpr RiMessage MSG_GENERAL_ERROR{L"QZRI_MSG_DATA_GENERAL_ERROR", L"General error."};
 inline constexpr RiMessage MSG_TIMEOUT_EXPIRED{L"QZRI_MSG_DATA_TIMEOUT_EXPIRED", L"Timeout elapsed."};
+inline constexpr RiMessage MSG_USER_DECLINED{L"QZRI_MSG_DATA_USER_DECLINED",
+                                             L"The user chose to install later."};
+inline constexpr RiMessage MSG_USER_NOT_ASKED{L"QZRI_MSG_DATA_USER_NOT_ASKED",
+                                              L"The user's consent could not be asked."};
+inline constexpr RiMessage MSG_LOCAL_SERVER_WRN{
+    L"QZRI_MSG_DATA_LOCAL_SERVER_WRN",
+    L"The uninstallation was canceled. Group uninstallation is not possible on the host with the server "
+    L"nagent."};
 inline constexpr RiMessage MSG_COMPLETE_SKIPPED{
     L"QZRI_MSG_DATA_COMPLETE_SKIPPED", L"Installation is not required. Host is managed by another Server"};
 

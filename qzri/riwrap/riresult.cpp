@@ -38,12 +38,16 @@ const wchar_t* ResultCodeName(int32_t nCode)
             return L"QZRI_RSLT_SETUP_NOT_FOUND";
         case QZRI_RSLT_REBOOT_LOOP:
             return L"QZRI_RSLT_REBOOT_LOOP";
+        case QZRI_RSLT_USER_DECLINED:
+            return L"QZRI_RSLT_USER_DECLINED";
+        case QZRI_RSLT_USER_NOT_ASKED:
+            return L"QZRI_RSLT_USER_NOT_ASKED";
+        case QZRI_RSLT_LOCAL_SERVER:
+            return L"QZRI_RSLT_LOCAL_SERVER";
         case QZRI_RSLT_NOT_AVAILABLE:
             return L"QZRI_RSLT_NOT_AVAILABLE";
         case QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE:
             return L"QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE";
-        case QZRI_RSLT_ASK_USER_NOT_AVAILABLE:
-            return L"QZRI_RSLT_ASK_USER_NOT_AVAILABLE";
         case QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE:
             return L"QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE";
         default:

@@ -47,11 +47,16 @@ enum QzriResultCode : int32_t
     QZRI_RSLT_SETUP_NOT_FOUND = 0x200000C9,
     // The setup asked for a reboot and a rerun more often than the package allows ("MaxRestarts").
     QZRI_RSLT_REBOOT_LOOP = 0x200000CA,
+    // The package wants the user's consent and the user chose "Later" ("QZRI_MSG_DATA_USER_DECLINED").
+    QZRI_RSLT_USER_DECLINED = 0x200000CB,
+    // The package wants the user's consent and nobody could be asked ("QZRI_MSG_DATA_USER_NOT_ASKED").
+    QZRI_RSLT_USER_NOT_ASKED = 0x200000CC,
+    // A group uninstallation on the administration server's own host ("QZRI_MSG_DATA_LOCAL_SERVER_WRN").
+    QZRI_RSLT_LOCAL_SERVER = 0x200000CD,
 
     // The run needs a part of the agent that this build does not contain yet (the trace says which).
     QZRI_RSLT_NOT_AVAILABLE = 0x200000D0,
     QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE = 0x200000D1,
-    QZRI_RSLT_ASK_USER_NOT_AVAILABLE = 0x200000D2,
     QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE = 0x200000D3,
 };
 

@@ -116,6 +116,7 @@ private:
     void ReadTaskKeys(const std::wstring& wstrCmdLine);
     void TakeUserSessions(SessionList& sessions);
     void ReadStartState(const std::wstring& wstrCmdLine);
+    void AdoptFirstStartReportKeys();
     bool IsDamagedState() const;
     bool FindPackageDescription(AgentOs& os);
     void ReadPackageDescription(FilesProvider* pFiles);

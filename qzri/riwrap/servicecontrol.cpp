@@ -15,6 +15,10 @@ void RemoveService(ServiceControl& services, const std::wstring& wstrServiceId)
     QZ_TRACE_SCOPE("QZRIWRP", "RemoveService");
     const std::wstring wstrName = ServiceNameOf(wstrServiceId);
     QZ_TRACE_I(L"%hs: Trying to remove service %ls.\n", QZ_SCOPE_NAME, wstrName);
+    if (services.IsOwnService(wstrName)) {
+        QZ_TRACE_I(L"%hs: Report service stopped.\n", QZ_SCOPE_NAME);
+        services.ReportOwnServiceStopped();
+    }
     const std::optional<ServiceFailure> failure = services.DeleteService(wstrName);
     if (!failure) {
         QZ_TRACE_I(L"%hs: Service removed.\n", QZ_SCOPE_NAME);

@@ -7,6 +7,7 @@
 // fails with 1193, unsupported on this operating system.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -49,6 +50,26 @@ public:
     // The binary path (the command line) of a service, or the failure.
     virtual std::wstring QueryBinaryPath(const std::wstring& wstrName,
                                          std::optional<ServiceFailure>& failure) = 0;
+
+    // While this process runs as the agent's service: its name and how to tell the service control
+    // manager that it has stopped. Removing that service reports it stopped first, so that the service
+    // control manager lets it go as soon as it is deleted instead of waiting for a service that has
+    // finished its work.
+    void AttachOwnService(const std::wstring& wstrName, std::function<void()> fnReportStopped)
+    {
+        m_wstrOwnService = wstrName;
+        m_fnReportOwnStopped = std::move(fnReportStopped);
+    }
+    void DetachOwnService() { AttachOwnService(std::wstring(), nullptr); }
+    bool IsOwnService(const std::wstring& wstrName) const
+    {
+        return m_fnReportOwnStopped && wstrName == m_wstrOwnService;
+    }
+    void ReportOwnServiceStopped() const { m_fnReportOwnStopped(); }
+
+private:
+    std::wstring m_wstrOwnService;
+    std::function<void()> m_fnReportOwnStopped;
 };
 
 std::unique_ptr<ServiceControl> CreateSystemServiceControl();

@@ -2,7 +2,9 @@
 // "qzriwrap.exe QZRI$ID=<id>", QZCS_Main finds the run parameters and hands over here. For a planned
 // rerun (QZRI_ACTION_RUN) the service starts the package's "setup.exe" again with the first start's
 // command line, silently and with the next start counter, waits for it up to two minutes, starts the
-// reboot agent "qzrbtagt.exe", and then waits until it is stopped.
+// reboot agent "qzrbtagt.exe", and then waits until it is stopped or the setup has ended. For a check
+// after the reboot (QZRI_ACTION_CHECK_RESULT) or a question to the user (QZRI_ACTION_ASK_USER) the
+// service runs the installation driver itself, which removes the service when the task ends.
 #pragma once
 
 #include <string>

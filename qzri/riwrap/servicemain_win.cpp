@@ -4,6 +4,7 @@
 #include <string>
 
 #include "qzri/riwrap/agentservice.h"
+#include "qzri/riwrap/driver.h"
 #include "qzri/riwrap/resultcheck.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -110,30 +111,33 @@ void RelaunchSetup(ServiceContext& ctx)
                    static_cast<int>(::GetLastError()));
 }
 
-// False when the service has nothing to wait for.
+// A planned rerun starts the setup again; any other action is carried on by the service itself once it
+// runs (Service_Wait). False when the service has nothing to wait for.
 bool Service_Init(ServiceContext& ctx)
 {
     QZ_TRACE_SCOPE(MODULE, "Service_Init");
-    if (ctx.pData->m_eAct == QZRI_ACTION_RUN) {
-        RelaunchSetup(ctx);
-        return ctx.hSetup.IsValid();
-    }
-    // Checking the result or asking the user after a restart is the installation driver's work. The
-    // service goes, so that the computer does not start a service at every boot that can do nothing.
-    QZ_TRACE_E(L"%hs: Continuing the task with action %d after a restart is not available in this build.\n",
-               QZ_SCOPE_NAME, static_cast<int>(ctx.pData->m_eAct));
-    ctx.nResult = QZRI_RSLT_NOT_AVAILABLE;
-    RemoveService(*ctx.pServices->m_pServices, ServiceIdOf(*ctx.pData));
-    return false;
+    if (ctx.pData->m_eAct != QZRI_ACTION_RUN)
+        return true;
+    RelaunchSetup(ctx);
+    return ctx.hSetup.IsValid();
 }
 
-// The service stays until it is stopped or the relaunched setup, which carries the task on, has ended.
+// A rerun: the service stays until it is stopped or the relaunched setup, which carries the task on,
+// has ended. A check after the reboot or a question to the user: the installation driver goes on here
+// and removes the service on every path that ends the task.
 void Service_Wait(ServiceContext& ctx)
 {
     QZ_TRACE_SCOPE(MODULE, "Service_Wait");
-    QZ_TRACE_I(L"g_pData->m_eAct: %d\n", static_cast<int>(ctx.pData->m_eAct));
-    HANDLE vecHandles[2] = {ctx.hSetup.Get(), static_cast<HANDLE>(QZSTD::ProcessShutdown().Event())};
-    ::WaitForMultipleObjects(2, vecHandles, FALSE, INFINITE);
+    RiWrpData& data = *ctx.pData;
+    QZ_TRACE_I(L"g_pData->m_eAct: %d\n", static_cast<int>(data.m_eAct));
+    if (data.m_eAct == QZRI_ACTION_ASK_USER) {
+        ctx.nResult = AskUserThenRunExecutable(data, *ctx.pServices).m_nResult;
+    } else if (data.m_eAct != QZRI_ACTION_RUN) {
+        ctx.nResult = RunExecutable(data, *ctx.pServices).m_nResult;
+    } else {
+        HANDLE vecHandles[2] = {ctx.hSetup.Get(), static_cast<HANDLE>(QZSTD::ProcessShutdown().Event())};
+        ::WaitForMultipleObjects(2, vecHandles, FALSE, INFINITE);
+    }
 }
 
 void WINAPI ServiceMain(DWORD, LPWSTR*)
@@ -148,10 +152,13 @@ void WINAPI ServiceMain(DWORD, LPWSTR*)
         return;
     }
     ReportStatus(ctx, SERVICE_START_PENDING, STATUS_WAIT_HINT_MS, 0);
+    ctx.pServices->m_pServices->AttachOwnService(ctx.wstrName,
+                                                 [&ctx] { ReportStatus(ctx, SERVICE_STOPPED, 0, 0); });
     const bool bWait = Service_Init(ctx);
     ReportStatus(ctx, SERVICE_RUNNING, 0, SERVICE_ACCEPT_STOP);
     if (bWait)
         Service_Wait(ctx);
+    ctx.pServices->m_pServices->DetachOwnService();
     ReportStatus(ctx, SERVICE_STOPPED, 0, 0);
 }
 

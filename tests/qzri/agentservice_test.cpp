@@ -103,6 +103,21 @@ TEST_F(AgentServiceTest, CleanupDeletesOnlyTheGhostsOfAgents)
               (Names{L"QZ Deployment Wrapperghost", L"QZ Package Wrapper 7"}));
 }
 
+// Removing the service this process runs as tells the service control manager that it has stopped;
+// removing another one does not.
+TEST_F(AgentServiceTest, RemovingItsOwnServiceReportsItStopped)
+{
+    int nStopReports = 0;
+    m_fakes.m_serviceControl.AttachOwnService(L"QZ Deployment Wrappermine", [&] { ++nStopReports; });
+    RemoveService(m_fakes.m_serviceControl, L"other");
+    EXPECT_EQ(nStopReports, 0);
+    RemoveService(m_fakes.m_serviceControl, L"mine");
+    EXPECT_EQ(nStopReports, 1);
+    m_fakes.m_serviceControl.DetachOwnService();
+    RemoveService(m_fakes.m_serviceControl, L"mine");
+    EXPECT_EQ(nStopReports, 1);
+}
+
 #ifdef _WIN32
 // The service control manager under Wine: the service is created with its command line and removed.
 TEST_F(AgentServiceTest, TheSystemServiceIsCreatedAndRemoved)

@@ -174,6 +174,9 @@ TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOv
     EXPECT_EQ(Run(L"QZRI$ID=svc1"), QZRI_RSLT_UNEXPECTED_REBOOT);
     EXPECT_TRUE(m_actions.m_vecCalls.empty());
     EXPECT_TRUE(QZTEST::PathExists(wstrMarker)) << "the marker goes only once the run data is complete";
+    // The service that restarted the agent would do so at every boot.
+    EXPECT_EQ(m_fakes.m_serviceControl.m_vecDeleted, std::vector<std::wstring>{L"QZ Deployment Wrappersvc1"});
+    m_fakes.m_serviceControl.m_vecDeleted.clear();
     EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: Initialization failed...",
                         "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_UNEXPECTED_REBOOT (536871107, 0x200000C3, "
                         "the agent's own)."}))

@@ -16,6 +16,7 @@
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/reports.h"
@@ -207,6 +208,21 @@ public:
     size_t m_nSlices = 0;
 };
 
+// Answers with the scripted exit codes in turn (nothing: the dialogue could not be shown) and records
+// the sessions it was shown in.
+class ScriptedConsent : public QZRI::ConsentDialog
+{
+public:
+    std::optional<uint32_t> Ask(const QZRI::RiWrpData&, const QZRI::UserSession& session) override
+    {
+        m_vecSessions.push_back(session.m_nSessionId);
+        const size_t n = m_vecSessions.size() - 1;
+        return n < m_vecAnswers.size() ? m_vecAnswers[n] : std::nullopt;
+    }
+    std::vector<std::optional<uint32_t>> m_vecAnswers;
+    std::vector<unsigned long> m_vecSessions;
+};
+
 // The stand-ins of one run, and the services structure that hands them to the agent's routines.
 struct TestServices
 {
@@ -222,6 +238,7 @@ struct TestServices
         services.m_pClock = &m_clock;
         services.m_pAutostart = &m_autostart;
         services.m_pWaits = &m_waits;
+        services.m_pConsent = &m_consent;
         return services;
     }
     TestOs m_os;
@@ -233,6 +250,7 @@ struct TestServices
     FixedClock m_clock;
     RecordingAutostart m_autostart;
     ScriptedWaits m_waits;
+    ScriptedConsent m_consent;
 };
 
 // Records the hand-overs as "RunExecutable", "RunAsService", "AskUserForStart",

@@ -1,0 +1,51 @@
+// The consent question: what each answer of the dialogue means, and what is recorded of it.
+#include "qzri/riwrap/askuser.h"
+
+#include <gtest/gtest.h>
+
+#include "qzri/riwrap/resultreport.h"
+#include "qzri/riwrap/riwrpdata.h"
+#include "std/profile.h"
+#include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
+
+namespace {
+
+using namespace QZRI;
+
+TEST(AskUserForStartTest, TheDialoguesAnswerDecidesAndIsRecorded)
+{
+    struct Row
+    {
+        const char* szWhat;
+        bool bUserLoggedOn;
+        std::vector<std::optional<uint32_t>> vecAnswers;
+        Consent eConsent;
+        size_t nAsks;
+        int nRecorded;  // "askusr.log" ResultCode; 0: nothing written
+    };
+    const Row rows[] = {
+        {"install now", true, {6}, Consent::AGREED, 1, USER_ACTION_OK},
+        {"later", true, {4}, Consent::DECLINED, 1, USER_ACTION_DEFER},
+        {"closed, then install now", true, {1, 6}, Consent::AGREED, 2, USER_ACTION_OK},
+        {"never answers", true, {0, 0, 0, 6}, Consent::NOT_ASKED, CONSENT_MAX_ASKS, 0},
+        {"cannot be shown", true, {std::nullopt}, Consent::NOT_ASKED, 1, 0},
+        {"nobody logged on", false, {6}, Consent::NOT_ASKED, 0, 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        QZTEST::TempFolder folder;
+        QZRITEST::TestServices fakes;
+        fakes.m_consent.m_vecAnswers = row.vecAnswers;
+        RiWrpData data;
+        data.m_wstrDirPath = folder.Path();
+        if (row.bUserLoggedOn)
+            data.m_vecUserSessions = {{3, L"Console"}, {5, L"RDP-Tcp#1"}};
+        EXPECT_EQ(AskUserForStart(data, fakes.Get()), row.eConsent);
+        EXPECT_EQ(fakes.m_consent.m_vecSessions, std::vector<unsigned long>(row.nAsks, 3));
+        EXPECT_EQ(QZSTD::GetProfileInt(folder.Join(USER_ACTION_FILE), RESPONSE_SECTION, L"ResultCode", 0),
+                  row.nRecorded);
+    }
+}
+
+}  // namespace
