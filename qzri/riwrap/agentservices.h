@@ -10,6 +10,7 @@ class AgentOs;
 class Autostart;
 class Clock;
 class ConsentDialog;
+class ControlledProducts;
 class ReportSink;
 class ServerIdSource;
 class ServiceControl;
@@ -42,6 +43,12 @@ struct AgentServices
     ConsentDialog* m_pConsent = nullptr;
     // The main thread's waits (message-pumping on Windows) and its tick counter.
     Waits* m_pWaits = nullptr;
+    // The products the management agent controls on this host (driverservices.h).
+    ControlledProducts* m_pProducts = nullptr;
+    // Uninstalls one product; null: this build cannot, and the driver says so.
+    class ProductUninstaller* m_pUninstaller = nullptr;
+    // Opens a file through the shell after an installation.
+    class ShellOpener* m_pShell = nullptr;
 };
 
 }  // namespace QZRI

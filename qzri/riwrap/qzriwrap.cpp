@@ -11,6 +11,7 @@
 #include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/clock.h"
+#include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/qzcsmain.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/riresult.h"
@@ -48,6 +49,8 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     SystemClock clock;
     UnavailableConsentDialog consent;
     std::unique_ptr<Waits> pWaits = CreateSystemWaits(QZSTD::ProcessShutdown());
+    LocalStorageProducts products(QZSTD::GetLocalSettingsStoragePath());
+    std::unique_ptr<ShellOpener> pShell = CreateSystemShellOpener();
 
     AgentServices services;
     services.m_pOs = pOs.get();
@@ -58,6 +61,10 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pClock = &clock;
     services.m_pWaits = pWaits.get();
     services.m_pConsent = &consent;
+    services.m_pProducts = &products;
+    // No uninstaller in this build: the driver ends an uninstallation with QZRI_RSLT_NOT_AVAILABLE.
+    services.m_pUninstaller = nullptr;
+    services.m_pShell = pShell.get();
     // These three act through the services themselves.
     ServiceAutostart autostart(services);
     services.m_pAutostart = &autostart;

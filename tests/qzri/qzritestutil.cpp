@@ -98,4 +98,14 @@ int RecordingActions::Record(const wchar_t* szCall, QZRI::RiWrpData& data)
     return m_nResult;
 }
 
+int32_t ScriptedUninstaller::Uninstall(QZRI::RiWrpData& data, bool* pbNeedRestart)
+{
+    m_vecProducts.push_back(data.m_pQpd->GetString(L"Uninstall", L"Product", L""));
+    const auto it = m_mapCodes.find(m_vecProducts.back());
+    if (it != m_mapCodes.end() && it->second == -1)
+        QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
+    *pbNeedRestart = false;
+    return it == m_mapCodes.end() ? 0 : it->second;
+}
+
 }  // namespace QZRITEST

@@ -275,5 +275,69 @@ public:
 private:
     int Record(const wchar_t* szCall, QZRI::RiWrpData& data);
 };
+}  // namespace QZRITEST
+
+// ---- the installation driver's services ----
+#include "qzri/riwrap/driverservices.h"
+
+namespace QZRITEST {
+
+// The products as listed; "ConnInstalled" answers the script in turn, the last answer repeating (an empty
+// script: it cannot be read).
+class FakeProducts : public QZRI::ControlledProducts
+{
+public:
+    std::vector<QZRI::ControlledProduct> List() override { return m_vecProducts; }
+    std::optional<bool> ConnInstalled() override
+    {
+        const size_t n = m_nConnReads++;
+        if (m_vecConn.empty())
+            return std::nullopt;
+        return n < m_vecConn.size() ? m_vecConn[n] : m_vecConn.back();
+    }
+    std::vector<QZRI::ControlledProduct> m_vecProducts;
+    std::vector<std::optional<bool>> m_vecConn;
+    size_t m_nConnReads = 0;
+};
+
+// Records the product that [Uninstall] "Product" of the run's package description names at each call,
+// and answers with its code in m_mapCodes (absent: 0); a code of -1 raises instead.
+class ScriptedUninstaller : public QZRI::ProductUninstaller
+{
+public:
+    int32_t Uninstall(QZRI::RiWrpData& data, bool* pbNeedRestart) override;
+    std::map<std::wstring, int32_t> m_mapCodes;
+    std::vector<std::wstring> m_vecProducts;
+};
+
+// Records "verb|file|params|folder" and answers m_nError.
+class RecordingShell : public QZRI::ShellOpener
+{
+public:
+    int Open(const std::wstring& wstrVerb, const std::wstring& wstrFile, const std::wstring& wstrParams,
+             const std::wstring& wstrFolder) override
+    {
+        m_vecCalls.push_back(wstrVerb + L"|" + wstrFile + L"|" + wstrParams + L"|" + wstrFolder);
+        return m_nError;
+    }
+    std::vector<std::wstring> m_vecCalls;
+    int m_nError = 0;
+};
+
+// The stand-ins of one run with the driver's services as well.
+struct DriverTestServices : TestServices
+{
+    QZRI::AgentServices Get()
+    {
+        QZRI::AgentServices services = TestServices::Get();
+        services.m_pProducts = &m_products;
+        services.m_pUninstaller = &m_uninstaller;
+        services.m_pShell = &m_shell;
+        return services;
+    }
+    FakeProducts m_products;
+    ScriptedUninstaller m_uninstaller;
+    RecordingShell m_shell;
+};
 
 }  // namespace QZRITEST

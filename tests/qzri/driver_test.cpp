@@ -1,0 +1,300 @@
+// The installation driver's group uninstallation, the setup's command line, the run parameters in the
+// companion and the file opened after the installation, against package files in a private folder and
+// stand-ins for the management agent's products, the uninstaller and the shell.
+#include "qzri/riwrap/driver.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "common/ristrutils.h"
+#include "qzri/riwrap/riresult.h"
+#include "qzri/riwrap/riwrpdata.h"
+#include "std/par/paramshelpers.h"
+#include "std/profile.h"
+#include "std/ss/settingsstorage.h"
+#include "std/strconv.h"
+#include "std/trace.h"
+#include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/fsutil.h"
+
+namespace {
+
+using namespace QZRI;
+using Names = std::vector<std::wstring>;
+using Lines = std::vector<std::string>;
+
+const ControlledProduct A{L"2001", L"1.0", L"Endpoint A"}, B{L"2002", L"2.0", L"Endpoint B"};
+const ControlledProduct AGENT{L"1103", L"1.0.0.0", L"Management agent"}, SERVER{L"1093", L"15.0", L"Server"};
+constexpr const char* GROUP_QUD =
+    "[Uninstall]\r\nProduct=AllControlledProducts\r\n"
+    "Version=AllControlledProducts\r\nLocalizedName=All products\r\n";
+
+class DriverTest : public testing::Test
+{
+protected:
+    // A fresh run of a silent task over the package; the shared folder receives the task's entries.
+    void Package(const std::string& strQpd, const std::string& strQud, const wchar_t* szQpd = L"package.qpd")
+    {
+        m_wstrPkg = m_folder.MakeSubFolder(L"pkg" + std::to_wstring(++m_nPackages));
+        QZTEST::RemoveAll(m_folder.Path() + L"Data");
+        QZTEST::MakeFolder(m_folder.Path() + L"Data");
+        QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd", strQpd);
+        if (!strQud.empty())
+            QZTEST::WriteFileBytes(Qud(), strQud);
+        m_data = std::make_unique<RiWrpData>();
+        m_data->m_wstrDirPath = m_data->m_wstrExecDirPath = m_wstrPkg;
+        m_data->m_wstrQpdFilePath = m_wstrPkg + szQpd;
+        m_data->m_bSilentModeCmdLine = true;
+        m_data->m_wstrTaskId = L"T1";
+        m_data->m_pQpd = QpdFile::Create(m_wstrPkg + szQpd);
+        m_fakes = std::make_unique<QZRITEST::DriverTestServices>();
+        m_fakes->m_registry.m_wstrSharedFolder = m_folder.Path();
+    }
+    int32_t Run(const AgentServices& services)
+    {
+        EXPECT_TRUE(QZSTD::TraceOpen(m_folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
+        const int32_t nResult = RunExecutable(*m_data, services).m_nResult;
+        QZSTD::TraceClose();
+        m_vecRecords = QZRITEST::TraceRecords(m_folder.Join(L"trace.txt"));
+        return nResult;
+    }
+    std::wstring Qud() const { return m_wstrPkg + L"package.qud"; }
+    std::wstring E2s() const { return m_folder.Path() + L"Data/e2s_subscription.xml"; }
+    std::wstring Uninstall(const wchar_t* szKey) const
+    {
+        return QZSTD::GetProfileString(Qud(), L"Uninstall", szKey, L"");
+    }
+    bool Traced(const Lines& vecExpected) const
+    {
+        return QZRITEST::ContainsInOrder(m_vecRecords, vecExpected);
+    }
+    std::string Dump() const { return QZRITEST::Joined(m_vecRecords); }
+
+    std::string RevertLine() const { return "QZRIWRP I Revert qud-file '" + QZSTD::WideToUtf8(Qud()) + "'"; }
+
+    QZTEST::TempFolder m_folder;
+    int m_nPackages = 0;
+    std::wstring m_wstrPkg;
+    std::unique_ptr<RiWrpData> m_data;
+    std::unique_ptr<QZRITEST::DriverTestServices> m_fakes;
+    Lines m_vecRecords;
+};
+
+// The server's host cancels; the management agent goes last; the first failure, a missing uninstaller
+// or an exception ends the group. Every way out puts the group back into the companion.
+TEST_F(DriverTest, GroupUninstallationEndsRevertedOnEveryPath)
+{
+    struct Row
+    {
+        const char* szWhat;
+        std::vector<ControlledProduct> vecProducts;
+        std::map<std::wstring, int32_t> mapCodes;
+        bool bUninstaller;
+        int32_t nResult;
+        Names vecUninstalled;
+        const wchar_t* szReport;  // what ended the run through the report sink; nullptr: the final report
+        Lines vecTraced;
+    };
+    const Row rows[] = {
+        {"server on the host",
+         {A, SERVER, AGENT},
+         {},
+         true,
+         QZRI_RSLT_LOCAL_SERVER,
+         {},
+         L"QZRI_MSG_DATA_LOCAL_SERVER_WRN",
+         {"QZRIWRP I hs: Move nagent to the end of list and check is server local",
+          "QZRIWRP I Check product: name = '2001', version = '1.0'",
+          "QZRIWRP I Server found (so cancel uninstall task)", "REVERT"}},
+        {"agent last",
+         {AGENT, A, B},
+         {},
+         true,
+         0,
+         {L"2001", L"2002", L"1103"},
+         nullptr,
+         {"QZRIWRP I Nagent found (move to the end of list)",
+          "QZRIWRP I Lets initialize main qud-file content",
+          "QZRIWRP I RunExecutable: Product = 'AllControlledProducts', Version = 'AllControlledProducts', "
+          "LocalizedName = 'All products'.",
+          "QZRIWRP I Lets replace qud-file content", "QZRIWRP I nExitCode = 0, bNeedRestart = 0",
+          "QZRIWRP I RunExecutable: Report about uninstalling product and wait",
+          "QZRIWRP I Report about uninstalling product and wait complete!", "REVERT"}},
+        {"failing product",
+         {A, B},
+         {{L"2001", 1603}},
+         true,
+         1603,
+         {L"2001"},
+         nullptr,
+         {"QZRIWRP I nExitCode = 1603, bNeedRestart = 0", "QZRIWRP I nExitCode != QZRI_RSLT_NO_ERROR",
+          "REVERT"}},
+        {"no uninstaller",
+         {A},
+         {},
+         false,
+         QZRI_RSLT_NOT_AVAILABLE,
+         {},
+         L"QZRI_MSG_DATA_NOT_AVAILABLE",
+         {"QZRIWRP I Lets replace qud-file content", "REVERT",
+          "QZRIWRP E RunExecutable: Uninstalling a product is not available in this build."}},
+        {"uninstaller raises",
+         {A},
+         {{L"2001", -1}},
+         true,
+         QZRI_RSLT_GENERAL_ERROR,
+         {L"2001"},
+         L"QZRI_MSG_DATA_GENERAL_ERROR",
+         {"REVERT", "QZRIWRP E RunExecutable: process general error."}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        Package("[Setup]\r\nExecutable=setup.exe\r\n", GROUP_QUD);
+        m_fakes->m_products.m_vecProducts = row.vecProducts;
+        m_fakes->m_products.m_vecConn = {true};
+        m_fakes->m_uninstaller.m_mapCodes = row.mapCodes;
+        AgentServices services = m_fakes->Get();
+        if (!row.bUninstaller)
+            services.m_pUninstaller = nullptr;
+        EXPECT_EQ(Run(services), row.nResult);
+        EXPECT_EQ(m_fakes->m_uninstaller.m_vecProducts, row.vecUninstalled);
+        Lines vecTraced = row.vecTraced;
+        std::replace(vecTraced.begin(), vecTraced.end(), std::string("REVERT"), RevertLine());
+        EXPECT_TRUE(Traced(vecTraced)) << Dump();
+        for (const wchar_t* szKey : {L"Product", L"Version", L"LocalizedName"})
+            EXPECT_EQ(Uninstall(szKey), ALL_CONTROLLED_PRODUCTS) << szKey;
+        Names vecReported;
+        for (const auto& report : m_fakes->m_reports.m_vecReports)
+            vecReported.push_back(report.first);
+        EXPECT_EQ(vecReported, row.szReport ? Names{row.szReport} : Names{});
+        EXPECT_FALSE(m_fakes->m_serviceControl.m_vecDeleted.empty());
+        if (row.szReport == nullptr) {
+            // The last product's result under the task with "_USR_UNFIN", and the group's under the task.
+            QZSTD::CAutoPtr<QZPAR::Params> pCodes =
+                QZPAR::GetParamsValue(QZSTD::SettingsStorage::OpenReadOnly(E2s())->ReadSection(
+                                          L".core", L".independent", L"SubscriptionData"),
+                                      L"TASK_ID_RSLT_CODE");
+            EXPECT_EQ(QZPAR::GetIntValue(pCodes, L"T1_USR_UNFIN"), row.nResult);
+            EXPECT_EQ(QZPAR::GetIntValue(pCodes, L"T1"), row.nResult);
+        }
+    }
+}
+
+// "ConnInstalled" is awaited after each product until it is true, cannot be read, or the limit passes; a
+// stop ends the group with the products left installed.
+TEST_F(DriverTest, ConnInstalledWaitEndsOnTrueUnreadableLimitOrStop)
+{
+    struct Row
+    {
+        std::vector<std::optional<bool>> vecConn;
+        bool bStopped;
+        int nWaits;
+        size_t nUninstalled;
+        int32_t nResult;
+        const char* szTraced;
+    };
+    const Row rows[] = {
+        {{true}, false, 0, 2, 0, "QZRI I QZRI::ReportResult: Description: '2 product(s) uninstalled.'"},
+        {{false, false, true},
+         false,
+         2,
+         2,
+         0,
+         "QZRI I QZRI::ReportResult: Description: '2 product(s) uninstalled.'"},
+        {{}, false, 0, 2, 0, "QZRIWRP I RunExecutable: ConnInstalled cannot be read: nobody to wait for."},
+        {{false},
+         false,
+         2 * CONN_MAX_POLLS,
+         2,
+         0,
+         "QZRIWRP W RunExecutable: ConnInstalled is still false after 300000 ms: going on."},
+        {{false}, true, 1, 1, QZRI_RSLT_GENERAL_ERROR, "QZRIWRP I RunExecutable: Stopped."},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.nWaits);
+        Package("[Setup]\r\nExecutable=setup.exe\r\n", GROUP_QUD);
+        m_fakes->m_products.m_vecProducts = {A, B};
+        m_fakes->m_products.m_vecConn = row.vecConn;
+        m_fakes->m_waits.m_bStopped = row.bStopped;
+        EXPECT_EQ(Run(m_fakes->Get()), row.nResult);
+        EXPECT_EQ(m_fakes->m_waits.m_nStopWaits, row.nWaits);
+        EXPECT_EQ(m_fakes->m_uninstaller.m_vecProducts.size(), row.nUninstalled);
+        EXPECT_TRUE(Traced({row.szTraced})) << Dump();
+        EXPECT_EQ(Uninstall(L"Product"), ALL_CONTROLLED_PRODUCTS);
+    }
+}
+
+// RI_ID for the management agent's package; the first start's AKINSTALL words (case as written) go on
+// to the setup, and the trace shows only their passwords' lengths.
+TEST_F(DriverTest, SetupCommandLineCarriesRiIdAndAgentRemovalWords)
+{
+    const std::tuple<const char*, const wchar_t*, const wchar_t*, const char*> rows[] = {
+        {"1103", L"x.exe TASK_ID=T1", L"\"S\" RI_ID=r1", nullptr},
+        {"2001", L"x.exe /s AKINSTALL_PWD=s3cret \"AKINSTALLSRV=a b\" akinstall=1 OTHER=1",
+         L"\"S\" AKINSTALL_PWD=s3cret \"AKINSTALLSRV=a b\"",
+         "'\"AKINSTALL_PWD=<password of 6 characters>\" \"AKINSTALLSRV=a b\"'."},
+        {"1103", L"x.exe AKINSTALLPassword=pw", L"\"S\" RI_ID=r1 AKINSTALLPassword=pw",
+         "'\"AKINSTALLPassword=<password of 2 characters>\"'."},
+    };
+    for (const auto& [szProduct, szSaved, szLine, szTraced] : rows) {
+        SCOPED_TRACE(QZSTD::WideToUtf8(szSaved));
+        Package(std::string("[Product]\r\nName=") + szProduct + "\r\n", "");
+        m_data->m_wstrRiId = L"r1";
+        m_data->m_wstrSavedCmdLine = szSaved;
+        ASSERT_TRUE(QZSTD::TraceOpen(m_folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
+        EXPECT_EQ(BuildSetupCommandLine(*m_data, L"S"), szLine);
+        QZSTD::TraceClose();
+        m_vecRecords = QZRITEST::TraceRecords(m_folder.Join(L"trace.txt"));
+        EXPECT_EQ(m_vecRecords,
+                  szTraced
+                      ? Lines{std::string("QZRIWRP I RunExecutable: Nagent removing params - ") + szTraced}
+                      : Lines{});
+    }
+}
+
+// The run parameters go into the companion, or into the description when that is a ".qud" file itself.
+TEST_F(DriverTest, SaveParamsToIniWritesTheRunIntoTheCompanion)
+{
+    for (const wchar_t* szQpd : {L"package.qpd", L"package.qud"}) {
+        Package("[Setup]\r\nExecutable=setup.exe\r\n", "[Setup]\r\nExecutable=setup.exe\r\n", szQpd);
+        m_data->m_wstrRiId = L"r1";
+        m_data->m_nStartCounter = 2;
+        m_data->m_wstrSavedCmdLine = L"x.exe TASK_ID=T1 AKINSTALLPWD=s3cret";
+        ASSERT_TRUE(SaveParamsToIni(*m_data));
+        const auto Value = [&](const wchar_t* szKey) {
+            return QZSTD::GetProfileString(Qud(), L"RunParams", szKey, L"");
+        };
+        EXPECT_EQ(Value(L"TaskId") + L" " + Value(L"RiId") + L" " + Value(L"StartCounter"), L"T1 r1 2");
+        EXPECT_EQ(DecodeHexString(Value(L"CommandLine")),
+                  L"x.exe TASK_ID=T1 \"AKINSTALLPWD=<password of 6 characters>\"");
+    }
+}
+
+// The file opens after a check without error, with the shell's failure traced but not reported; never
+// after a failure.
+TEST_F(DriverTest, FileOpensAfterAnInstallationWithoutErrorOnly)
+{
+    const std::tuple<const wchar_t*, const char*, int, int32_t, bool> rows[] = {
+        {L"/x", "", 0, 0, true},
+        {L"", "", 5, 0, true},
+        {L"", "[SetupMainResult]\r\nFile=r.ini\r\nSection=R\r\n", 0, 1603, false},
+    };
+    for (const auto& [szParams, szResult, nShellError, nResult, bOpened] : rows) {
+        SCOPED_TRACE(nResult);
+        Package("[Setup]\r\nExecutable=setup.exe\r\nOpenAfterInstall=readme.txt\r\nOpenAfterInstallParams=" +
+                    QZSTD::WideToUtf8(szParams) + "\r\n" + szResult,
+                "");
+        QZTEST::WriteFileBytes(m_wstrPkg + L"r.ini", "[R]\r\nResultCode=1603\r\n");
+        m_data->m_eAct = QZRI_ACTION_CHECK_RESULT;
+        m_fakes->m_shell.m_nError = nShellError;
+        EXPECT_EQ(Run(m_fakes->Get()), nResult);
+        const std::wstring wstrCall = L"open|" + m_wstrPkg + L"readme.txt|" + szParams + L"|" + m_wstrPkg;
+        EXPECT_EQ(m_fakes->m_shell.m_vecCalls, bOpened ? Names{wstrCall} : Names{});
+        EXPECT_EQ(Traced({"QZRIWRP E RunExecutable: '" + QZSTD::WideToUtf8(m_wstrPkg) +
+                          "readme.txt' could not be opened (error 5)."}),
+                  nShellError != 0);
+    }
+}
+
+}  // namespace
