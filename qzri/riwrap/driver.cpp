@@ -502,7 +502,9 @@ int32_t RunSteps(RiWrpData& data, const AgentServices& services)
     if (data.m_eAct == QZRI_ACTION_CHECK_RESULT) {
         QZ_TRACE_I(L"data.m_eAct = QZRI_ACTION_CHECK_RESULT, so: bCheckProcessResult = false.\n");
         bCheckProcessResult = false;
-        return JudgeInstallation(data, 0, bCheckProcessResult, true, services);
+        // The reboot the restart result asked for has happened: that file is not read again as a new
+        // request, or a package that asked to be checked after a reboot would reboot for ever.
+        return JudgeInstallation(data, 0, bCheckProcessResult, false, services);
     }
     if (NeedsDownload(data, services)) {
         QZ_TRACE_E(L"Download failed.\n");

@@ -9,7 +9,6 @@
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/serverid.h"
-#include "std/cmdline.h"
 #include "std/error.h"
 #include "std/profile.h"
 #include "std/trace.h"
@@ -134,18 +133,15 @@ void RiWrpData::ReadStartState(const std::wstring& wstrCmdLine)
     QZ_TRACE_I(L"%hs: m_eAct set to %d (%d)\n", QZ_SCOPE_NAME, static_cast<int>(m_eAct), m_nStartCounter);
 }
 
-// The service's own command line holds only its id. Where the result of the task goes (the task id,
-// the silent switch) is the first start's, so that a result found after a reboot, "Unexpected reboot."
-// included, reaches the administrator the way the first start's result would have.
+// The service's own command line holds only its id, and nobody watches a service: a restart reports
+// as a silent run does, under the first start's task id, so that a result found after a reboot,
+// "Unexpected reboot." included, reaches the administrator even when the first start was interactive.
 void RiWrpData::AdoptFirstStartReportKeys()
 {
     QZ_TRACE_SCOPE(MODULE, INIT_SCOPE);
-    if (m_wstrSavedCmdLine.empty())
-        return;
     ReadTaskKeys(m_wstrSavedCmdLine);
-    m_bSilentModeCmdLine = HasSilentSwitch(QZSTD::SplitCommandLine(m_wstrSavedCmdLine));
-    QZ_TRACE_I(L"%hs: The first start's report keys: silent mode %ls.\n", QZ_SCOPE_NAME,
-               BoolText(m_bSilentModeCmdLine));
+    m_bSilentModeCmdLine = true;
+    QZ_TRACE_I(L"%hs: A service restart reports as a silent run.\n", QZ_SCOPE_NAME);
 }
 
 bool RiWrpData::FindPackageDescription(AgentOs& os)

@@ -18,7 +18,6 @@ bool IsKeyWord(const std::wstring& wstrWord, std::wstring_view wsvKey)
 }  // namespace
 
 std::wstring BuildRelaunchCommandLine(const std::wstring& wstrSetupPath, const std::wstring& wstrSavedCmdLine,
-                                      const std::wstring& wstrMasterServiceId,
                                       const std::wstring& wstrServiceId, int nStartCounter)
 {
     std::vector<std::wstring> vecArgs{wstrSetupPath};
@@ -32,8 +31,11 @@ std::wstring BuildRelaunchCommandLine(const std::wstring& wstrSetupPath, const s
         bSilent = bSilent || IsSilentSwitch(wstrWord);
         vecArgs.push_back(wstrWord);
     }
-    if (!wstrMasterServiceId.empty())
-        vecArgs.push_back(std::wstring(Keys::SERVICE_RESTART) + L"=" + wstrServiceId);
+    // The relaunched setup is the agent again, in a run of its own: it must keep this service while it
+    // cleans up others and remove it when the task ends, so it is told the service's id. As
+    // "QZRI$ID" it would take itself for the service and wait for a service control manager that never
+    // calls it.
+    vecArgs.push_back(std::wstring(Keys::MASTER_SERVICE_ID) + L"=" + wstrServiceId);
     if (!bSilent)
         vecArgs.push_back(L"/s");
     vecArgs.push_back(std::wstring(Keys::START_COUNTER) + L"=" + std::to_wstring(nStartCounter));

@@ -21,11 +21,10 @@ inline constexpr const wchar_t* REBOOT_AGENT = L"qzrbtagt.exe";
 inline constexpr unsigned long RELAUNCH_WAIT_MS = 120000;
 
 // The relaunched setup's command line: "setup.exe" of the package folder, the arguments of the saved
-// command line without "QZRI$ID", "MASTER_SERVICE_ID" and "QZRI_START_CNT", then "QZRI$ID=<service
-// id>" when a master service id is set, "/s" unless a silent switch is there, and
-// "QZRI_START_CNT=<counter>".
+// command line without "QZRI$ID", "MASTER_SERVICE_ID" and "QZRI_START_CNT", then
+// "MASTER_SERVICE_ID=<service id>" (the relaunched run keeps this service and removes it when the task
+// ends), "/s" unless a silent switch is there, and "QZRI_START_CNT=<counter>".
 std::wstring BuildRelaunchCommandLine(const std::wstring& wstrSetupPath, const std::wstring& wstrSavedCmdLine,
-                                      const std::wstring& wstrMasterServiceId,
                                       const std::wstring& wstrServiceId, int nStartCounter);
 
 // Connects to the service control manager and runs the service (Windows). Returns the run's result

@@ -31,6 +31,10 @@ struct ServiceContext
     int nResult = QZRI_RSLT_NO_ERROR;
     // The relaunched setup, which the service outlives.
     QZSTD::Win::ScopedHandle hSetup;
+    // Set when the service main has done its work. Removing its own service reports the service
+    // stopped before the task's last steps, and the dispatcher returns as soon as it sees that: the
+    // process must not end before the service main has.
+    QZSTD::Win::ScopedHandle hServiceMainDone{::CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 };
 
 // The dispatcher calls the service main without a context of its own: the one service of this process
@@ -84,8 +88,7 @@ void RelaunchSetup(ServiceContext& ctx)
     RiWrpData& data = *ctx.pData;
     const std::wstring wstrSetup = data.m_wstrDirPath + PACKAGE_SETUP;
     const std::wstring wstrCmdLine =
-        BuildRelaunchCommandLine(wstrSetup, data.m_wstrSavedCmdLine, data.m_wstrMasterServiceId,
-                                 ServiceIdOf(data), data.m_nStartCounter);
+        BuildRelaunchCommandLine(wstrSetup, data.m_wstrSavedCmdLine, ServiceIdOf(data), data.m_nStartCounter);
     QZ_TRACE_I(L"Command line: %ls\n", wstrCmdLine);
     DWORD dwPid = 0;
     ctx.hSetup = StartOnDesktop(wstrSetup, wstrCmdLine, data.m_wstrDirPath, &dwPid);
@@ -140,9 +143,17 @@ void Service_Wait(ServiceContext& ctx)
     }
 }
 
+void RunServiceMain(ServiceContext& ctx);
+
 void WINAPI ServiceMain(DWORD, LPWSTR*)
 {
     ServiceContext& ctx = *g_pContext;
+    RunServiceMain(ctx);
+    ::SetEvent(ctx.hServiceMainDone.Get());
+}
+
+void RunServiceMain(ServiceContext& ctx)
+{
     QZ_TRACE_SCOPE(MODULE, "ServiceMain");
     ctx.hStatus = ::RegisterServiceCtrlHandlerExW(ctx.wstrName.c_str(), &ControlHandler, &ctx);
     if (!ctx.hStatus) {
@@ -174,6 +185,8 @@ int RunServiceDispatcher(RiWrpData& data, const AgentServices& services)
     g_pContext = &ctx;
     SERVICE_TABLE_ENTRYW table[] = {{ctx.wstrName.data(), &ServiceMain}, {nullptr, nullptr}};
     const BOOL bDispatched = ::StartServiceCtrlDispatcherW(table);
+    if (bDispatched)
+        ::WaitForSingleObject(ctx.hServiceMainDone.Get(), INFINITE);
     g_pContext = nullptr;
     if (!bDispatched) {
         QZ_TRACE_E(L"%hs: StartServiceCtrlDispatcher failed - %d\n", QZ_SCOPE_NAME,

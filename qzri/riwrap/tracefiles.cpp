@@ -20,6 +20,8 @@ struct TraceStartNotes
     TraceFolderChoice folder;
     std::vector<std::wstring> vecNotRotated;
     bool bLeftoverNotRemoved = false;
+    // The file this run writes.
+    std::wstring wstrFile;
 };
 
 bool OpenCompetitorRemovalTrace(const std::wstring& wstrFolder)
@@ -33,7 +35,11 @@ bool OpenMainTrace(const std::wstring& wstrCmdLine, AgentOs& os, TraceStartNotes
     notes.vecNotRotated = RotateTraceFiles(os, wstrFolder);
     if (!HasKey(wstrCmdLine, Keys::SERVICE_RESTART))
         notes.bLeftoverNotRemoved = !os.RemoveFile(wstrFolder + TRACE_FILE);
-    return QZSTD::TraceOpen(wstrFolder + TRACE_FILE, TRACE_LEVEL, true);
+    notes.wstrFile = wstrFolder + TRACE_FILE;
+    if (QZSTD::TraceOpen(notes.wstrFile, TRACE_LEVEL, true))
+        return true;
+    notes.wstrFile = wstrFolder + CONCURRENT_TRACE_FILE;
+    return QZSTD::TraceOpen(notes.wstrFile, TRACE_LEVEL, true);
 }
 
 void TraceStartNotesOf(const std::wstring& wstrFile, const TraceStartNotes& notes)
@@ -49,6 +55,9 @@ void TraceStartNotesOf(const std::wstring& wstrFile, const TraceStartNotes& note
                    QZ_SCOPE_NAME, wstrName);
     if (notes.bLeftoverNotRemoved)
         QZ_TRACE_W(L"%hs: The trace left by an earlier run could not be removed.\n", QZ_SCOPE_NAME);
+    if (notes.wstrFile.ends_with(CONCURRENT_TRACE_FILE))
+        QZ_TRACE_W(L"%hs: '%ls' is held by another run of the agent; this run writes here.\n", QZ_SCOPE_NAME,
+                   TRACE_FILE);
 }
 
 }  // namespace
@@ -98,11 +107,12 @@ bool StartTrace(const std::wstring& wstrCmdLine, AgentOs& os)
     TraceStartNotes notes;
     notes.folder = ChooseTraceFolder(os);
     const bool bCompetitorRun = HasKey(wstrCmdLine, Keys::COMPETITOR_REMOVAL);
+    if (bCompetitorRun)
+        notes.wstrFile = notes.folder.m_wstrFolder + COMPETITOR_TRACE_FILE;
     const bool bOpened = bCompetitorRun ? OpenCompetitorRemovalTrace(notes.folder.m_wstrFolder)
                                         : OpenMainTrace(wstrCmdLine, os, notes);
     if (bOpened)
-        TraceStartNotesOf(notes.folder.m_wstrFolder + (bCompetitorRun ? COMPETITOR_TRACE_FILE : TRACE_FILE),
-                          notes);
+        TraceStartNotesOf(notes.wstrFile, notes);
     return bOpened;
 }
 

@@ -14,6 +14,10 @@
 // run never appends to a stale trace. The file is opened for appending, so nothing that is still there
 // (a restart whose rotation failed) is overwritten.
 //
+// A run that finds "$qzriwrp.txt" held by another run of the agent (the service keeps its trace open
+// while the setup it relaunched after a reboot runs) writes "$qzriwrp_concurrent.txt" instead, appending,
+// and says so at its start: its trace is never lost to a file it may not write.
+//
 // An incompatible-software removal run ("QZRI$CMTRS") writes "$qzriwrp_cmpr.txt" from its start and
 // touches neither the chain nor "$qzriwrp.txt": it may run while another agent run writes there.
 #pragma once
@@ -28,6 +32,7 @@ class AgentOs;
 inline constexpr const wchar_t* TRACE_FOLDER_ENV = L"QZCSAK_SYSTEMP_PATH";
 inline constexpr const wchar_t* TRACE_FILE = L"$qzriwrp.txt";
 inline constexpr const wchar_t* COMPETITOR_TRACE_FILE = L"$qzriwrp_cmpr.txt";
+inline constexpr const wchar_t* CONCURRENT_TRACE_FILE = L"$qzriwrp_concurrent.txt";
 // "$qzriwrp.txt" and four ".bak" levels.
 inline constexpr int TRACE_GENERATIONS = 5;
 

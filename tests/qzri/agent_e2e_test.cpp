@@ -281,7 +281,8 @@ TEST_F(AgentRunTest, TheServiceRelaunchesTheSetupAfterAReboot)
     }
     EXPECT_EQ(status.dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
     const std::string strCmdLine = QZTEST::ReadFileBytes(m_wstrPkg + L"setup-ran.txt");
-    const std::string strArgs = " TASK_ID=T1 /s QZRI_START_CNT=2";
+    const std::string strArgs =
+        " TASK_ID=T1 MASTER_SERVICE_ID=" + QZSTD::WideToUtf8(wstrId) + " /s QZRI_START_CNT=2";
     EXPECT_TRUE(strCmdLine.ends_with(strArgs)) << strCmdLine;
     EXPECT_NE(strCmdLine.find("setup.exe"), std::string::npos) << strCmdLine;
     EXPECT_EQ(strCmdLine.find("MASTER_SERVICE_ID"), std::string::npos) << strCmdLine;

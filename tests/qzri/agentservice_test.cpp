@@ -152,16 +152,15 @@ namespace {
 // always runs silently.
 TEST(RelaunchCommandLineTest, SavedArgumentsSilentlyWithTheNextCounter)
 {
-    const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*> rows[] = {
-        {L"a.exe TASK_ID=T1", L"", L"s.exe TASK_ID=T1 /s QZRI_START_CNT=3"},
-        {L"a.exe TASK_ID=T1 -S", L"", L"s.exe TASK_ID=T1 -S QZRI_START_CNT=3"},
-        {L"a.exe QZRI$ID=x MASTER_SERVICE_ID=m QZRI_START_CNT=1 \"X=a b\"", L"m",
-         L"s.exe \"X=a b\" QZRI$ID=id /s QZRI_START_CNT=3"},
-        {L"", L"", L"s.exe /s QZRI_START_CNT=3"},
+    const std::pair<const wchar_t*, const wchar_t*> rows[] = {
+        {L"a.exe TASK_ID=T1", L"s.exe TASK_ID=T1 MASTER_SERVICE_ID=id /s QZRI_START_CNT=3"},
+        {L"a.exe TASK_ID=T1 -S", L"s.exe TASK_ID=T1 -S MASTER_SERVICE_ID=id QZRI_START_CNT=3"},
+        {L"a.exe QZRI$ID=x MASTER_SERVICE_ID=m QZRI_START_CNT=1 \"X=a b\"",
+         L"s.exe \"X=a b\" MASTER_SERVICE_ID=id /s QZRI_START_CNT=3"},
+        {L"", L"s.exe MASTER_SERVICE_ID=id /s QZRI_START_CNT=3"},
     };
-    for (const auto& [szSaved, szMaster, szExpected] : rows)
-        EXPECT_EQ(QZRI::BuildRelaunchCommandLine(L"s.exe", szSaved, szMaster, L"id", 3), szExpected)
-            << szSaved;
+    for (const auto& [szSaved, szExpected] : rows)
+        EXPECT_EQ(QZRI::BuildRelaunchCommandLine(L"s.exe", szSaved, L"id", 3), szExpected) << szSaved;
 }
 
 }  // namespace

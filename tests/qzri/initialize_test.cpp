@@ -152,8 +152,8 @@ TEST_F(InitializeTest, RunParamsDecideTheStateOfARestart)
         EXPECT_EQ(m_data.m_nStartCounter, row.nCounter);
         EXPECT_EQ(m_data.m_wstrSavedCmdLine, row.szSavedCmdLine);
     }
-    // A restart reports where the first start would have.
-    WriteRunParams(L"2", L"1", L"x.exe /s TASK_ID=T-9");
+    // A restart reports as a silent run, under the first start's task id.
+    WriteRunParams(L"2", L"1", L"x.exe TASK_ID=T-9");
     EXPECT_TRUE(Initialize(L"QZRI$ID=svc1"));
     EXPECT_TRUE(m_data.m_bSilentModeCmdLine);
     EXPECT_EQ(m_data.m_wstrTaskId, L"T-9");
