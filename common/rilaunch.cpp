@@ -4,6 +4,7 @@
 
 #include "common/rilaunch.h"
 #include "common/rilaunch_impl.h"
+#include "common/ristrutils.h"
 #include "std/cmdline.h"
 #include "std/shutdown.h"
 #include "std/trace.h"
@@ -188,7 +189,8 @@ std::wstring BeginLaunch(const LaunchOptions& options, QZSTD::LaunchWaiter** ppL
     QZ_CHECK_ARG(nWaitMode >= WAIT_PROCESS_ONLY && nWaitMode <= WAIT_LISTED_IMAGES, "nWaitMode");
     QZ_CHECK_ARG(!options.m_wstrCommandLine.empty(), "wstrCommandLine");
     const std::wstring wstrErr = options.m_wstrStdErr.empty() ? L"NUL" : options.m_wstrStdErr;
-    QZ_TRACE_I(L"CommandLine: '%ls', szCurDir:'%ls'\n", options.m_wstrCommandLine, options.m_wstrCurDir);
+    QZ_TRACE_I(L"CommandLine: '%ls', szCurDir:'%ls'\n", MaskPasswords(options.m_wstrCommandLine),
+               options.m_wstrCurDir);
     QZ_TRACE_I(L"szStdOut: '%ls', szStdErr:'%ls', szStdIn:'%ls'\n", L"NUL", wstrErr, L"NUL");
     return wstrErr;
 }
@@ -198,7 +200,7 @@ void TraceApplication(const std::wstring& wstrApp, const std::wstring& wstrCmd,
 {
     QZ_TRACE_SCOPE("QZRI", "QZRI::LaunchAsync");
     QZ_TRACE_I(L"App: %ls, CommandLine: '%ls', szCurDir:'%ls'\n", wstrApp.empty() ? L"NULL" : wstrApp.c_str(),
-               wstrCmd, wstrCurDir);
+               MaskPasswords(wstrCmd), wstrCurDir);
 }
 
 bool SameImageName(const std::wstring& a, const std::wstring& b)

@@ -1,4 +1,4 @@
-// Remote-installation helpers: the "$HEX_" codec of ini values.
+// Remote-installation helpers: the "$HEX_" codec of ini values, and passwords masked in command lines.
 #include "common/ristrutils.h"
 
 #include <string_view>
@@ -58,6 +58,57 @@ std::wstring DecodeHexString(const std::wstring& wstrValue)
         u16 += static_cast<char16_t>(nLow | (nHigh << 8));
     }
     return QZSTD::Utf16ToWide(u16);
+}
+
+namespace {
+
+bool IsPasswordKey(std::wstring_view wstrKey)
+{
+    std::wstring wstrUpper;
+    for (wchar_t c : wstrKey)
+        if (c != L'"')
+            wstrUpper += (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+    return wstrUpper.find(L"PWD") != std::wstring::npos || wstrUpper.find(L"PASSWORD") != std::wstring::npos;
+}
+
+bool IsBlank(wchar_t c)
+{
+    return c == L' ' || c == L'\t';
+}
+
+}  // namespace
+
+std::wstring MaskPasswords(const std::wstring& wstrCmdLine)
+{
+    std::wstring wstrOut;
+    size_t n = 0;
+    while (n < wstrCmdLine.size()) {
+        if (IsBlank(wstrCmdLine[n])) {
+            wstrOut += wstrCmdLine[n++];
+            continue;
+        }
+        // One word: up to the next blank outside quotes.
+        size_t nEnd = n;
+        for (bool bQuoted = false; nEnd < wstrCmdLine.size() && (bQuoted || !IsBlank(wstrCmdLine[nEnd]));
+             ++nEnd)
+            if (wstrCmdLine[nEnd] == L'"')
+                bQuoted = !bQuoted;
+        const std::wstring_view word(wstrCmdLine.data() + n, nEnd - n);
+        const size_t nEq = word.find(L'=');
+        if (nEq == std::wstring_view::npos || !IsPasswordKey(word.substr(0, nEq))) {
+            wstrOut += word;
+        } else {
+            // A closing quote of a quoted word is not part of the password.
+            const bool bClosingQuote = word.front() == L'"' && word.back() == L'"' && word.size() > nEq + 1;
+            const size_t nValue = word.size() - nEq - 1 - (bClosingQuote ? 1 : 0);
+            wstrOut += word.substr(0, nEq + 1);
+            wstrOut += L"<password of " + std::to_wstring(nValue) + L" characters>";
+            if (bClosingQuote)
+                wstrOut += L'"';
+        }
+        n = nEnd;
+    }
+    return wstrOut;
 }
 
 }  // namespace QZRI

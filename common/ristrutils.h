@@ -20,4 +20,9 @@ std::wstring EncodeHexString(const std::wstring& wstrValue);
 // U+0000 unit is kept as a character of the result.
 std::wstring DecodeHexString(const std::wstring& wstrValue);
 
+// A command line as it may be traced or stored: the value of every KEY=value word whose key holds "PWD"
+// or "PASSWORD" (any case) becomes "<password of N characters>"; everything else, quotes and blanks
+// included, stays as it was. Passwords reach setups on their command lines, never the trace.
+std::wstring MaskPasswords(const std::wstring& wstrCmdLine);
+
 }  // namespace QZRI

@@ -549,24 +549,6 @@ std::wstring SetupPathOf(const RiWrpData& data)
 
 namespace {
 
-bool IsPasswordKey(const std::wstring& wstrKey)
-{
-    std::wstring wstrUpper = wstrKey;
-    for (wchar_t& c : wstrUpper)
-        if (c >= L'a' && c <= L'z')
-            c = static_cast<wchar_t>(c - L'a' + L'A');
-    return wstrUpper.find(L"PWD") != std::wstring::npos || wstrUpper.find(L"PASSWORD") != std::wstring::npos;
-}
-
-std::wstring MaskPasswordWord(const std::wstring& wstrWord)
-{
-    const size_t nEq = wstrWord.find(L'=');
-    if (nEq == std::wstring::npos || !IsPasswordKey(wstrWord.substr(0, nEq)))
-        return wstrWord;
-    return wstrWord.substr(0, nEq + 1) + L"<password of " + std::to_wstring(wstrWord.size() - nEq - 1) +
-           L" characters>";
-}
-
 // The words after the program name that begin with "AKINSTALL".
 std::vector<std::wstring> AgentRemovalWords(const std::wstring& wstrCmdLine)
 {
@@ -583,14 +565,6 @@ std::vector<std::wstring> AgentRemovalWords(const std::wstring& wstrCmdLine)
 
 }  // namespace
 
-std::wstring MaskPasswords(const std::wstring& wstrCmdLine)
-{
-    std::vector<std::wstring> vecArgs = QZSTD::SplitCommandLine(wstrCmdLine);
-    for (size_t n = 1; n < vecArgs.size(); ++n)
-        vecArgs[n] = MaskPasswordWord(vecArgs[n]);
-    return vecArgs.empty() ? std::wstring() : QZSTD::JoinCommandLine(vecArgs);
-}
-
 std::wstring BuildSetupCommandLine(const RiWrpData& data, const std::wstring& wstrSetup)
 {
     QZ_TRACE_SCOPE(MODULE, SCOPE);
@@ -600,8 +574,7 @@ std::wstring BuildSetupCommandLine(const RiWrpData& data, const std::wstring& ws
     std::wstring wstrTraced;
     for (const std::wstring& wstrWord : AgentRemovalWords(data.m_wstrSavedCmdLine)) {
         wstrLine += L" " + QZSTD::QuoteCommandLineArg(wstrWord);
-        wstrTraced +=
-            (wstrTraced.empty() ? L"" : L" ") + QZSTD::QuoteCommandLineArg(MaskPasswordWord(wstrWord));
+        wstrTraced += (wstrTraced.empty() ? L"" : L" ") + MaskPasswords(QZSTD::QuoteCommandLineArg(wstrWord));
     }
     if (!wstrTraced.empty())
         QZ_TRACE_I(L"%hs: Nagent removing params - '%ls'.\n", QZ_SCOPE_NAME, wstrTraced);

@@ -58,10 +58,6 @@ std::wstring SetupPathOf(const RiWrpData& data);
 // Traces those words with every password value replaced by its length.
 std::wstring BuildSetupCommandLine(const RiWrpData& data, const std::wstring& wstrSetup);
 
-// The command line with the value of every KEY=value word whose key holds "PWD" or "PASSWORD" (in any
-// case) replaced by "<password of N characters>", for the trace and for files.
-std::wstring MaskPasswords(const std::wstring& wstrCmdLine);
-
 // Writes [RunParams] "TaskId", "RiId", "StartCounter" and "CommandLine" (the first start's, passwords
 // masked, in the "$HEX_" form) into the package's companion (the description itself when that is a
 // ".qud" file), so that the setup can read which task runs it. False (traced) when it was not written.

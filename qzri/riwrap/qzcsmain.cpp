@@ -4,6 +4,7 @@
 #include <exception>
 #include <optional>
 
+#include "common/ristrutils.h"
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/cmdlinekeys.h"
@@ -119,7 +120,7 @@ int RunSteps(const std::wstring& wstrCmdLine, const std::vector<std::wstring>& v
 {
     QZ_TRACE_SCOPE(MODULE, MAIN_SCOPE);
     StartTrace(wstrCmdLine, *services.m_pOs);
-    QZ_TRACE_I(L"%hs: Command line: %ls\n", QZ_SCOPE_NAME, wstrCmdLine);
+    QZ_TRACE_I(L"%hs: Command line: %ls\n", QZ_SCOPE_NAME, MaskPasswords(wstrCmdLine));
     RiWrpData data;
     RunDataPublisher publisher(data);
     if (!data.Initialize(vecArgs, wstrCmdLine, services))

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "common/ristrutils.h"
 #include "qzri/riwrap/agentservice.h"
 #include "qzri/riwrap/driver.h"
 #include "qzri/riwrap/resultcheck.h"
@@ -89,7 +90,7 @@ void RelaunchSetup(ServiceContext& ctx)
     const std::wstring wstrSetup = data.m_wstrDirPath + PACKAGE_SETUP;
     const std::wstring wstrCmdLine =
         BuildRelaunchCommandLine(wstrSetup, data.m_wstrSavedCmdLine, ServiceIdOf(data), data.m_nStartCounter);
-    QZ_TRACE_I(L"Command line: %ls\n", wstrCmdLine);
+    QZ_TRACE_I(L"Command line: %ls\n", MaskPasswords(wstrCmdLine));
     DWORD dwPid = 0;
     ctx.hSetup = StartOnDesktop(wstrSetup, wstrCmdLine, data.m_wstrDirPath, &dwPid);
     if (!ctx.hSetup.IsValid()) {

@@ -27,6 +27,21 @@ using QZRI::EncodeHexString;
 using QZRI::QpdFile;
 using QZRI::QpdValueOrigin;
 
+// Only the value of a password key changes; the rest of the line, quotes and blanks included, stays.
+TEST(MaskPasswords, ReplacesPasswordValuesByTheirLengthOnly)
+{
+    const std::pair<const wchar_t*, const wchar_t*> rows[] = {
+        {L"\"C:\\a b\\s.exe\" /s TASK_ID=T1", L"\"C:\\a b\\s.exe\" /s TASK_ID=T1"},
+        {L"s.exe AKINSTALLPWD=s3cret  X=1", L"s.exe AKINSTALLPWD=<password of 6 characters>  X=1"},
+        {L"s.exe \"Proxy_Password=a b\" pwd=",
+         L"s.exe \"Proxy_Password=<password of 3 characters>\" pwd=<password of 0 "
+         L"characters>"},
+        {L"", L""},
+    };
+    for (const auto& [szLine, szMasked] : rows)
+        EXPECT_EQ(QZRI::MaskPasswords(szLine), szMasked) << szLine;
+}
+
 TEST(HexString, EncodesUtf16LeInUpperCaseHexDecodesPrefixedValuesPassesPlainTextAndRoundTripsEveryCharacter)
 {
     EXPECT_EQ(EncodeHexString(L"a b"), L"$HEX_610020006200");

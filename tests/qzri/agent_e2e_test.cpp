@@ -285,7 +285,7 @@ TEST_F(AgentRunTest, TheServiceRelaunchesTheSetupAfterAReboot)
         " TASK_ID=T1 MASTER_SERVICE_ID=" + QZSTD::WideToUtf8(wstrId) + " /s QZRI_START_CNT=2";
     EXPECT_TRUE(strCmdLine.ends_with(strArgs)) << strCmdLine;
     EXPECT_NE(strCmdLine.find("setup.exe"), std::string::npos) << strCmdLine;
-    EXPECT_EQ(strCmdLine.find("MASTER_SERVICE_ID"), std::string::npos) << strCmdLine;
+    EXPECT_EQ(strCmdLine.find("=old"), std::string::npos) << strCmdLine;
     ::DeleteService(hService);
     ::CloseServiceHandle(hService);
     ::CloseServiceHandle(hScm);

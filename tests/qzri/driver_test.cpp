@@ -233,9 +233,9 @@ TEST_F(DriverTest, SetupCommandLineCarriesRiIdAndAgentRemovalWords)
         {"1103", L"x.exe TASK_ID=T1", L"\"S\" RI_ID=r1", nullptr},
         {"2001", L"x.exe /s AKINSTALL_PWD=s3cret \"AKINSTALLSRV=a b\" akinstall=1 OTHER=1",
          L"\"S\" AKINSTALL_PWD=s3cret \"AKINSTALLSRV=a b\"",
-         "'\"AKINSTALL_PWD=<password of 6 characters>\" \"AKINSTALLSRV=a b\"'."},
+         "'AKINSTALL_PWD=<password of 6 characters> \"AKINSTALLSRV=a b\"'."},
         {"1103", L"x.exe AKINSTALLPassword=pw", L"\"S\" RI_ID=r1 AKINSTALLPassword=pw",
-         "'\"AKINSTALLPassword=<password of 2 characters>\"'."},
+         "'AKINSTALLPassword=<password of 2 characters>'."},
     };
     for (const auto& [szProduct, szSaved, szLine, szTraced] : rows) {
         SCOPED_TRACE(QZSTD::WideToUtf8(szSaved));
@@ -267,7 +267,7 @@ TEST_F(DriverTest, SaveParamsToIniWritesTheRunIntoTheCompanion)
         };
         EXPECT_EQ(Value(L"TaskId") + L" " + Value(L"RiId") + L" " + Value(L"StartCounter"), L"T1 r1 2");
         EXPECT_EQ(DecodeHexString(Value(L"CommandLine")),
-                  L"x.exe TASK_ID=T1 \"AKINSTALLPWD=<password of 6 characters>\"");
+                  L"x.exe TASK_ID=T1 AKINSTALLPWD=<password of 6 characters>");
     }
 }
 
