@@ -4,7 +4,9 @@
 #   1. a fresh start: the package is read, its setup runs and its result file says it succeeded;
 #   2. a restart by the agent's service after the machine rebooted while the setup ran;
 #   3. a start on a host that is managed by another administration server;
-#   4. a silent start whose setup fails: the result in setup.log, explained by "qzpkg result".
+#   4. a silent start whose setup fails: the result in setup.log, explained by "qzpkg result";
+#   5. (Wine) an installation whose setup asks for a reboot and a rerun: the agent's service, a
+#      simulated reboot, the relaunch, and the final result.
 #   scripts/demo.sh            the Windows build under wine64 (default)
 #   scripts/demo.sh --native   the Linux build
 # On a fresh Debian machine (as root) it installs and builds what it needs first.
@@ -111,5 +113,50 @@ prepare=other_server run_agent managed TASK_ID=demo-task-1
 say "4. a silent start whose setup fails: its result file, the package's code list, setup.log (qzpkg result)"
 prepare=setup_fails run_agent setup-fails /s
 run_tool result "$(os_path "$work/setup-fails")" | sed 's/^/  /'
+
+# An installation across a reboot (Wine only: it needs the service control manager). The package's
+# "setup.exe" is the agent itself, which the agent's service relaunches after the reboot; the product's
+# setup asks for a reboot and a rerun the first time and succeeds the second time.
+reboot_install() {
+  local pkg=$work/reboot wine_dir=/usr/lib/wine
+  local reg_env='HKLM\System\CurrentControlSet\Control\Session Manager\Environment'
+  mkdir -p "$pkg/trace"
+  cp "build/$preset/qzri/riwrap/$exe" "$pkg/setup.exe"
+  cp "build/$preset/examples/$setup" "$pkg/product_setup.exe"
+  printf '[Product]\r\nName=Example Product\r\n[Setup]\r\nExecutable=product_setup.exe\r\n[SetupRestartResult]\r\nFile=restart.ini\r\nSection=Restart\r\nValue=Class\r\n' >"$pkg/package.qpd"
+  printf '[Result]\r\nFile=restart.ini\r\nSection=Restart\r\nValue=Class\r\nCodes=32,0\r\n' >"$pkg/examplesetup.ini"
+  # A machine of its own: the reboot ends every process of the Wine prefix.
+  export WINEPREFIX=$work/prefix
+  scripts/wine-run.sh "build/$preset/examples/$setup" >/dev/null 2>&1 || true
+  # The service started at boot takes the system environment, where the trace folder is set.
+  "$wine_dir/wine64" reg add "$reg_env" /v QZCSAK_SYSTEMP_PATH /d "$(os_path "$pkg/trace")" /f >/dev/null
+  local trace_env=$QZCSAK_SYSTEMP_PATH
+  export QZCSAK_SYSTEMP_PATH=$(os_path "$pkg/trace")
+  echo "first start: setup.exe /s (the product's setup asks for a reboot and a rerun)"
+  set +e; scripts/wine-run.sh "$pkg/setup.exe" /s; echo "exit code:    $?"; set -e
+  tr -d '\r' <"$pkg/trace/\$qzriwrp.txt" | grep -E "Reboot needed|RegisterAutostart|service name is|finish after reboot" |
+    sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /'
+  echo "run parameters kept for the service (qzpkg state):"
+  run_tool state "$(os_path "$pkg")" | sed 's/^/  /'
+  echo "reboot: wineserver -k, then wineboot starts the auto-start services"
+  "$wine_dir/wineserver" -k; "$wine_dir/wineserver" -w; "$wine_dir/wineserver" -p
+  "$wine_dir/wine64" wineboot >/dev/null 2>&1
+  local n=0
+  until [ -f "$pkg/setup.log" ] || [ $n -ge 300 ]; do sleep 0.2; n=$((n + 1)); done
+  sleep 1
+  echo "after the reboot: the service relaunched the setup, which ran the product's setup again"
+  cat "$pkg/trace/"*.bak* "$pkg/trace/"*.txt 2>/dev/null | tr -d '\r' |
+    grep -E "Require to work as a service|Command line: .*QZRI_START_CNT|Result value|Service removed|Exit code" |
+    sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /'
+  echo "the result (qzpkg result):"
+  run_tool result "$(os_path "$pkg")" | sed 's/^/  /'
+  "$wine_dir/wineserver" -k
+  export QZCSAK_SYSTEMP_PATH=$trace_env WINEPREFIX=$root/build/win64/wineprefix
+}
+
+if [ "$mode" = wine ]; then
+  say "5. an installation across a reboot: the service resumes the task and the result is reported"
+  reboot_install
+fi
 
 say "done: the agent ran $([ "$mode" = wine ] && echo 'under wine64' || echo natively); files are in $work"
