@@ -20,7 +20,9 @@
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/waits.h"
 #include "std/cmdline.h"
+#include "std/error.h"
 #include "std/profile.h"
+#include "std/strconv.h"
 #include "std/trace.h"
 
 namespace QZRI {
@@ -81,6 +83,21 @@ std::optional<int32_t> AskUserOrEnd(RiWrpData& data, const AgentServices& servic
     if (eConsent == Consent::DECLINED)
         return Finish(data, MSG_USER_DECLINED, QZRI_RSLT_USER_DECLINED, services);
     return Finish(data, MSG_USER_NOT_ASKED, QZRI_RSLT_USER_NOT_ASKED, services);
+}
+
+// An error nobody expected: the service goes, and the report names the error, so that an administrator
+// reads "General error. Exec format error (8)" and not only that something failed.
+int32_t FinishWithError(RiWrpData& data, const std::exception& e, const AgentServices& services)
+{
+    RiResult rslt;
+    rslt.m_nResultCode = QZRI_RSLT_GENERAL_ERROR;
+    rslt.m_nScriptResultCode = QZRI_RSLT_GENERAL_ERROR;
+    const auto* pError = dynamic_cast<const QZSTD::QZError*>(&e);
+    rslt.m_wstrDescription = std::wstring(MSG_GENERAL_ERROR.m_szText) + L" " +
+                             (pError ? pError->GetMessage() : QZSTD::Utf8ToWide(e.what()));
+    RemoveService(*services.m_pServices, ServiceIdOf(data));
+    RiwrapReportResult(data, rslt, services);
+    return QZRI_RSLT_GENERAL_ERROR;
 }
 
 // A part this build lacks: said plainly, never a pretended success.
@@ -620,7 +637,7 @@ DriverResult AskUserThenRunExecutable(RiWrpData& data, const AgentServices& serv
         }
     } catch (const std::exception& e) {
         QZ_TRACE_EXCEPTION(e);
-        result.m_nResult = Finish(data, MSG_GENERAL_ERROR, QZRI_RSLT_GENERAL_ERROR, services);
+        result.m_nResult = FinishWithError(data, e, services);
         return result;
     }
     // Asked once: the driver does not ask again.
@@ -638,7 +655,7 @@ DriverResult RunExecutable(RiWrpData& data, const AgentServices& services)
         QZ_TRACE_E(L"%hs: process general error.\n", QZ_SCOPE_NAME);
         QZ_TRACE_EXCEPTION(e);
         QZ_TRACE_I(L"%hs: unregister service in case of error.\n", QZ_SCOPE_NAME);
-        result.m_nResult = Finish(data, MSG_GENERAL_ERROR, QZRI_RSLT_GENERAL_ERROR, services);
+        result.m_nResult = FinishWithError(data, e, services);
     }
     return result;
 }

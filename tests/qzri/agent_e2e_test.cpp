@@ -330,4 +330,26 @@ TEST_F(AgentRunTest, ARestartResultOf32RegistersTheRerunUntilTheLoopGuardTrips)
 #endif
 }
 
+// Bad setups: one that is no program ends with the system's reason in the result and leaves the package
+// as it was; a command line close to the 32,767 characters of process creation reaches the setup whole.
+TEST_F(AgentRunTest, ASetupThatIsNoProgramOrHasAVeryLongCommandLine)
+{
+    QZTEST::WriteFileBytes(m_wstrPkg + L"setup.exe", "not a program");
+#ifndef _WIN32
+    fs::permissions(fs::path(m_wstrPkg + L"setup.exe"), fs::perms::owner_exec, fs::perm_options::add);
+#endif
+    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(QZRI_RSLT_GENERAL_ERROR)) << Dump();
+    const std::string strDescr = QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep");
+    EXPECT_EQ(strDescr.rfind("General error. ", 0), 0u) << strDescr;
+    EXPECT_GT(strDescr.size(), std::string("General error. ").size()) << "the system's reason";
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPkg + L"setup.exe"), "not a program");
+    EXPECT_TRUE(QZTEST::PathExists(m_wstrPkg + L"package.qpd"));
+
+    fs::remove(fs::path(m_wstrPkg + L"setup.exe"));
+    fs::copy_file(fs::path(BuildPath(QZ_EXAMPLE_SETUP_PATH)), fs::path(m_wstrPkg + L"setup.exe"));
+    const std::wstring wstrLong = L"AKINSTALLDATA=" + std::wstring(32000 - 2 * m_wstrPkg.size(), L'x');
+    ASSERT_EQ(RunAgent({L"/s", wstrLong}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR)) << Dump();
+    EXPECT_TRUE(QZTEST::ReadFileBytes(m_wstrPkg + L"setup-ran.txt").ends_with(QZSTD::WideToUtf8(wstrLong)));
+}
+
 }  // namespace
