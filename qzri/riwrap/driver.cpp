@@ -89,15 +89,11 @@ std::optional<int32_t> AskUserOrEnd(RiWrpData& data, const AgentServices& servic
 // reads "General error. Exec format error (8)" and not only that something failed.
 int32_t FinishWithError(RiWrpData& data, const std::exception& e, const AgentServices& services)
 {
-    RiResult rslt;
-    rslt.m_nResultCode = QZRI_RSLT_GENERAL_ERROR;
-    rslt.m_nScriptResultCode = QZRI_RSLT_GENERAL_ERROR;
     const auto* pError = dynamic_cast<const QZSTD::QZError*>(&e);
-    rslt.m_wstrDescription = std::wstring(MSG_GENERAL_ERROR.m_szText) + L" " +
-                             (pError ? pError->GetMessage() : QZSTD::Utf8ToWide(e.what()));
-    RemoveService(*services.m_pServices, ServiceIdOf(data));
-    RiwrapReportResult(data, rslt, services);
-    return QZRI_RSLT_GENERAL_ERROR;
+    const std::wstring wstrText = std::wstring(MSG_GENERAL_ERROR.m_szText) + L" " +
+                                  (pError ? pError->GetMessage() : QZSTD::Utf8ToWide(e.what()));
+    return Finish(data, RiMessage{MSG_GENERAL_ERROR.m_szId, wstrText.c_str()}, QZRI_RSLT_GENERAL_ERROR,
+                  services);
 }
 
 // A part this build lacks: said plainly, never a pretended success.
