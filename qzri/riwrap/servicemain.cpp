@@ -42,4 +42,19 @@ std::wstring BuildRelaunchCommandLine(const std::wstring& wstrSetupPath, const s
     return QZSTD::JoinCommandLine(vecArgs);
 }
 
+bool HandleServiceControl(unsigned long nControl, ServiceState& state)
+{
+    constexpr unsigned long CONTROL_STOP = 1;
+    constexpr unsigned long CONTROL_SHUTDOWN = 5;
+    constexpr unsigned long STOP_PENDING = 3;
+    constexpr unsigned long STOP_WAIT_HINT_MS = 10000;
+    if (nControl != CONTROL_STOP && nControl != CONTROL_SHUTDOWN)
+        return false;
+    state.m_nState = STOP_PENDING;
+    state.m_nWaitHintMs = STOP_WAIT_HINT_MS;
+    ++state.m_nCheckPoint;
+    state.m_nControlsAccepted = 0;
+    return true;
+}
+
 }  // namespace QZRI

@@ -27,6 +27,20 @@ inline constexpr unsigned long RELAUNCH_WAIT_MS = 120000;
 std::wstring BuildRelaunchCommandLine(const std::wstring& wstrSetupPath, const std::wstring& wstrSavedCmdLine,
                                       const std::wstring& wstrServiceId, int nStartCounter);
 
+// The service's state as the control handler reports it (the fields of SERVICE_STATUS it changes).
+struct ServiceState
+{
+    unsigned long m_nState = 2;  // start pending
+    unsigned long m_nWaitHintMs = 0;
+    unsigned long m_nCheckPoint = 0;
+    unsigned long m_nControlsAccepted = 0;
+};
+
+// What the control handler does with a control: stop (1) and shutdown (5) move the service to stop
+// pending (3) with a wait hint of 10 s and the next check point, accept nothing more, and answer true:
+// the service's work must end. Any other control leaves the state as it is, to be reported again.
+bool HandleServiceControl(unsigned long nControl, ServiceState& state);
+
 // Connects to the service control manager and runs the service (Windows). Returns the run's result
 // code once the service has stopped. Elsewhere there is no service control manager: the service mode
 // ends at once with QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE.

@@ -54,14 +54,14 @@ void ReportStatus(ServiceContext& ctx, DWORD dwState, DWORD dwWaitHint, DWORD dw
 DWORD WINAPI ControlHandler(DWORD dwControl, DWORD, void*, void* pContext)
 {
     ServiceContext& ctx = *static_cast<ServiceContext*>(pContext);
-    if (dwControl == SERVICE_CONTROL_STOP || dwControl == SERVICE_CONTROL_SHUTDOWN) {
-        ++ctx.status.dwCheckPoint;
-        ReportStatus(ctx, SERVICE_STOP_PENDING, STATUS_WAIT_HINT_MS, 0);
-        // Ends Service_Wait and every wait of the agent within one slice.
+    ServiceState state{ctx.status.dwCurrentState, ctx.status.dwWaitHint, ctx.status.dwCheckPoint,
+                       ctx.status.dwControlsAccepted};
+    const bool bEnd = HandleServiceControl(dwControl, state);
+    ctx.status.dwCheckPoint = state.m_nCheckPoint;
+    ReportStatus(ctx, state.m_nState, state.m_nWaitHintMs, state.m_nControlsAccepted);
+    // Ends Service_Wait and every wait of the agent within one slice.
+    if (bEnd)
         QZSTD::RaiseShutdown();
-        return NO_ERROR;
-    }
-    ::SetServiceStatus(ctx.hStatus, &ctx.status);
     return NO_ERROR;
 }
 

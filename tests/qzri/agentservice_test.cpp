@@ -163,4 +163,23 @@ TEST(RelaunchCommandLineTest, SavedArgumentsSilentlyWithTheNextCounter)
         EXPECT_EQ(QZRI::BuildRelaunchCommandLine(L"s.exe", szSaved, L"id", 3), szExpected) << szSaved;
 }
 
+// Stop and shutdown (which Wine never delivers) end the service's work with the next check point; any
+// other control leaves the state alone.
+TEST(ServiceControlHandlerTest, StopAndShutdownEndTheWorkOthersReReport)
+{
+    ServiceState state;
+    state.m_nState = 4;
+    state.m_nControlsAccepted = 1;
+    EXPECT_FALSE(HandleServiceControl(4, state));
+    EXPECT_EQ(state.m_nState, 4u);
+    EXPECT_EQ(state.m_nCheckPoint, 0u);
+    for (const unsigned long nControl : {5ul, 1ul}) {
+        EXPECT_TRUE(HandleServiceControl(nControl, state)) << nControl;
+        EXPECT_EQ(state.m_nState, 3u);
+        EXPECT_EQ(state.m_nWaitHintMs, 10000u);
+        EXPECT_EQ(state.m_nControlsAccepted, 0u);
+    }
+    EXPECT_EQ(state.m_nCheckPoint, 2u);
+}
+
 }  // namespace
