@@ -31,6 +31,8 @@ namespace {
 constexpr const char* MODULE = "QZRIWRP";
 constexpr const char* SCOPE = "RunExecutable";
 constexpr const wchar_t* PACKAGE_SOURCE_CONFIG = L"qzriwrap.cfg";
+// [Product] "Name" of a package that installs an operating-system image for network boot.
+constexpr const wchar_t* OS_IMAGE_PACKAGE = L"pxe_osimage_package";
 
 bool EndsWithNoCase(const std::wstring& wstr, const wchar_t* szSuffix)
 {
@@ -391,7 +393,13 @@ bool RunSetup(RiWrpData& data, const std::wstring& wstrSetup, long lTimeoutMs, u
     SaveParamsToIni(data);
     options.m_wstrCurDir = DirectoryOf(wstrSetup);
     options.m_wstrStdErr = data.m_wstrExecDirPath + SETUP_STDERR_FILE;
-    options.m_nWaitMode = WAIT_WHOLE_JOB;
+    // An operating-system image for network boot leaves the services that serve it running: only its
+    // setup process is waited for, and its result is that process's alone.
+    const bool bOsImage = data.m_pQpd->GetString(L"Product", L"Name", L"") == OS_IMAGE_PACKAGE;
+    if (bOsImage)
+        QZ_TRACE_I(L"%hs: operating-system image package: only the setup process is waited for.\n",
+                   QZ_SCOPE_NAME);
+    options.m_nWaitMode = bOsImage ? WAIT_PROCESS_ONLY : WAIT_WHOLE_JOB;
     LaunchAsync(options, &data.m_pSetupWaiter);
     const bool bFinished = data.m_pSetupWaiter->Wait(lTimeoutMs);
     if (bFinished)
