@@ -46,7 +46,7 @@ std::wstring AgentExePath()
     return BuildPath(QZRIWRAP_EXE_PATH);
 }
 
-class AgentRunTest : public testing::Test
+class AgentRunTest : public testing::Test, public QZRITEST::TraceOfRun
 {
 protected:
     void SetUp() override
@@ -91,19 +91,10 @@ protected:
         m_vecRecords = QZRITEST::TraceRecords(TraceFile(L"$qzriwrp.txt"));
         return n;
     }
-    bool Traced(const std::vector<std::string>& vecExpected) const
-    {
-        return QZRITEST::ContainsInOrder(m_vecRecords, vecExpected);
-    }
-    std::string Dump() const
-    {
-        return QZRITEST::Joined(m_vecRecords);
-    }
 
     QZTEST::TempFolder m_folder;
     std::wstring m_wstrPkg;
     std::wstring m_wstrTraceFolder;
-    std::vector<std::string> m_vecRecords;
 };
 
 TEST_F(AgentRunTest, APackageWithoutItsSetupEndsWithTheMissingFile)
@@ -121,7 +112,7 @@ TEST_F(AgentRunTest, APackageWithoutItsSetupEndsWithTheMissingFile)
         "QZRIWRP I RunExecutable: data.m_eAct = 0.",
         "QZRIWRP E File '" + Pkg() + "setup.exe' does not exist.",
         "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_SETUP_NOT_FOUND (536871113, 0x200000C9, the agent's own).",
-    })) << Dump();
+    }));
     const std::string strCmdLine = m_vecRecords.size() > 1 ? m_vecRecords[1] : "";
     EXPECT_EQ(strCmdLine.rfind("QZRIWRP I QZCS_Main: Command line: ", 0), 0u) << Dump();
     EXPECT_NE(strCmdLine.find(" TASK_ID=T-17 RI_ID=r1"), std::string::npos);
@@ -142,8 +133,7 @@ TEST_F(AgentRunTest, TheSetupRunsAndItsResultFileIsJudgedAndReported)
     EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", 0), 1603);
     EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep"), "Fatal error during installation");
     EXPECT_TRUE(Traced({"QZRIWRP I Description from error result code: Fatal error during installation",
-                        "QZRIWRP I QZCS_Main: Exit code: 1603 (the setup's own)."}))
-        << Dump();
+                        "QZRIWRP I QZCS_Main: Exit code: 1603 (the setup's own)."}));
 }
 
 #ifdef _WIN32
@@ -185,8 +175,7 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
     EXPECT_TRUE(Traced({"QZRIWRP I RiWrpData::GetServiceRunParams from " + Pkg() + "$qzriwrp.ini",
                         "QZRIWRP I RiWrpData::GetServiceRunParams: m_eAct = 1 (QZRI_ACTION_RUNNING_SETUP), "
                         "m_nStartCounter = 0.",
-                        "QZRIWRP E QZCS_Main: Initialization failed..."}))
-        << Dump();
+                        "QZRIWRP E QZCS_Main: Initialization failed..."}));
 
     // A damaged state removes the agent's service: the real service control manager under Wine.
     const std::wstring wstrServiceId = L"e2e" + std::to_wstring(QZRITEST::CurrentProcessId());
@@ -208,8 +197,7 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
                 "QZRIWRP I RemoveService: Trying to remove service " + QZSTD::WideToUtf8(wstrService) + ".",
                 szRemoved,
                 "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_DAMAGED_STATE (536871109, 0x200000C5, the agent's "
-                "own)."}))
-        << Dump();
+                "own)."}));
 
     QZTEST::RemoveAll(wstrIni);
     QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
@@ -219,8 +207,7 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
         Traced({"QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\", "
                 "QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, the agent's own).",
                 "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, "
-                "the agent's own)."}))
-        << Dump();
+                "the agent's own)."}));
     EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", 0),
               QZRI_RSLT_NO_PACKAGE_DESCRIPTION);
     EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep"), "File does not exist.");
@@ -247,8 +234,7 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
          "the agent's own).",
          "QZRI I QZRI::ReportResult: Skip report result - not silent mode",
          "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_MANAGED_BY_OTHER_SERVER (536871108, 0x200000C4, "
-         "the agent's own)."}))
-        << Dump();
+         "the agent's own)."}));
 }
 
 #ifdef _WIN32
@@ -308,8 +294,7 @@ TEST_F(AgentRunTest, ARestartResultOf32RegistersTheRerunUntilTheLoopGuardTrips)
               QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR))
         << Dump();
     EXPECT_TRUE(Traced({"QZRIWRP I Reboot needed!", "QZRIWRP I RegisterAutostart(0)...",
-                        "QZRIWRP I RunExecutable: finish after reboot."}))
-        << Dump();
+                        "QZRIWRP I RunExecutable: finish after reboot."}));
     const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
     EXPECT_EQ(QZSTD::GetProfileInt(wstrIni, L"Setup", L"action", -1), 0);
     EXPECT_EQ(QZSTD::GetProfileInt(wstrIni, L"Setup", L"start_counter", -1), 2);
@@ -323,8 +308,7 @@ TEST_F(AgentRunTest, ARestartResultOf32RegistersTheRerunUntilTheLoopGuardTrips)
         << Dump();
     EXPECT_TRUE(
         Traced({"QZRIWRP E ReportWaitAndProcessResult: Stopped after 2 restarts: the setup asked for a "
-                "reboot and a rerun each time."}))
-        << Dump();
+                "reboot and a rerun each time."}));
 #ifdef _WIN32
     EXPECT_FALSE(AgentServiceExists(wstrService));
 #endif

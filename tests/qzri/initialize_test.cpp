@@ -85,20 +85,12 @@ TEST_F(InitializeTest, FreshStartTakesEverythingFromTheCommandLine)
     EXPECT_FALSE(m_data.m_bSilentModeCmdLine);
 
     const std::string strPkg = QZSTD::WideToUtf8(m_wstrPkg);
-    const std::vector<std::string> vecRecords = Records();
-    EXPECT_TRUE(
-        QZRITEST::ContainsInOrder(vecRecords,
-                                  {
-                                      InitLine("m_wstrDirPath = " + strPkg + "."),
-                                      InitLine("Use m_wstrDirPath as m_wstrExecDirPath."),
-                                      InitLine("m_wstrTaskId = 'T-17'"),
-                                      "QZWSSN I RiWrpData::Initialize: Ready to get sessions.",
-                                      InitLine("m_eAct set to 0 (3)"),
-                                      InitLine("wstrQpdFilePath = " + strPkg + "package.qpd."),
-                                      InitLine("m_bAskUser = false."),
-                                      InitLine("nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_ALWAYS'"),
-                                  }))
-        << QZRITEST::Joined(vecRecords);
+    EXPECT_TRUE(QZRITEST::HasInOrder(
+        Records(),
+        {InitLine("m_wstrDirPath = " + strPkg + "."), InitLine("Use m_wstrDirPath as m_wstrExecDirPath."),
+         InitLine("m_wstrTaskId = 'T-17'"), "QZWSSN I RiWrpData::Initialize: Ready to get sessions.",
+         InitLine("m_eAct set to 0 (3)"), InitLine("wstrQpdFilePath = " + strPkg + "package.qpd."),
+         InitLine("m_bAskUser = false."), InitLine("nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_ALWAYS'")}));
 }
 
 // A restart as a service takes its state from the run parameters; a fresh start ignores them.
@@ -233,7 +225,7 @@ TEST_F(InitializeTest, PackageSettingsComeFromTheDescriptionAndItsCompanion)
     QZTEST::WriteFileBytes(m_wstrPkg + L"a_first.qpd", "[Setup]\r\nAskUser=1\r\n");
     ASSERT_TRUE(Initialize(L""));
     EXPECT_EQ(m_data.m_wstrQpdFilePath, m_wstrPkg + L"a_first.qpd");
-    EXPECT_TRUE(QZRITEST::ContainsInOrder(Records(), {InitLine("m_bAskUser = true.")}));
+    EXPECT_TRUE(QZRITEST::HasInOrder(Records(), {InitLine("m_bAskUser = true.")}));
 }
 
 TEST_F(InitializeTest, ManagedByAnotherServerOnlyWithPolicyOneAndTwoDifferentIds)
@@ -271,11 +263,9 @@ TEST_F(InitializeTest, ManagedByAnotherServerOnlyWithPolicyOneAndTwoDifferentIds
                           : Reports{}));
     }
     // The last row's policy and both ids are traced.
-    const std::vector<std::string> vecRecords = Records();
-    EXPECT_TRUE(QZRITEST::ContainsInOrder(
-        vecRecords, {InitLine("nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_NEVER'"),
-                     InitLine("wstrParentServerID = 'srv-A'"), InitLine("wstrCurrentServerID = 'srv-B'")}))
-        << QZRITEST::Joined(vecRecords);
+    EXPECT_TRUE(QZRITEST::HasInOrder(
+        Records(), {InitLine("nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_NEVER'"),
+                    InitLine("wstrParentServerID = 'srv-A'"), InitLine("wstrCurrentServerID = 'srv-B'")}));
 }
 
 }  // namespace

@@ -52,7 +52,7 @@ TEST(DecideMainBranchTest, NewRebootWorkerIsAskedForByItsFlag)
     EXPECT_FALSE(IsNewRebootWorkerRequired(L"x.exe TASK_ID=1 qzri$rbtwrk"));
 }
 
-class QzcsMainTest : public testing::Test
+class QzcsMainTest : public testing::Test, public QZRITEST::TraceOfRun
 {
 protected:
     void SetUp() override
@@ -78,18 +78,12 @@ protected:
         return n;
     }
     int Run(const std::wstring& wstrArgs) { return Run(wstrArgs, m_actions); }
-    bool Traced(const std::vector<std::string>& vecExpected)
-    {
-        return QZRITEST::ContainsInOrder(m_vecRecords, vecExpected);
-    }
-    std::string Dump() const { return QZRITEST::Joined(m_vecRecords); }
 
     QZTEST::TempFolder m_folder;
     std::wstring m_wstrPkg;
     std::wstring m_wstrTraceFolder;
     QZRITEST::TestServices m_fakes;
     QZRITEST::RecordingActions m_actions;
-    std::vector<std::string> m_vecRecords;
 };
 
 // Which hand-overs run, in which order, and which exit code the run ends with.
@@ -140,7 +134,7 @@ TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
             wstrCalls += (wstrCalls.empty() ? L"" : L" ") + wstrCall;
         EXPECT_EQ(wstrCalls, row.szCalls);
         if (*row.szTraced) {
-            EXPECT_TRUE(Traced({std::string("QZRIWRP I QZCS_Main: ") + row.szTraced})) << Dump();
+            EXPECT_TRUE(Traced({std::string("QZRIWRP I QZCS_Main: ") + row.szTraced}));
         }
         EXPECT_EQ(actions.m_bRunDataPublished, row.nCleanupEnd == 0);
         EXPECT_EQ(g_pData, nullptr);
@@ -149,8 +143,7 @@ TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
         Traced({"QZRIWRP I QZCS_Main: Command line: qzriwrap.exe QZRI$ID=svc1 QZRI$RBTWRK /s",
                 "Installer I QZINITMAIN::CInitMainUt_Init: main module 'qzriwrap' torn down; no cloud "
                 "storage was set up.",
-                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_NO_ERROR (0, 0x0, the agent's own)."}))
-        << Dump();
+                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_NO_ERROR (0, 0x0, the agent's own)."}));
     EXPECT_TRUE(m_fakes.m_serviceControl.m_vecDeleted.empty());
 }
 
@@ -162,8 +155,7 @@ TEST_F(QzcsMainTest, ForceRebootMarkerIsRemovedOnceInitialized)
     EXPECT_FALSE(QZTEST::PathExists(wstrMarker));
     EXPECT_TRUE(Traced({"QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" +
                             QZSTD::WideToUtf8(wstrMarker) + "'",
-                        "QZRIWRP I QZCS_Main: Ready to run executable."}))
-        << Dump();
+                        "QZRIWRP I QZCS_Main: Ready to run executable."}));
 }
 
 TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOver)
@@ -179,40 +171,12 @@ TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOv
     m_fakes.m_serviceControl.m_vecDeleted.clear();
     EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: Initialization failed...",
                         "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_UNEXPECTED_REBOOT (536871107, 0x200000C3, "
-                        "the agent's own)."}))
-        << Dump();
-
-    QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
-    EXPECT_EQ(Run(L""), QZRI_RSLT_NO_PACKAGE_DESCRIPTION);
-
-    QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
-                           "[ExtendedSettings]\r\nMgdByOtherSrv=1\r\nServerID=A\r\n");
-    m_fakes.m_serverIds.m_wstrId = L"B";
-    EXPECT_EQ(Run(L""), QZRI_RSLT_MANAGED_BY_OTHER_SERVER);
+                        "the agent's own)."}));
 
     m_fakes.m_os.m_bModulePathFails = true;
     EXPECT_EQ(Run(L""), QZRI_RSLT_INIT_FAILED);
     EXPECT_TRUE(m_actions.m_vecCalls.empty());
     EXPECT_TRUE(m_fakes.m_serviceControl.m_vecDeleted.empty());
-}
-
-// A damaged state runs nothing and removes the service, so that the next boot does not start it again.
-TEST_F(QzcsMainTest, DamagedStateRemovesTheServiceAndRunsNothing)
-{
-    WriteRunParams(L"9");
-    EXPECT_EQ(Run(L"QZRI$ID=svc1 /s"), QZRI_RSLT_DAMAGED_STATE);
-    EXPECT_TRUE(m_actions.m_vecCalls.empty());
-    EXPECT_EQ(m_fakes.m_serviceControl.m_vecDeleted, std::vector<std::wstring>{L"QZ Deployment Wrappersvc1"});
-    EXPECT_TRUE(Traced({"QZRIWRP E QZCS_Main: Initialization failed...",
-                        "QZRIWRP I RemoveService: Trying to remove service QZ Deployment Wrappersvc1.",
-                        "QZRIWRP I RemoveService: Service removed.",
-                        "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_DAMAGED_STATE (536871109, 0x200000C5, the "
-                        "agent's own)."}))
-        << Dump();
-
-    m_fakes.m_serviceControl.m_failure = ServiceFailure{ServiceFailure::OPEN_SERVICE, 1060};
-    EXPECT_EQ(Run(L"QZRI$ID=svc1"), QZRI_RSLT_DAMAGED_STATE);
-    EXPECT_TRUE(Traced({"QZRIWRP E RemoveService: OpenService failed - 1060"})) << Dump();
 }
 
 TEST_F(QzcsMainTest, AnErrorRaisedByAHandOverIsAGeneralError)
@@ -222,8 +186,7 @@ TEST_F(QzcsMainTest, AnErrorRaisedByAHandOverIsAGeneralError)
     EXPECT_EQ(g_pData, nullptr);
     EXPECT_TRUE(
         Traced({"QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_GENERAL_ERROR (536871104, 0x200000C0, the agent's "
-                "own)."}))
-        << Dump();
+                "own)."}));
 }
 
 }  // namespace

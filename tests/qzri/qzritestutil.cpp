@@ -37,6 +37,16 @@ bool ContainsInOrder(const std::vector<std::string>& vecRecords, const std::vect
     return true;
 }
 
+testing::AssertionResult HasInOrder(const std::vector<std::string>& vecRecords,
+                                    const std::vector<std::string>& vecExpected)
+{
+    if (ContainsInOrder(vecRecords, vecExpected))
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "not in this order among the records:\n"
+                                       << Joined(vecExpected) << "records:\n"
+                                       << Joined(vecRecords);
+}
+
 std::string Joined(const std::vector<std::string>& vecLines)
 {
     std::string str;

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "common/registry.h"
 #include "common/winsessions.h"
 #include "qzri/riwrap/agentactions.h"
@@ -19,6 +21,7 @@
 #include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/clock.h"
+#include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
@@ -31,6 +34,20 @@ std::vector<std::string> TraceRecords(const std::wstring& wstrTraceFile);
 // True when every expected record occurs among the records, in this order (others may lie between).
 bool ContainsInOrder(const std::vector<std::string>& vecRecords, const std::vector<std::string>& vecExpected);
 std::string Joined(const std::vector<std::string>& vecLines);
+// ContainsInOrder as an assertion whose failure lists every record.
+testing::AssertionResult HasInOrder(const std::vector<std::string>& vecRecords,
+                                    const std::vector<std::string>& vecExpected);
+
+// The records of a run's trace kept by a fixture, and the check on them.
+struct TraceOfRun
+{
+    testing::AssertionResult Traced(const std::vector<std::string>& vecExpected) const
+    {
+        return HasInOrder(m_vecRecords, vecExpected);
+    }
+    std::string Dump() const { return Joined(m_vecRecords); }
+    std::vector<std::string> m_vecRecords;
+};
 
 // The real file operations, with the agent's own file, the environment and the temporary folder set
 // by the test, and renames that can be made to fail.
@@ -223,36 +240,6 @@ public:
     std::vector<unsigned long> m_vecSessions;
 };
 
-// The stand-ins of one run, and the services structure that hands them to the agent's routines.
-struct TestServices
-{
-    QZRI::AgentServices Get()
-    {
-        QZRI::AgentServices services;
-        services.m_pOs = &m_os;
-        services.m_pServices = &m_serviceControl;
-        services.m_pSessions = &m_sessions;
-        services.m_pServerIds = &m_serverIds;
-        services.m_pReports = &m_reports;
-        services.m_pRegistry = &m_registry;
-        services.m_pClock = &m_clock;
-        services.m_pAutostart = &m_autostart;
-        services.m_pWaits = &m_waits;
-        services.m_pConsent = &m_consent;
-        return services;
-    }
-    TestOs m_os;
-    FakeServiceControl m_serviceControl;
-    FakeSessions m_sessions;
-    FakeServerId m_serverIds;
-    RecordingReports m_reports;
-    FakeRegistry m_registry;
-    FixedClock m_clock;
-    RecordingAutostart m_autostart;
-    ScriptedWaits m_waits;
-    ScriptedConsent m_consent;
-};
-
 // Records the hand-overs as "RunExecutable", "RunAsService", "AskUserForStart",
 // "StartNewRebootWorker" and "Cleanup(<kept id>)".
 class RecordingActions : public QZRI::AgentActions
@@ -275,12 +262,6 @@ public:
 private:
     int Record(const wchar_t* szCall, QZRI::RiWrpData& data);
 };
-}  // namespace QZRITEST
-
-// ---- the installation driver's services ----
-#include "qzri/riwrap/driverservices.h"
-
-namespace QZRITEST {
 
 // The products as listed; "ConnInstalled" answers the script in turn, the last answer repeating (an empty
 // script: it cannot be read).
@@ -324,20 +305,42 @@ public:
     int m_nError = 0;
 };
 
-// The stand-ins of one run with the driver's services as well.
-struct DriverTestServices : TestServices
+// The stand-ins of one run, the driver's included, and the services structure that hands them to the
+// agent's routines.
+struct TestServices
 {
     QZRI::AgentServices Get()
     {
-        QZRI::AgentServices services = TestServices::Get();
+        QZRI::AgentServices services;
+        services.m_pOs = &m_os;
+        services.m_pServices = &m_serviceControl;
+        services.m_pSessions = &m_sessions;
+        services.m_pServerIds = &m_serverIds;
+        services.m_pReports = &m_reports;
+        services.m_pRegistry = &m_registry;
+        services.m_pClock = &m_clock;
+        services.m_pAutostart = &m_autostart;
+        services.m_pWaits = &m_waits;
+        services.m_pConsent = &m_consent;
         services.m_pProducts = &m_products;
         services.m_pUninstaller = &m_uninstaller;
         services.m_pShell = &m_shell;
         return services;
     }
+    TestOs m_os;
+    FakeServiceControl m_serviceControl;
+    FakeSessions m_sessions;
+    FakeServerId m_serverIds;
+    RecordingReports m_reports;
+    FakeRegistry m_registry;
+    FixedClock m_clock;
+    RecordingAutostart m_autostart;
+    ScriptedWaits m_waits;
+    ScriptedConsent m_consent;
     FakeProducts m_products;
     ScriptedUninstaller m_uninstaller;
     RecordingShell m_shell;
 };
+using DriverTestServices = TestServices;
 
 }  // namespace QZRITEST

@@ -71,6 +71,7 @@ TEST_F(ResultCheckTest, CheckResultDecidesInItsOrder)
         "[SetupMainResult]\r\nFile=" +
         QZSTD::WideToUtf8(m_folder.Join(L"main.ini")) + "\r\nSection=Result\r\n");
     QZTEST::WriteFileBytes(m_folder.Join(L"main.ini"), "[Result]\r\nResultCode=77\r\n");
+    const CheckInput kPlainUninstaller{true, false, true, 3010, false, false, false, true, true};
     struct Row
     {
         const char* szWhat;
@@ -85,14 +86,7 @@ TEST_F(ResultCheckTest, CheckResultDecidesInItsOrder)
     const Row rows[] = {
         {"nothing to process", {false}, false, false, 0, 0, L"", {}},
         {"result files", {true, false, true, 5, false, false, true}, false, true, 77, 0, L"77", {}},
-        {"plain uninstaller",
-         {true, false, true, 3010, false, false, false, true, true},
-         false,
-         true,
-         3010,
-         0,
-         L"",
-         {}},
+        {"plain uninstaller", kPlainUninstaller, false, true, 3010, 0, L"", {}},
         {"installer code unknown", {true, false, true, -1}, true, true, 0, 33, L"", {L"Register(2)"}},
         {"need-reboot list", {true, false, true, 3010}, false, true, 0, 33, L"", {L"Register(2)"}},
         {"listed error", {true, false, true, 1603, true}, false, true, 1603, 0, L"Fatal error", {}},
@@ -160,11 +154,6 @@ TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
                 testing::HasSubstr(L"The result code 'abc' at [R] Code of '"));
 }
 
-}  // namespace
-
-namespace {
-
-using namespace QZRI;
 using Slice = Waits::Slice;
 
 class ResultWaitTest : public ResultCheckTest
@@ -175,9 +164,15 @@ protected:
         ResultCheckTest::SetUp();
         m_data.m_wstrQpdFilePath = m_folder.Join(L"p.qpd");
         m_data.m_wstrExecDirPath = m_folder.Path();
-        Package("[SetupMainResult]\r\nFile=" + QZSTD::WideToUtf8(Result()) + "\r\nSection=R\r\n");
+        MainResultPackage();
     }
     std::wstring Result() const { return m_folder.Join(L"main.ini"); }
+    // A package whose main result file is Result(), section R, with strMore after it.
+    void MainResultPackage(const std::string& strMore = "", const std::string& strBefore = "")
+    {
+        Package(strBefore + "[SetupMainResult]\r\nFile=" + QZSTD::WideToUtf8(Result()) + "\r\nSection=R\r\n" +
+                strMore);
+    }
     std::function<Slice()> Step(std::function<void()> fn, Slice e = Slice::ELAPSED)
     {
         return [fn, e] {
@@ -213,7 +208,7 @@ TEST_F(ResultWaitTest, TheWaitEndsOnTheFileQuitStopWithdrawalOrTimeOut)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.szWhat);
         QZTEST::RemoveAll(Result());
-        Package("[SetupMainResult]\r\nFile=" + QZSTD::WideToUtf8(Result()) + "\r\nSection=R\r\n");
+        MainResultPackage();
         m_fakes.m_waits = QZRITEST::ScriptedWaits();
         m_fakes.m_waits.m_nTick = 0xFFFFF000u;
         m_fakes.m_waits.m_vecSteps = {Step(Nothing), Step(row.fnStep2, row.eStep2)};
@@ -234,9 +229,10 @@ TEST_F(ResultWaitTest, ATimeOutIsReportedAndARestartResultAsksForTheRestart)
     EXPECT_EQ(rslt.m_nResultCode, QZRI_RSLT_TIMEOUT);
     EXPECT_EQ(m_fakes.m_reports.m_vecReports.at(0).first, L"QZRI_MSG_DATA_TIMEOUT_EXPIRED");
 
-    Package("[SetupMainResult]\r\nFile=" + QZSTD::WideToUtf8(Result()) +
-            "\r\nSection=R\r\n[SetupMainResult_ErrorCodes]\r\n5=Denied\r\n[SetupRestartResult]\r\nFile=" +
-            QZSTD::WideToUtf8(m_folder.Join(L"restart.ini")) + "\r\nSection=R\r\nValue=Class\r\n");
+    const std::string strRestart =
+        "[SetupRestartResult]\r\nFile=" + QZSTD::WideToUtf8(m_folder.Join(L"restart.ini")) +
+        "\r\nSection=R\r\nValue=Class\r\n";
+    MainResultPackage("[SetupMainResult_ErrorCodes]\r\n5=Denied\r\n" + strRestart);
     QZTEST::WriteFileBytes(Result(), "[R]\r\nResultCode=5\r\n");
     QZTEST::WriteFileBytes(m_folder.Join(L"restart.ini"), "[R]\r\nClass=32\r\n");
     rslt = RiResult();
@@ -250,9 +246,7 @@ TEST_F(ResultWaitTest, ATimeOutIsReportedAndARestartResultAsksForTheRestart)
     // The reboot-loop guard: with the counter at the limit another rerun is refused, distinctly.
     const std::pair<const char*, int32_t> rows[] = {{"", QZRI_RSLT_REBOOT_LOOP}, {"MaxRestarts=9\r\n", 5}};
     for (const auto& [szLimit, nResult] : rows) {
-        Package("[Setup]\r\n" + std::string(szLimit) + "[SetupMainResult]\r\nFile=" +
-                QZSTD::WideToUtf8(Result()) + "\r\nSection=R\r\n[SetupRestartResult]\r\nFile=" +
-                QZSTD::WideToUtf8(m_folder.Join(L"restart.ini")) + "\r\nSection=R\r\nValue=Class\r\n");
+        MainResultPackage(strRestart, "[Setup]\r\n" + std::string(szLimit));
         m_data.m_nStartCounter = DEFAULT_MAX_RESTARTS;
         m_fakes.m_autostart.m_vecCalls.clear();
         rslt = RiResult();
@@ -292,10 +286,6 @@ TEST_F(ResultWaitTest, TheSystemWaitTakesAFileAndEndsOnQuitAndShutdown)
     shutdown.Raise();
     EXPECT_EQ(WaitForResultFile(m_data, MAIN_RESULT_KIND, 60000, services).eEnd, ResultWaitEnd::STOPPED);
 }
-
-}  // namespace
-
-namespace {
 
 // A setup process that runs for a few slices and then ends with its code.
 class ScriptedSetupWaiter : public QZSTD::LaunchWaiter

@@ -104,12 +104,11 @@ TEST_F(RunParamsTest, WritingTracesActionCounterAndTheNewCounter)
     m_data.GetServiceRunParams();
     QZSTD::TraceClose();
     const std::string strFile = QZSTD::WideToUtf8(m_data.RunParamsFilePath());
-    const std::vector<std::string> vecRecords = QZRITEST::TraceRecords(wstrTrace);
-    EXPECT_TRUE(QZRITEST::ContainsInOrder(
-        vecRecords, {"QZRIWRP I Starting RiWrpData::SetServiceRunParams(0, 4)...",
-                     "QZRIWRP I RiWrpData::SetServiceRunParams: Set start_counter to 5 in " + strFile,
-                     "QZRIWRP I RiWrpData::GetServiceRunParams from " + strFile}))
-        << QZRITEST::Joined(vecRecords);
+    EXPECT_TRUE(QZRITEST::HasInOrder(
+        QZRITEST::TraceRecords(wstrTrace),
+        {"QZRIWRP I Starting RiWrpData::SetServiceRunParams(0, 4)...",
+         "QZRIWRP I RiWrpData::SetServiceRunParams: Set start_counter to 5 in " + strFile,
+         "QZRIWRP I RiWrpData::GetServiceRunParams from " + strFile}));
 }
 
 }  // namespace

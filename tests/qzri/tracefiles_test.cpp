@@ -63,9 +63,9 @@ TEST_F(TraceFilesTest, FolderFromTheEnvironmentOnlyWhenItIsAWritableFolder)
     EXPECT_EQ(ChooseTraceFolder(m_os).m_wstrFolder, m_os.m_wstrTempFolder);
 }
 
-// Each row: how many generations lie there, which one cannot be renamed, the run; then what each
-// generation holds afterwards ("-": absent, "new": this run's trace only, "old+": run-0 and then this
-// run's trace).
+// Each row: how many generations lie there, which one cannot be renamed, whether the run is a restart;
+// then what each generation holds afterwards, a character each ('-': absent, 'n': this run's trace only,
+// 'o': run-0 and then this run's trace, a digit d: "run-d" as it was).
 TEST_F(TraceFilesTest, RotationMovesEachGenerationOneStepAndNeverOverwritesAnUnmovedOne)
 {
     struct Row
@@ -73,31 +73,15 @@ TEST_F(TraceFilesTest, RotationMovesEachGenerationOneStepAndNeverOverwritesAnUnm
         const char* szWhat;
         int nGenerations;
         int nFailingRename;  // -1: none
-        const wchar_t* szCmdLine;
-        std::vector<std::string> vecExpected;  // generations 0..4
+        bool bRestart;
+        const char* szExpected;  // generations 0..4
     };
     const Row rows[] = {
-        {"five generations, the oldest falls off",
-         5,
-         -1,
-         L"qzriwrap.exe QZRI$ID=svc1",
-         {"new", "run-0\n", "run-1\n", "run-2\n", "run-3\n"}},
-        {"a short chain fills the next level",
-         2,
-         -1,
-         L"qzriwrap.exe",
-         {"new", "run-0\n", "run-1\n", "-", "-"}},
-        {"a fresh start removes what could not be moved", 1, 0, L"qzriwrap.exe", {"new", "-", "-", "-", "-"}},
-        {"a restart appends to what could not be moved",
-         1,
-         0,
-         L"qzriwrap.exe QZRI$ID=svc1",
-         {"old+", "-", "-", "-", "-"}},
-        {"a failed rename stops the rotation",
-         4,
-         2,
-         L"qzriwrap.exe QZRI$ID=svc1",
-         {"old+", "run-1\n", "run-2\n", "-", "run-3\n"}},
+        {"five generations, the oldest falls off", 5, -1, true, "n0123"},
+        {"a short chain fills the next level", 2, -1, false, "n01--"},
+        {"a fresh start removes what could not be moved", 1, 0, false, "n----"},
+        {"a restart appends to what could not be moved", 1, 0, true, "o----"},
+        {"a failed rename stops the rotation", 4, 2, true, "o12-3"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.szWhat);
@@ -107,22 +91,21 @@ TEST_F(TraceFilesTest, RotationMovesEachGenerationOneStepAndNeverOverwritesAnUnm
         m_os.m_setFailingRenames.clear();
         if (row.nFailingRename >= 0)
             m_os.m_setFailingRenames.insert(File(row.nFailingRename));
-        ASSERT_TRUE(Start(row.szCmdLine));
+        ASSERT_TRUE(Start(row.bRestart ? L"qzriwrap.exe QZRI$ID=svc1" : L"qzriwrap.exe"));
         for (int n = 0; n < TRACE_GENERATIONS; ++n) {
-            const std::string& strExpected = row.vecExpected[static_cast<size_t>(n)];
+            const char c = row.szExpected[n];
             const std::string strContent = QZTEST::PathExists(File(n)) ? QZTEST::ReadFileBytes(File(n)) : "-";
-            if (strExpected == "new" || strExpected == "old+") {
-                EXPECT_EQ(strContent.rfind("run-0\n", 0) == 0, strExpected == "old+") << strContent;
+            if (c == 'n' || c == 'o') {
+                EXPECT_EQ(strContent.rfind("run-0\n", 0) == 0, c == 'o') << strContent;
                 EXPECT_NE(strContent.find("QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0"),
                           std::string::npos);
             } else
-                EXPECT_EQ(strContent, strExpected) << n;
+                EXPECT_EQ(strContent, c == '-' ? "-" : "run-" + std::string(1, c) + "\n") << n;
         }
     }
-    EXPECT_TRUE(
-        QZRITEST::ContainsInOrder(QZRITEST::TraceRecords(File(0)),
-                                  {"QZRIWRP W StartTrace: '$qzriwrp.bak.bak' could not be renamed; the "
-                                   "older traces were left as they were."}));
+    EXPECT_TRUE(QZRITEST::HasInOrder(QZRITEST::TraceRecords(File(0)),
+                                     {"QZRIWRP W StartTrace: '$qzriwrp.bak.bak' could not be renamed; the "
+                                      "older traces were left as they were."}));
 }
 
 TEST_F(TraceFilesTest, CompetitorRemovalRunWritesItsOwnFileWithoutRotating)
@@ -140,11 +123,10 @@ TEST_F(TraceFilesTest, RejectedEnvironmentFolderIsTracedInTheTemporaryFolder)
 {
     m_os.m_mapEnv[TRACE_FOLDER_ENV] = m_folder.Path() + L"missing";
     ASSERT_TRUE(Start(L"qzriwrap.exe"));
-    const std::vector<std::string> vecRecords = QZRITEST::TraceRecords(m_os.m_wstrTempFolder + TRACE_FILE);
-    EXPECT_TRUE(QZRITEST::ContainsInOrder(
-        vecRecords, {"QZRIWRP W StartTrace: QZCSAK_SYSTEMP_PATH = '" + QZSTD::WideToUtf8(m_folder.Path()) +
-                     "missing' is not a writable folder; the temporary folder is used."}))
-        << QZRITEST::Joined(vecRecords);
+    EXPECT_TRUE(QZRITEST::HasInOrder(
+        QZRITEST::TraceRecords(m_os.m_wstrTempFolder + TRACE_FILE),
+        {"QZRIWRP W StartTrace: QZCSAK_SYSTEMP_PATH = '" + QZSTD::WideToUtf8(m_folder.Path()) +
+         "missing' is not a writable folder; the temporary folder is used."}));
 }
 
 }  // namespace
