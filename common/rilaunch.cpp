@@ -1,5 +1,6 @@
 // Operating-system independent parts of the agent's launcher: the job waiter's loop, the decisions and
 // the texts of the result scripts. Nothing here may include a system header.
+#include <algorithm>
 #include <chrono>
 
 #include "common/rilaunch.h"
@@ -66,15 +67,19 @@ public:
             if (TimedOut(lTimeout, tpStart))
                 return false;
         }
+        // The first pauses are short and double up to a slice: what the program leaves is often gone
+        // within milliseconds.
+        long nPauseMs = JOB_FIRST_PAUSE_MS;
         for (;;) {
             if (!m_pTarget->HasJob() || m_nWaitMode == WAIT_PROCESS_ONLY)
                 return true;
-            if (!m_pTarget->JobHasActiveProcesses())
+            if (!m_pTarget->JobHasActiveProcesses() || OnlyConsoleHostsLeft())
                 return true;
             if (m_nWaitMode == WAIT_LISTED_IMAGES && !RunsListedImage())
                 return true;
             // Mode 2 sleeps as well: the job is polled, and a listed installer may run for an hour.
-            m_pTarget->SleepSlice(Slice(lTimeout, tpStart));
+            m_pTarget->SleepSlice(std::min(nPauseMs, Slice(lTimeout, tpStart)));
+            nPauseMs = std::min(nPauseMs * 2, JOB_WAIT_SLICE_MS);
             m_shutdown.ThrowIfRaised();
             if (TimedOut(lTimeout, tpStart))
                 return false;
@@ -109,6 +114,17 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+
+    // The console host of the program's own console ends with that console and is no part of what
+    // the program installs: waiting for it cost every setup run up to a few hundred milliseconds.
+    bool OnlyConsoleHostsLeft()
+    {
+        const std::vector<Detail::JobProcess> vecLeft = m_pTarget->ListJobProcesses();
+        return !vecLeft.empty() &&
+               std::all_of(vecLeft.begin(), vecLeft.end(), [](const Detail::JobProcess& p) {
+                   return Detail::IsListedImage(p.wstrImage, {CONSOLE_HOST_IMAGE});
+               });
+    }
 
     bool RunsListedImage()
     {

@@ -35,6 +35,10 @@ enum WaitMode : int
 
 // The job waiter's slice: a raised shutdown or a reached time-out is seen within it.
 inline constexpr long JOB_WAIT_SLICE_MS = 200;
+// The first pause while the job outlives its program; each next one doubles, up to JOB_WAIT_SLICE_MS.
+inline constexpr long JOB_FIRST_PAUSE_MS = 10;
+// The console host that the program's new console brings into its job; mode 1 does not wait for it.
+inline constexpr const wchar_t* CONSOLE_HOST_IMAGE = L"conhost.exe";
 
 // The parts of an account name for the logon: "DOMAIN\user" and "user@domain" split at the first
 // separator (a backslash wins over an at sign); a bare name has an empty domain.
