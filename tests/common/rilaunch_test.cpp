@@ -36,11 +36,7 @@ using QZSTD::CAutoPtr;
 using QZSTD::LaunchWaiter;
 using QZTEST::ErrorCodeOf;
 using QZTEST::RunningUnderWine;
-
-std::wstring SelfCommand()
-{
-    return L"\"" + QZTEST::SelfPath().wstring() + L"\"";
-}
+using QZTEST::SelfCommand;
 
 CAutoPtr<QZPAR::Params> ChildEnv(const std::wstring& wstrMode, const std::filesystem::path& marker,
                                  const std::filesystem::path& copyDir)
@@ -185,12 +181,7 @@ protected:
 TEST(SplitUserNameTest, SplitsDomainAndUserAsWritten)
 {
     using QZRI::AccountName;
-    struct Row
-    {
-        const wchar_t* szIn;
-        AccountName expected;
-    };
-    const Row rows[] = {
+    const std::pair<const wchar_t*, AccountName> rows[] = {
         {L"DOMAIN\\user", {L"user", L"DOMAIN"}},
         {L"user@domain.example", {L"user", L"domain.example"}},
         {L"user", {L"user", L""}},
@@ -199,8 +190,8 @@ TEST(SplitUserNameTest, SplitsDomainAndUserAsWritten)
         {L"user@", {L"user", L""}},
         {L"", {L"", L""}},
     };
-    for (const Row& r : rows)
-        EXPECT_EQ(r.expected, QZRI::SplitUserName(r.szIn)) << r.szIn;
+    for (const auto& [szIn, expected] : rows)
+        EXPECT_EQ(expected, QZRI::SplitUserName(szIn)) << szIn;
 }
 
 TEST(BreakawayDecisionTest, OnlyAJobWithoutBreakawayOkKeepsTheFlagOff)

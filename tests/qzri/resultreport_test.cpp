@@ -121,16 +121,12 @@ TEST_F(ResultReportTest, SetupLogKeysFollowTheResult)
         int32_t nRebootState;
         std::vector<std::string> vecKeys;
     };
+    const std::string strScript = "ScriptResultCode=7";
     const std::string strZombie = "RebootZombieFile=" + QZSTD::WideToUtf8(Pkg(L"$qzriwrp_zombie.tmp"));
     const Row rows[] = {
-        {0, 0, 0, false, 0, {"ProcessResultCode=0", "ResultCode=0", "ScriptResultCode=7"}},
+        {0, 0, 0, false, 0, {"ProcessResultCode=0", "ResultCode=0", strScript}},
         {0, 5, 32, false, 0, {"ProcessResultCode=0", "ResultCode=5", "ErrorClass=32"}},
-        {0,
-         -50,
-         33,
-         true,
-         1,
-         {"ProcessResultCode=0", "ResultCode=-50", "ErrorClass=33", strZombie, "ScriptResultCode=7"}},
+        {0, -50, 33, true, 1, {"ProcessResultCode=0", "ResultCode=-50", "ErrorClass=33", strZombie, strScript}},
         {0, -100, 0, false, 1, {"ProcessResultCode=0", "ResultCode=-100"}},
         {1603, 5, 32, true, 0, {"ProcessResultCode=1603"}},
     };
@@ -235,16 +231,9 @@ TEST_F(ResultReportTest, ThirtyTwoProcessesReportingAtOnceLoseNothing)
     ASSERT_FALSE(g_bReportChild);
     constexpr int PROCESSES = 32;
     std::vector<QZSTD::CAutoPtr<QZSTD::LaunchWaiter>> vecWaiters;
-    const std::wstring wstrCmd = L"\"" + QZTEST::SelfPath().wstring() + L"\"";
-    for (int n = 0; n < PROCESSES; ++n) {
-        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", L"report:task" + std::to_wstring(n));
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_SHARED", m_fakes.m_registry.m_wstrSharedFolder);
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_RAN_FILE", m_folder.Join(L"child-report.txt"));
-        QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
-        QZSTD_LaunchAsync(wstrCmd.c_str(), nullptr, nullptr, nullptr, nullptr, pEnv, &pWaiter);
-        vecWaiters.push_back(pWaiter);
-    }
+    for (int n = 0; n < PROCESSES; ++n)
+        vecWaiters.push_back(QZTEST::StartSelf({{L"QZ_TEST_CHILD", L"report:task" + std::to_wstring(n)},
+                                                {L"QZ_TEST_SHARED", m_fakes.m_registry.m_wstrSharedFolder}}));
     for (QZSTD::CAutoPtr<QZSTD::LaunchWaiter>& pWaiter : vecWaiters) {
         ASSERT_TRUE(pWaiter->Wait(120000));  // a hang detector only
         EXPECT_EQ(pWaiter->ExitCode(), 0u);
@@ -258,15 +247,10 @@ TEST_F(ResultReportTest, ThirtyTwoProcessesReportingAtOnceLoseNothing)
 // A writer killed at any moment leaves the previous result file or the new one, never part of one.
 TEST_F(ResultReportTest, AKilledWriterLeavesAWholeResultFile)
 {
-    const std::wstring wstrCmd = L"\"" + QZTEST::SelfPath().wstring() + L"\"";
     int nWholeFiles = 0;
     for (int nRound = 0; nRound < 6; ++nRound) {
-        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", L"write-loop");
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_SHARED", m_data.m_wstrDirPath);
-        QZPAR::SetStringValue(pEnv, L"QZ_TEST_RAN_FILE", m_folder.Join(L"child-report.txt"));
-        QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
-        QZSTD_LaunchAsync(wstrCmd.c_str(), nullptr, nullptr, nullptr, nullptr, pEnv, &pWaiter);
+        QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter =
+            QZTEST::StartSelf({{L"QZ_TEST_CHILD", L"write-loop"}, {L"QZ_TEST_SHARED", m_data.m_wstrDirPath}});
         std::this_thread::sleep_for(std::chrono::milliseconds(150 + 37 * nRound));
         KillChild(QZSTD::QueryInterface<QZSTD::ProcessPid>(pWaiter)->GetPid());
         ASSERT_TRUE(pWaiter->Wait(60000));  // a hang detector only

@@ -19,11 +19,7 @@ const bool g_bChildMode = QZTEST::RunChildModeIfAsked();
 
 using QZSTD::CAutoPtr;
 using QZSTD::LaunchWaiter;
-
-std::wstring SelfCommand()
-{
-    return L"\"" + QZTEST::SelfPath().wstring() + L"\"";
-}
+using QZTEST::SelfCommand;
 
 CAutoPtr<QZPAR::Params> ChildEnv(const wchar_t* szMode)
 {
@@ -174,7 +170,7 @@ TEST_F(LaunchTest, WhatCannotBeLaunchedIsRefused)
     EXPECT_TRUE(pWaiter->Wait(-1));
 }
 
-TEST(MergeEnvironmentTest, AdditionReplacesByNameAndAppendsTheRest)
+TEST(MergeEnvironmentTest, AdditionReplacesByNameAndAppendsTheRestANameWithEqualsSignIsRefused)
 {
     CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
     QZPAR::SetStringValue(pEnv, L"path", L"C:\\new");
@@ -186,12 +182,7 @@ TEST(MergeEnvironmentTest, AdditionReplacesByNameAndAppendsTheRest)
                                          L"path=C:\\new"}),
               QZSTD::MergeEnvironment(vecBase, pEnv, false));
     EXPECT_EQ(vecBase, QZSTD::MergeEnvironment(vecBase, nullptr, true));
-}
-
-TEST(MergeEnvironmentTest, ANameWithEqualsSignIsRefused)
-{
-    CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
-    QZPAR::SetStringValue(pEnv, L"A=B", L"1");
+    QZPAR::SetStringValue(pEnv, L"A=B", L"1");  // a name with an equals sign is refused
     EXPECT_EQ(QZSTD::Err::BAD_PARAM, ErrorCodeOf([&] { QZSTD::MergeEnvironment({}, pEnv, true); }));
 }
 

@@ -24,7 +24,11 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
+#include "std/par/paramshelpers.h"
+#include "std/process/launch.h"
 #include "tests/testutil/fsutil.h"
 
 #ifndef _WIN32
@@ -42,6 +46,24 @@ inline std::filesystem::path SelfPath()
 #else
     return std::filesystem::read_symlink("/proc/self/exe");
 #endif
+}
+
+// This executable as a command line.
+inline std::wstring SelfCommand()
+{
+    return L"\"" + SelfPath().wstring() + L"\"";
+}
+
+// Starts this executable with the variables added to its environment, and does not wait for it.
+inline QZSTD::CAutoPtr<QZSTD::LaunchWaiter> StartSelf(
+    const std::vector<std::pair<std::wstring, std::wstring>>& vecEnv)
+{
+    QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
+    for (const auto& [wstrName, wstrValue] : vecEnv)
+        QZPAR::SetStringValue(pEnv, wstrName.c_str(), wstrValue);
+    QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
+    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, nullptr, nullptr, nullptr, pEnv, &pWaiter);
+    return pWaiter;
 }
 
 [[noreturn]] inline void EndChild(int nCode)

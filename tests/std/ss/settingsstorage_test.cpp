@@ -21,12 +21,12 @@
 
 #include "std/error.h"
 #include "std/par/paramshelpers.h"
-#include "std/process/launch.h"
 #include "std/ss/atomicfile.h"
 #include "std/ss/settingsstorage.h"
 #include "std/ss/sserrors.h"
 #include "std/ss/ssxml.h"
 #include "std/strconv.h"
+#include "tests/std/process/testchild.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 
@@ -426,8 +426,6 @@ TEST(SettingsStorageParseForTest, CanonicalTextReadsBackToItself)
 }
 
 // ---- several processes and threads at once ----
-// The test binary plays the other processes itself: it starts itself again with a filter that runs
-// only the disabled child test, and tells the child what to write through the environment.
 
 // "<prefix>|<storage path>": what a child writes (UPDATES_PER_WRITER entries).
 constexpr const char* CHILD_ENV = "QZ_SS_TEST_CHILD";
@@ -448,6 +446,22 @@ void WriteEntries(SettingsStorage* pStorage, const std::wstring& wstrPrefix, int
     }
 }
 
+// The test executable plays the other writers itself: started with CHILD_ENV set, it writes its entries
+// before the tests would start and ends.
+const bool g_bWriterChild = [] {
+    const std::wstring wstrOrder = QZTEST::GetEnv(CHILD_ENV);
+    const size_t nBar = wstrOrder.find(L'|');
+    if (nBar == std::wstring::npos)
+        return false;
+    try {
+        WriteEntries(SettingsStorage::OpenOrCreate(wstrOrder.substr(nBar + 1)), wstrOrder.substr(0, nBar),
+                     UPDATES_PER_WRITER);
+    } catch (...) {
+        QZTEST::EndChild(3);
+    }
+    QZTEST::EndChild(0);
+}();
+
 void ExpectEntries(const std::wstring& wstrPath, const std::vector<std::wstring>& vecPrefixes, int nCount)
 {
     CAutoPtr<Params> pSection = ReadBack(wstrPath);
@@ -464,40 +478,15 @@ void ExpectEntries(const std::wstring& wstrPath, const std::vector<std::wstring>
     }
 }
 
-// This test binary; on Linux the name resolves in the started process, before its exec, to the same file.
-std::wstring SelfPath()
-{
-#ifdef _WIN32
-    std::wstring wstr(32768, L'\0');
-    wstr.resize(GetModuleFileNameW(nullptr, wstr.data(), static_cast<DWORD>(wstr.size())));
-    return wstr;
-#else
-    return L"/proc/self/exe";
-#endif
-}
-
-// The child gets its order, and its own report file: the shared test main writes the number of
-// tests run into QZ_TEST_RAN_FILE for the Wine runner, which must see the parent's.
-CAutoPtr<QZSTD::LaunchWaiter> StartChild(const std::wstring& wstrOrder, const std::wstring& wstrReport)
-{
-    const std::wstring wstrCmdLine = L"\"" + SelfPath() +
-                                     L"\" --gtest_also_run_disabled_tests "
-                                     L"--gtest_filter=SettingsStorageChild.DISABLED_WritesItsEntriesOneByOne";
-    CAutoPtr<Params> pEnvironment = QZPAR::CreateParams();
-    QZPAR::SetStringValue(pEnvironment, QZSTD::Utf8ToWide(CHILD_ENV).c_str(), wstrOrder);
-    QZPAR::SetStringValue(pEnvironment, L"QZ_TEST_RAN_FILE", wstrReport);
-    CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
-    QZSTD_LaunchAsync(wstrCmdLine.c_str(), nullptr, nullptr, nullptr, nullptr, pEnvironment, &pWaiter);
-    return pWaiter;
-}
-
 TEST_F(SettingsStorageTest, TwoProcessesReplacingAndMergingEntriesLoseNothing)
 {
+    ASSERT_FALSE(g_bWriterChild);
     CreateWithSection();
     const std::vector<std::wstring> vecPrefixes = {L"first_", L"second_"};
     std::vector<CAutoPtr<QZSTD::LaunchWaiter>> vecChildren;
     for (const std::wstring& wstrPrefix : vecPrefixes)
-        vecChildren.push_back(StartChild(wstrPrefix + L"|" + m_wstrPath, m_folder.Join(wstrPrefix + L"ran")));
+        vecChildren.push_back(
+            QZTEST::StartSelf({{QZSTD::Utf8ToWide(CHILD_ENV), wstrPrefix + L"|" + m_wstrPath}}));
     for (QZSTD::LaunchWaiter* pChild : vecChildren) {
         ASSERT_TRUE(pChild->Wait(120000)) << "a child did not finish";
         EXPECT_EQ(pChild->ExitCode(), 0u);
@@ -518,18 +507,6 @@ TEST_F(SettingsStorageTest, ThreadsWithTheirOwnStorageObjectsLoseNothing)
     for (std::thread& t : vecThreads)
         t.join();
     ExpectEntries(m_wstrPath, vecPrefixes, 20);
-}
-
-// Runs only in a child started by the test above.
-TEST(SettingsStorageChild, DISABLED_WritesItsEntriesOneByOne)
-{
-    const std::wstring wstrOrder = QZTEST::GetEnv(CHILD_ENV);
-    if (wstrOrder.empty())
-        GTEST_SKIP() << "started by TwoProcessesReplacingAndMergingEntriesLoseNothing only";
-    const size_t nBar = wstrOrder.find(L'|');
-    ASSERT_NE(nBar, std::wstring::npos);
-    WriteEntries(SettingsStorage::OpenOrCreate(wstrOrder.substr(nBar + 1)), wstrOrder.substr(0, nBar),
-                 UPDATES_PER_WRITER);
 }
 
 // ---- the management agent's local storage ----
