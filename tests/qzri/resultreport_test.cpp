@@ -121,12 +121,12 @@ TEST_F(ResultReportTest, SetupLogKeysFollowTheResult)
         int32_t nRebootState;
         std::vector<std::string> vecKeys;
     };
-    const std::string strScript = "ScriptResultCode=7";
+    const std::string strScr = "ScriptResultCode=7";
     const std::string strZombie = "RebootZombieFile=" + QZSTD::WideToUtf8(Pkg(L"$qzriwrp_zombie.tmp"));
     const Row rows[] = {
-        {0, 0, 0, false, 0, {"ProcessResultCode=0", "ResultCode=0", strScript}},
+        {0, 0, 0, false, 0, {"ProcessResultCode=0", "ResultCode=0", strScr}},
         {0, 5, 32, false, 0, {"ProcessResultCode=0", "ResultCode=5", "ErrorClass=32"}},
-        {0, -50, 33, true, 1, {"ProcessResultCode=0", "ResultCode=-50", "ErrorClass=33", strZombie, strScript}},
+        {0, -50, 33, true, 1, {"ProcessResultCode=0", "ResultCode=-50", "ErrorClass=33", strZombie, strScr}},
         {0, -100, 0, false, 1, {"ProcessResultCode=0", "ResultCode=-100"}},
         {1603, 5, 32, true, 0, {"ProcessResultCode=1603"}},
     };
