@@ -1,0 +1,150 @@
+// Windows Installer of the system (msi.dll). Its external UI handlers are plain functions: they find the
+// installation that runs now through CurrentMsiSetup().
+#include <windows.h>
+
+#include <msi.h>
+#include <msiquery.h>
+#include <shlwapi.h>
+
+#include <vector>
+
+#include "common/msisetup/msisetup.h"
+
+namespace QZRI {
+namespace {
+
+int WINAPI StringHandler(LPVOID, UINT nType, LPCWSTR szMessage)
+{
+    MsiMessageSink* pSink = CurrentMsiSetup();
+    return pSink ? pSink->OnStringMessage(nType, szMessage ? szMessage : L"") : 0;
+}
+
+std::wstring RecordString(MSIHANDLE hRecord, unsigned int nField)
+{
+    DWORD dwLen = 0;
+    wchar_t szEmpty[1] = {};
+    if (::MsiRecordGetStringW(hRecord, nField, szEmpty, &dwLen) != ERROR_MORE_DATA && dwLen == 0)
+        return std::wstring();
+    std::wstring wstr(dwLen + 1, L'\0');
+    DWORD dwSize = dwLen + 1;
+    if (::MsiRecordGetStringW(hRecord, nField, wstr.data(), &dwSize) != ERROR_SUCCESS)
+        return std::wstring();
+    wstr.resize(dwSize);
+    return wstr;
+}
+
+std::wstring FormattedText(MSIHANDLE hRecord)
+{
+    DWORD dwLen = 0;
+    wchar_t szEmpty[1] = {};
+    ::MsiFormatRecordW(0, hRecord, szEmpty, &dwLen);
+    std::wstring wstr(dwLen + 1, L'\0');
+    DWORD dwSize = dwLen + 1;
+    if (::MsiFormatRecordW(0, hRecord, wstr.data(), &dwSize) != ERROR_SUCCESS)
+        return std::wstring();
+    wstr.resize(dwSize);
+    return wstr;
+}
+
+int WINAPI RecordHandler(LPVOID, UINT nType, MSIHANDLE hRecord)
+{
+    MsiMessageSink* pSink = CurrentMsiSetup();
+    if (!pSink || !hRecord)
+        return 0;
+    std::vector<std::wstring> vecFields;
+    const unsigned int nCount = ::MsiRecordGetFieldCount(hRecord);
+    for (unsigned int n = 0; n <= nCount; ++n)
+        vecFields.push_back(RecordString(hRecord, n));
+    return pSink->OnRecordMessage(nType, vecFields, FormattedText(hRecord));
+}
+
+class SystemWindowsInstaller : public WindowsInstaller
+{
+public:
+    uint32_t MsiDllVersion() override
+    {
+        DLLVERSIONINFO info = {};
+        info.cbSize = sizeof(info);
+        HMODULE hMsi = ::GetModuleHandleW(L"msi.dll");
+        auto pfnGetVersion = hMsi ? reinterpret_cast<DLLGETVERSIONPROC>(
+                                        reinterpret_cast<void*>(::GetProcAddress(hMsi, "DllGetVersion")))
+                                  : nullptr;
+        if (!pfnGetVersion || FAILED(pfnGetVersion(&info)))
+            return 0;
+        return (info.dwMajorVersion << 16) | (info.dwMinorVersion & 0xFFFF);
+    }
+
+    std::wstring LogFolder() override
+    {
+        wchar_t szWindows[MAX_PATH] = {};
+        const UINT nLen = ::GetWindowsDirectoryW(szWindows, MAX_PATH);
+        if (nLen > 0 && nLen < MAX_PATH) {
+            const std::wstring wstrTemp = std::wstring(szWindows) + L"\\Temp\\";
+            const DWORD dwAttr = ::GetFileAttributesW(wstrTemp.c_str());
+            if (dwAttr != INVALID_FILE_ATTRIBUTES && (dwAttr & FILE_ATTRIBUTE_DIRECTORY))
+                return wstrTemp;
+        }
+        wchar_t szTemp[MAX_PATH + 1] = {};
+        const DWORD dwLen = ::GetTempPathW(MAX_PATH + 1, szTemp);
+        return dwLen > 0 && dwLen <= MAX_PATH ? std::wstring(szTemp) : std::wstring(L".\\");
+    }
+
+    std::wstring LocalTimeStamp() override
+    {
+        SYSTEMTIME st = {};
+        ::GetLocalTime(&st);
+        wchar_t sz[32] = {};
+        ::swprintf(sz, 32, L"%04u-%02u-%02u-%02u-%02u-%02u", st.wYear, st.wMonth, st.wDay, st.wHour,
+                   st.wMinute, st.wSecond);
+        return sz;
+    }
+
+    uint32_t EnableLog(uint32_t nMode, const std::wstring& wstrPath) override
+    {
+        return ::MsiEnableLogW(nMode, wstrPath.c_str(), 0);
+    }
+
+    uint32_t SetRecordHandler(MsiMessageSink*, uint32_t nFilter) override
+    {
+        return ::MsiSetExternalUIRecord(&RecordHandler, nFilter, nullptr, &m_pfnPreviousRecord);
+    }
+
+    void SetStringHandlerAndNoUi(MsiMessageSink*, uint32_t nFilter) override
+    {
+        m_pfnPreviousString = ::MsiSetExternalUIW(&StringHandler, nFilter, nullptr);
+        m_eyPreviousUi = ::MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+    }
+
+    void RestoreHandlers(bool bRecord) override
+    {
+        ::MsiSetExternalUIW(m_pfnPreviousString, 0, nullptr);
+        if (bRecord)
+            ::MsiSetExternalUIRecord(m_pfnPreviousRecord, 0, nullptr, nullptr);
+        ::MsiSetInternalUI(m_eyPreviousUi, nullptr);
+    }
+
+    uint32_t InstallProduct(const std::wstring& wstrPackage, const std::wstring& wstrCmdLine) override
+    {
+        return ::MsiInstallProductW(wstrPackage.c_str(), wstrCmdLine.c_str());
+    }
+
+    uint32_t ApplyPatch(const std::wstring& wstrPatch, const std::wstring& wstrCmdLine) override
+    {
+        return ::MsiApplyPatchW(wstrPatch.c_str(), nullptr, INSTALLTYPE_DEFAULT,
+                                wstrCmdLine.empty() ? nullptr : wstrCmdLine.c_str());
+    }
+
+private:
+    INSTALLUI_HANDLERW m_pfnPreviousString = nullptr;
+    INSTALLUI_HANDLER_RECORD m_pfnPreviousRecord = nullptr;
+    INSTALLUILEVEL m_eyPreviousUi = INSTALLUILEVEL_DEFAULT;
+};
+
+}  // namespace
+
+std::unique_ptr<WindowsInstaller> CreateSystemWindowsInstaller()
+{
+    return std::make_unique<SystemWindowsInstaller>();
+}
+
+}  // namespace QZRI

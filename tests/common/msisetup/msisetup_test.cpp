@@ -1,0 +1,255 @@
+// The installation's logic against a fake Windows Installer that plays the installer's messages.
+#include "common/msisetup/msisetup.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "tests/testutil/fsutil.h"
+
+namespace {
+
+using namespace QZRI;
+using Params = std::vector<MsiSetupParameter>;
+
+// Records what is asked of it; Install and ApplyPatch answer in turn from m_vecResults (then 0) and
+// play m_fnMessages to the current installation while they "run".
+class FakeInstaller : public WindowsInstaller
+{
+public:
+    uint32_t MsiDllVersion() override { return m_nVersion; }
+    std::wstring LogFolder() override { return L"logs/"; }
+    std::wstring LocalTimeStamp() override { return L"2026-11-24-10-00-00"; }
+    uint32_t EnableLog(uint32_t nMode, const std::wstring& wstrPath) override
+    {
+        m_vecCalls.push_back(L"log " + std::to_wstring(nMode) + L" " + wstrPath);
+        return 0;
+    }
+    uint32_t SetRecordHandler(MsiMessageSink*, uint32_t nFilter) override
+    {
+        m_vecCalls.push_back(L"record " + std::to_wstring(nFilter));
+        return m_nRecordError;
+    }
+    void SetStringHandlerAndNoUi(MsiMessageSink*, uint32_t nFilter) override
+    {
+        m_vecCalls.push_back(L"string " + std::to_wstring(nFilter));
+    }
+    void RestoreHandlers(bool bRecord) override
+    {
+        m_vecCalls.push_back(bRecord ? L"restore+record" : L"restore");
+    }
+    uint32_t InstallProduct(const std::wstring& wstrPackage, const std::wstring& wstrCmdLine) override
+    {
+        return Run(L"install " + wstrPackage + L" [" + wstrCmdLine + L"]");
+    }
+    uint32_t ApplyPatch(const std::wstring& wstrPatch, const std::wstring& wstrCmdLine) override
+    {
+        return Run(L"patch " + wstrPatch + L" [" + wstrCmdLine + L"]");
+    }
+
+    uint32_t m_nVersion = (5u << 16);
+    uint32_t m_nRecordError = 0;
+    std::vector<uint32_t> m_vecResults;
+    std::function<void(MsiMessageSink&)> m_fnMessages;
+    std::vector<std::wstring> m_vecCalls;
+
+private:
+    uint32_t Run(const std::wstring& wstrCall)
+    {
+        m_vecCalls.push_back(wstrCall);
+        if (m_fnMessages && CurrentMsiSetup())
+            m_fnMessages(*CurrentMsiSetup());
+        const size_t n = m_nRuns++;
+        return n < m_vecResults.size() ? m_vecResults[n] : 0;
+    }
+    size_t m_nRuns = 0;
+};
+
+class RecordingCallback : public QZMsiSetupCallback
+{
+public:
+    int OnError(const std::wstring& wstr) override { return Note(L"error", wstr); }
+    int OnWarning(const std::wstring& wstr) override { return Note(L"warning", wstr); }
+    int OnUser(const std::wstring& wstr) override { return Note(L"user", wstr); }
+    int OnInformation(const std::wstring& wstr) override { return Note(L"info", wstr); }
+    int OnFilesInUse(const std::vector<std::pair<std::wstring, std::wstring>>& vec) override
+    {
+        return Note(L"files", vec.empty() ? L"" : vec.front().first + L"/" + vec.back().second);
+    }
+    int OnActionStart(const std::wstring& wstr) override { return Note(L"action", wstr); }
+    int OnActionData(const std::wstring& wstr) override { return Note(L"data", wstr); }
+    int OnProgress(const std::wstring& wstr) override { return Note(L"progress", wstr); }
+    std::vector<std::wstring> m_vecNotes;
+
+private:
+    int Note(const wchar_t* szKind, const std::wstring& wstr)
+    {
+        m_vecNotes.push_back(std::wstring(szKind) + L":" + wstr);
+        return 7;
+    }
+};
+
+TEST(MsiCommandLinesTest, EveryParameterIsPassedOnlyTheAgentsAreLoggedSecretsHidden)
+{
+    const Params params{{L"INSTALLDIR", L"C:\\a \"b\"", 0},
+                        {L"PROXYPASSWORD", L"s3cret", 1},
+                        {L"QZUNINSTPASSWD", L"x", 0},
+                        {L"proxypassword", L"y", 1},
+                        {L"REBOOT", L"ReallySuppress", 1}};
+    const MsiCommandLines lines = BuildMsiCommandLines(params);
+    EXPECT_EQ(
+        lines.m_wstrPassed,
+        L" INSTALLDIR=\"C:\\a \"b\"\" PROXYPASSWORD=\"s3cret\" QZUNINSTPASSWD=\"x\" proxypassword=\"y\" "
+        L"REBOOT=\"ReallySuppress\" MsiHiddenProperties=\"PROXYPASSWORD;QZUNINSTPASSWD\"");
+    EXPECT_EQ(lines.m_wstrLogged,
+              L" PROXYPASSWORD=\"**********\" proxypassword=\"y\" REBOOT=\"ReallySuppress\"");
+    EXPECT_EQ(BuildMsiCommandLines({}).m_wstrPassed, L"");
+}
+
+// The order of the calls, the handlers put back on every path, a patch by its extension in any case.
+TEST(MsiLaunchTest, HandlersAreSetAndRestoredAroundTheInstallationOrThePatch)
+{
+    struct Row
+    {
+        const char* szWhat;
+        const wchar_t* szPackage;
+        uint32_t nVersion;
+        uint32_t nRecordError;
+        uint32_t nResult;
+        std::vector<std::wstring> vecCalls;
+    };
+    const Row rows[] = {
+        {"product",
+         L"p.msi",
+         5u << 16,
+         0,
+         0,
+         {L"log 13312 l.txt", L"record 496", L"string 3615", L"install p.msi [ A=\"1\"]", L"restore+record"}},
+        {"patch in mixed case",
+         L"C:\\x.y\\fix.MsP",
+         (3u << 16) | 1,
+         0,
+         3010,
+         {L"log 13312 l.txt", L"record 496", L"string 3615", L"patch C:\\x.y\\fix.MsP [ A=\"1\"]",
+          L"restore+record"}},
+        {"no extension, msi.dll 3.0",
+         L"C:\\x.msp\\pkg",
+         3u << 16,
+         0,
+         1603,
+         {L"log 13312 l.txt", L"string 3615", L"install C:\\x.msp\\pkg [ A=\"1\"]", L"restore"}},
+        {"the record handler refused", L"p.msi", 5u << 16, 87, 87, {L"log 13312 l.txt", L"record 496"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        FakeInstaller installer;
+        installer.m_nVersion = row.nVersion;
+        installer.m_nRecordError = row.nRecordError;
+        installer.m_vecResults = {row.nResult};
+        RecordingCallback callback;
+        QZMsiSetup::Ptr pSetup =
+            CreateMsiSetup(row.szPackage, {{L"A", L"1", 0}}, callback, installer, L"l.txt");
+        Params vecExternal;
+        EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), row.nResult);
+        EXPECT_EQ(installer.m_vecCalls, row.vecCalls);
+        EXPECT_EQ(CurrentMsiSetup(), nullptr);
+    }
+    FakeInstaller installer;
+    RecordingCallback callback;
+    QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"f.msp", {}, callback, installer);
+    Params vecExternal;
+    pSetup->Launch(MsiLaunchOptions(), vecExternal);
+    EXPECT_EQ(installer.m_vecCalls[3], L"patch f.msp []");
+    EXPECT_EQ(pSetup->LogPath(), L"logs/$msisetup-2026-11-24-10-00-00.txt");
+}
+
+// Messages reach the callback by kind; an information record with the mark hands over a property; the
+// last action and error explain a failure.
+TEST(MsiLaunchTest, MessagesGoToTheCallbackPropertiesAreCollectedAFailureIsExplained)
+{
+    FakeInstaller installer;
+    installer.m_vecResults = {1603};
+    installer.m_fnMessages = [](MsiMessageSink& sink) {
+        EXPECT_EQ(
+            sink.OnRecordMessage(MSI_MESSAGE_ACTIONSTART, {}, L"Action 10:00:01: InstallFiles. Copying"), 7);
+        EXPECT_EQ(sink.OnRecordMessage(MSI_MESSAGE_INFO | 0x10, {L"[1]", L"SERIAL", L"42"},
+                                       L"QZAK_EXTERNAL_PROPERTY SERIAL 42"),
+                  1);
+        EXPECT_EQ(sink.OnRecordMessage(MSI_MESSAGE_INFO, {L"x"}, L"plain information"), 0);
+        EXPECT_EQ(sink.OnRecordMessage(MSI_MESSAGE_FILESINUSE, {L"", L"app.exe", L"App window"}, L""), 7);
+        EXPECT_EQ(sink.OnStringMessage(MSI_MESSAGE_PROGRESS, L"1: 2"), 7);
+        EXPECT_EQ(sink.OnStringMessage(MSI_MESSAGE_ERROR | 0x30, L"Error 1310. Cannot write C:\\f"), 7);
+        EXPECT_EQ(sink.OnStringMessage(0x0B000000, L"common data"), 0);
+    };
+    RecordingCallback callback;
+    QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"p.msi", {}, callback, installer, L"l.txt");
+    Params vecExternal;
+    EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), 1603u);
+    EXPECT_EQ(vecExternal, (Params{{L"SERIAL", L"42", 0}}));
+    EXPECT_EQ(callback.m_vecNotes,
+              (std::vector<std::wstring>{L"action:Action 10:00:01: InstallFiles. Copying",
+                                         L"files:app.exe/App window", L"progress:1: 2",
+                                         L"error:Error 1310. Cannot write C:\\f"}));
+    EXPECT_EQ(pSetup->FailureDescription(), L"Action InstallFiles failed: Error 1310. Cannot write C:\\f");
+}
+
+// Busy: tried again after growing pauses until the limit, never beyond it; a stop ends the waiting.
+TEST(MsiLaunchTest, ABusyInstallerIsTriedAgainAfterGrowingPausesUpToTheLimit)
+{
+    struct Row
+    {
+        const char* szWhat;
+        std::vector<uint32_t> vecResults;
+        long lLimitMs;
+        bool bStopAtSecondWait;
+        uint32_t nResult;
+        std::vector<uint32_t> vecPauses;
+    };
+    const Row rows[] = {
+        {"free after two waits", {1618, 1618, 0}, 600000, false, 0, {5000, 10000}},
+        {"busy until the limit", {1618, 1618, 1618, 1618}, 12000, false, 1618, {5000, 7000}},
+        {"stopped while waiting", {1618, 1618, 1618}, 600000, true, 1618, {5000, 10000}},
+        {"no limit", {1618}, 0, false, 1618, {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        FakeInstaller installer;
+        installer.m_vecResults = row.vecResults;
+        RecordingCallback callback;
+        QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"p.msi", {}, callback, installer, L"l.txt");
+        std::vector<uint32_t> vecPauses;
+        MsiLaunchOptions options;
+        options.m_lBusyLimitMs = row.lLimitMs;
+        options.m_fnWait = [&](uint32_t nMs) {
+            vecPauses.push_back(nMs);
+            return !(row.bStopAtSecondWait && vecPauses.size() == 2);
+        };
+        Params vecExternal;
+        EXPECT_EQ(pSetup->Launch(options, vecExternal), row.nResult);
+        EXPECT_EQ(vecPauses, row.vecPauses);
+    }
+}
+
+// The passed secrets leave the log, in whichever encoding the installer wrote it; the rest stays.
+TEST(MsiLaunchTest, PasswordsAreScrubbedFromTheLogAfterTheRun)
+{
+    QZTEST::TempFolder folder;
+    const std::wstring wstrLog = folder.Join(L"msi.log");
+    FakeInstaller installer;
+    installer.m_fnMessages = [&](MsiMessageSink&) {
+        QZTEST::WriteFileBytes(wstrLog, std::string("PROXYPASSWORD = s3cret; A = 1\n") +
+                                            std::string("s\0"
+                                                        "3\0c\0r\0e\0t\0",
+                                                        12) +
+                                            "end");
+    };
+    RecordingCallback callback;
+    QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"p.msi", {{L"PROXYPASSWORD", L"s3cret", 0}, {L"A", L"1", 0}},
+                                            callback, installer, wstrLog);
+    Params vecExternal;
+    EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), 0u);
+    EXPECT_EQ(QZTEST::ReadFileBytes(wstrLog),
+              std::string("PROXYPASSWORD = ******; A = 1\n") + std::string("*\0*\0*\0*\0*\0*\0", 12) + "end");
+}
+
+}  // namespace
