@@ -16,6 +16,7 @@ class ServerIdSource;
 class ServiceControl;
 class SessionList;
 class Waits;
+class WindowsInstaller;
 struct FilesProvider;
 struct Registry;
 
@@ -39,6 +40,8 @@ struct AgentServices
     Clock* m_pClock = nullptr;
     // Registering the agent to start again after a reboot.
     Autostart* m_pAutostart = nullptr;
+    // Windows Installer, for packages and patches installed in this process.
+    WindowsInstaller* m_pInstaller = nullptr;
     // The consent dialogue in a user's session.
     ConsentDialog* m_pConsent = nullptr;
     // The main thread's waits (message-pumping on Windows) and its tick counter.

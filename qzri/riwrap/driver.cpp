@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "common/msisetup/msisetup.h"
 #include "common/rilaunch.h"
 #include "common/ristrutils.h"
 #include "qzri/riwrap/agentos.h"
@@ -13,6 +14,7 @@
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/cmdlinekeys.h"
 #include "qzri/riwrap/driverservices.h"
+#include "qzri/riwrap/msidriver.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/resultcheck.h"
 #include "qzri/riwrap/resultreport.h"
@@ -439,6 +441,9 @@ int32_t FinalCheck(RiWrpData& data, int32_t nProcessCode, bool bCheckProcessResu
     }
     rslt.m_nResultCode = nExitCode;
     rslt.m_nScriptResultCode = nExitCode;
+    if (nExitCode != QZRI_RSLT_NO_ERROR && !data.m_wstrInstallerFailure.empty())
+        rslt.m_wstrDescription +=
+            (rslt.m_wstrDescription.empty() ? L"" : L". ") + data.m_wstrInstallerFailure;
     RiwrapReportResult(data, rslt, services);
     QZ_TRACE_I(L"%hs: nExitCode = %d\n", QZ_SCOPE_NAME, nExitCode);
     return nExitCode;
@@ -501,6 +506,19 @@ int32_t JudgeInstallation(RiWrpData& data, int32_t nProcessCode, bool bCheckProc
     return nResult;
 }
 
+// A Windows Installer package or patch, installed in this process; its answer is judged like a setup's
+// exit code, through the package's code lists. A busy installer past its limit is "retry later".
+int32_t InstallMsi(RiWrpData& data, const std::wstring& wstrPackage, const AgentServices& services)
+{
+    QZ_TRACE_SCOPE(MODULE, SCOPE);
+    SaveParamsToIni(data);
+    const MsiRun run = RunMsiSetup(data, wstrPackage, services);
+    if (run.m_nResult == MSI_ERROR_INSTALL_ALREADY_RUNNING)
+        return Finish(data, MSG_INSTALLER_BUSY, QZRI_RSLT_INSTALLER_BUSY, services);
+    data.m_wstrInstallerFailure = run.m_wstrFailure;
+    return JudgeInstallation(data, static_cast<int32_t>(run.m_nResult), true, true, services);
+}
+
 int32_t RunSteps(RiWrpData& data, const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, SCOPE);
@@ -545,7 +563,7 @@ int32_t RunSteps(RiWrpData& data, const AgentServices& services)
             return *nEnd;
     }
     if (EndsWithNoCase(wstrSetup, L".msi") || EndsWithNoCase(wstrSetup, L".msp"))
-        return NotAvailable(data, L"Installing a Windows Installer package", services);
+        return InstallMsi(data, wstrSetup, services);
 
     uint32_t nExitCode = 0;
     std::wstring wstrRunning;

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "common/msisetup/msisetup.h"
 #include "common/registry.h"
 #include "common/winsessions.h"
 #include "qzri/riwrap/agentactions.h"
@@ -48,6 +49,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
     SystemClock clock;
     UnavailableConsentDialog consent;
+    std::unique_ptr<WindowsInstaller> pInstaller = CreateSystemWindowsInstaller();
     std::unique_ptr<Waits> pWaits = CreateSystemWaits(QZSTD::ProcessShutdown());
     LocalStorageProducts products(QZSTD::GetLocalSettingsStoragePath());
     std::unique_ptr<ShellOpener> pShell = CreateSystemShellOpener();
@@ -61,6 +63,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pClock = &clock;
     services.m_pWaits = pWaits.get();
     services.m_pConsent = &consent;
+    services.m_pInstaller = pInstaller.get();
     services.m_pProducts = &products;
     // No uninstaller in this build: the driver ends an uninstallation with QZRI_RSLT_NOT_AVAILABLE.
     services.m_pUninstaller = nullptr;

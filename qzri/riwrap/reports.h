@@ -33,6 +33,9 @@ inline constexpr RiMessage MSG_LOCAL_SERVER_WRN{
     L"QZRI_MSG_DATA_LOCAL_SERVER_WRN",
     L"The uninstallation was canceled. Group uninstallation is not possible on the host with the server "
     L"nagent."};
+inline constexpr RiMessage MSG_INSTALLER_BUSY{
+    L"QZRI_MSG_DATA_INSTALLER_BUSY",
+    L"Windows Installer is busy with another installation: retry later. Nothing was installed."};
 inline constexpr RiMessage MSG_COMPLETE_SKIPPED{
     L"QZRI_MSG_DATA_COMPLETE_SKIPPED", L"Installation is not required. Host is managed by another Server"};
 

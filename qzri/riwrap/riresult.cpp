@@ -44,6 +44,8 @@ const wchar_t* ResultCodeName(int32_t nCode)
             return L"QZRI_RSLT_USER_NOT_ASKED";
         case QZRI_RSLT_LOCAL_SERVER:
             return L"QZRI_RSLT_LOCAL_SERVER";
+        case QZRI_RSLT_INSTALLER_BUSY:
+            return L"QZRI_RSLT_INSTALLER_BUSY";
         case QZRI_RSLT_NOT_AVAILABLE:
             return L"QZRI_RSLT_NOT_AVAILABLE";
         case QZRI_RSLT_SERVICE_MODE_NOT_AVAILABLE:

@@ -53,6 +53,9 @@ enum QzriResultCode : int32_t
     QZRI_RSLT_USER_NOT_ASKED = 0x200000CC,
     // A group uninstallation on the administration server's own host ("QZRI_MSG_DATA_LOCAL_SERVER_WRN").
     QZRI_RSLT_LOCAL_SERVER = 0x200000CD,
+    // Windows Installer stayed busy with another installation past the package's limit
+    // ("QZRI_MSG_DATA_INSTALLER_BUSY"): retry later; nothing was installed.
+    QZRI_RSLT_INSTALLER_BUSY = 0x200000CE,
 
     // The run needs a part of the agent that this build does not contain yet (the trace says which).
     QZRI_RSLT_NOT_AVAILABLE = 0x200000D0,

@@ -103,6 +103,9 @@ public:
     std::wstring m_wstrUnicodeDescrFileName;
     // The setup process the driver started, while the agent waits for it; null otherwise.
     QZSTD::CAutoPtr<QZSTD::LaunchWaiter> m_pSetupWaiter;
+    // What Windows Installer said about a failed installation ("Action InstallFiles failed: ..."); the
+    // result's description carries it beside the code.
+    std::wstring m_wstrInstallerFailure;
     // The package description, read once; null for a GUI process, which reads none.
     QZSTD::CAutoPtr<QpdFile> m_pQpd;
     // The interactive user sessions at start-up, for the processes that ask or tell users something.

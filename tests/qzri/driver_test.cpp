@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "common/msisetup/msisetup.h"
 #include "common/ristrutils.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -295,6 +296,88 @@ TEST_F(DriverTest, FileOpensAfterAnInstallationWithoutErrorOnly)
                           "readme.txt' could not be opened (error 5)."}),
                   nShellError != 0);
     }
+}
+
+// Windows Installer answering in turn (then 0); each run first plays an action start and, for a failure,
+// an error message, as the real installer does.
+class ScriptedInstaller : public WindowsInstaller
+{
+public:
+    uint32_t MsiDllVersion() override { return 5u << 16; }
+    std::wstring LogFolder() override { return L""; }
+    std::wstring LocalTimeStamp() override { return L"t"; }
+    uint32_t EnableLog(uint32_t, const std::wstring&) override { return 0; }
+    uint32_t SetRecordHandler(MsiMessageSink*, uint32_t) override { return 0; }
+    void SetStringHandlerAndNoUi(MsiMessageSink*, uint32_t) override {}
+    void RestoreHandlers(bool) override {}
+    uint32_t InstallProduct(const std::wstring&, const std::wstring& wstrCmdLine) override
+    {
+        m_vecCmdLines.push_back(wstrCmdLine);
+        const uint32_t nResult = m_nRuns < m_vecResults.size() ? m_vecResults[m_nRuns] : 0;
+        ++m_nRuns;
+        CurrentMsiSetup()->OnRecordMessage(MSI_MESSAGE_ACTIONSTART, {},
+                                           L"Action 10:00:00: InstallFiles. Copying");
+        if (nResult == MSI_ERROR_INSTALL_FAILURE)
+            CurrentMsiSetup()->OnStringMessage(MSI_MESSAGE_ERROR, L"Error 1310. Cannot write C:\\f");
+        return nResult;
+    }
+    uint32_t ApplyPatch(const std::wstring&, const std::wstring&) override { return 1; }
+    std::vector<uint32_t> m_vecResults;
+    std::vector<std::wstring> m_vecCmdLines;
+    size_t m_nRuns = 0;
+};
+
+// The installer's answer is judged through the package's lists like a setup's exit code; a failure
+// is explained; a busy installer past the package's limit is "retry later", not a failure.
+TEST_F(DriverTest, WindowsInstallerAnswersAreJudgedExplainedOrRetriedLater)
+{
+    struct Row
+    {
+        const char* szWhat;
+        std::vector<uint32_t> vecResults;
+        int32_t nResult;
+        Names vecAutostart;
+        const char* szTraced;
+    };
+    const Row rows[] = {
+        {"installed", {0}, QZRI_RSLT_NO_ERROR, {}, "QZRIWRP I RunExecutable: final result has no error."},
+        {"restart needed, listed",
+         {3010},
+         QZRI_RSLT_NO_ERROR,
+         {L"Register(2)"},
+         "QZRIWRP I RunExecutable: finish after reboot."},
+        {"failed",
+         {1603},
+         1603,
+         {},
+         "QZRIWRP I RunExecutable: Windows Installer returned 1603: Action InstallFiles failed: Error 1310. "
+         "Cannot write C:\\f; its log is '$msisetup-t.txt'."},
+        {"busy past the limit", {1618, 1618, 1618}, QZRI_RSLT_INSTALLER_BUSY, {}, nullptr},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szWhat);
+        Package(
+            "[Setup]\r\nExecutable=setup.msi\r\nMsiProperties=A=1 /qn\r\nMsiBusyTimeoutSec=7\r\n"
+            "[SetupProcessResult_NeedReboot]\r\n3010=1\r\n",
+            "");
+        QZTEST::WriteFileBytes(m_wstrPkg + L"setup.msi", "msi");
+        m_data->m_bSilentModeCmdLine = false;
+        ScriptedInstaller installer;
+        installer.m_vecResults = row.vecResults;
+        AgentServices services = m_fakes->Get();
+        services.m_pInstaller = &installer;
+        EXPECT_EQ(Run(services), row.nResult) << Dump();
+        EXPECT_EQ(installer.m_vecCmdLines.front(), L" A=\"1\" REBOOT=\"ReallySuppress\"");
+        Names vecAutostart = m_fakes->m_autostart.m_vecCalls;
+        vecAutostart.erase(std::remove(vecAutostart.begin(), vecAutostart.end(), L"Register(1)"),
+                           vecAutostart.end());
+        EXPECT_EQ(vecAutostart, row.vecAutostart);
+        if (row.szTraced) {
+            EXPECT_TRUE(Traced({row.szTraced})) << Dump();
+        }
+    }
+    EXPECT_TRUE(
+        Traced({"QZRIWRP W RunExecutable: warnings generated - '/qn is no property and is ignored'."}));
 }
 
 }  // namespace
