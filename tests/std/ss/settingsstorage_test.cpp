@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <functional>
-#include <limits>
 #include <optional>
 #include <tuple>
 
@@ -26,6 +25,7 @@
 #include "std/ss/sserrors.h"
 #include "std/ss/ssxml.h"
 #include "std/strconv.h"
+#include "tests/std/par/testutil.h"
 #include "tests/std/process/testchild.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
@@ -33,6 +33,7 @@
 namespace {
 
 using QZPAR::Params;
+using QZPAR::Testing::EveryTypeTree;
 using QZSTD::CAutoPtr;
 using QZSTD::QZError;
 using QZSTD::SettingsStorage;
@@ -43,54 +44,11 @@ using namespace QZSTD::SsErr;
 const std::wstring PRODUCT = L"1103";
 const std::wstring VERSION = L"1.0.0.0";
 const std::wstring SECTION = L"global";
-// Strings with lone surrogates are written code unit by code unit (a "\u" escape cannot name one).
-const std::wstring LONE_SURROGATES{0xD800, L'x', 0xDFFF, 0xDBFF};
 
 CAutoPtr<Params> OneInt(const wchar_t* szName, int32_t nValue)
 {
     CAutoPtr<Params> p = QZPAR::CreateParams();
     QZPAR::SetIntValue(p, szName, nValue);
-    return p;
-}
-
-CAutoPtr<Params> EveryType()
-{
-    CAutoPtr<Params> p = QZPAR::CreateParams();
-    QZPAR::SetStringValue(p, L"str", L"hello world");
-    QZPAR::SetStringValue(p, L"str_nul", std::wstring_view(L"a\0b\0", 4));
-    QZPAR::SetStringValue(p, L"str_controls", L"1\n2\t\r\x01\x7F\x85\x1B");
-    QZPAR::SetStringValue(p, L"str_lone_surrogates", LONE_SURROGATES);
-    QZPAR::SetStringValue(p, L"str_unicode", L"\u00E9\u4E2D\U0001F600\uFFFD");
-    QZPAR::SetStringValue(p, L"str_spaces", L"  x  ");
-    QZPAR::SetStringValue(p, L"str_markup", L"<a href=\"x\">&amp;</a> 'q' ]]>");
-    QZPAR::SetBoolValue(p, L"bool_true", true);
-    QZPAR::SetBoolValue(p, L"bool_false", false);
-    QZPAR::SetIntValue(p, L"int_min", std::numeric_limits<int32_t>::min());
-    QZPAR::SetLongValue(p, L"long_min", std::numeric_limits<int64_t>::min());
-    QZPAR::SetDateTimeValue(p, L"dt_none", -1);
-    QZPAR::SetFloatValue(p, L"float_minus_zero", -0.0f);
-    QZPAR::SetFloatValue(p, L"float_nan", std::numeric_limits<float>::quiet_NaN());
-    QZPAR::SetFloatValue(p, L"float_denorm_min", std::numeric_limits<float>::denorm_min());
-    QZPAR::SetFloatValue(p, L"float_inf", std::numeric_limits<float>::infinity());
-    QZPAR::SetDoubleValue(p, L"double_denorm_min", std::numeric_limits<double>::denorm_min());
-    QZPAR::SetDoubleValue(p, L"double_third", 1.0 / 3.0);
-    QZPAR::SetDoubleValue(p, L"double_minus_zero", -0.0);
-    QZPAR::SetDoubleValue(p, L"double_nan", std::numeric_limits<double>::quiet_NaN());
-    QZPAR::SetDateValue(p, L"date_ascii", "2024-01-31");
-    QZPAR::SetDateValue(p, L"date_bytes", "\xE9t\xE9\x01\x7F");
-    const unsigned char bytes[] = {0, 1, 0x7F, 0x80, 0xFF, '<', '&'};
-    QZPAR::SetBinaryValue(p, L"bin", bytes, sizeof bytes);
-    QZPAR::SetBinaryValue(p, L"bin_empty", nullptr, 0);
-    QZPAR::SetParamsValue(p, L"params_null", nullptr);
-    QZPAR::SetParamsValue(p, L"params_nested", OneInt(L"inner", 1));
-    CAutoPtr<QZPAR::ArrayValue> pArray = QZPAR::CreateArray(5);  // element 1 stays null
-    pArray->SetAt(0, QZPAR::CreateString(L"s"));
-    pArray->SetAt(2, QZPAR::CreateParamsValue(OneInt(L"a", 1)));
-    pArray->SetAt(3, QZPAR::CreateArray(0));
-    pArray->SetAt(4, QZPAR::CreateParamsValue(nullptr));
-    QZPAR::SetArrayValue(p, L"array_mixed", pArray);
-    QZPAR::SetIntValue(p, L"\x01", 2);
-    QZPAR::SetIntValue(p, std::wstring{0xE9, 0xD800}.c_str(), 3);
     return p;
 }
 
@@ -130,7 +88,7 @@ protected:
 
 TEST_F(SettingsStorageTest, EveryTypeReadsBackEqualAndIsWrittenAsTextUnlessItNeedsHex)
 {
-    CAutoPtr<Params> pWritten = EveryType();
+    CAutoPtr<Params> pWritten = EveryTypeTree();
     CreateWithSection()->ReplaceEntries(PRODUCT, VERSION, SECTION, pWritten);
     CAutoPtr<Params> pRead = ReadBack(m_wstrPath);
     EXPECT_EQ(pWritten->Compare(pRead), 0);
@@ -319,8 +277,9 @@ TEST_F(SettingsStorageTest, AFailedWriteLeavesThePreviousContent)
 #ifndef _WIN32
     // /dev/full takes the open and fails the write with ENOSPC, as a full disk does.
     ASSERT_EQ(::symlink("/dev/full", QZSTD::WideToUtf8(wstrTmp).c_str()), 0);
-    EXPECT_EQ(ErrorCodeOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, EveryType()); }, MODULE),
-              WRITE_FAILED);
+    EXPECT_EQ(
+        ErrorCodeOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, EveryTypeTree()); }, MODULE),
+        WRITE_FAILED);
     EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), strBefore);
     EXPECT_FALSE(QZTEST::PathExists(wstrTmp)) << "the failed temporary file stays";
 #endif
