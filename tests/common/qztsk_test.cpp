@@ -84,8 +84,7 @@ TEST(QztskSetup, RunsTheInstallerThroughTheWrapperAndReadsItsResult)
         // A result of an earlier run must not be taken for this one.
         QZTEST::WriteFileBytes(wstrWork + L"$qzsetuprslt.ini", "[cmd_proc_rslt]\nresult=77\nready=1\n");
 
-        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
-        QZPAR::SetStringValue(pEnv.Get(), L"QZ_TEST_CHILD", c.wstrChildMode);
+        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZTEST::EnvOf({{L"QZ_TEST_CHILD", c.wstrChildMode}});
         QZTSK::SetupRequest request;
         request.m_wstrPackageFolder = wstrPackage;
         request.m_wstrQpdPath = wstrPackage + L"pkg.qpd";
@@ -111,7 +110,10 @@ TEST(QztskSetup, RunsTheInstallerThroughTheWrapperAndReadsItsResult)
         } else {
             EXPECT_EQ(c.nResult, result.m_nResultCode);
         }
-        EXPECT_NE(std::string::npos, QZTEST::ReadFileBytes(wstrWork + L"$qzsetuperr.txt").find(c.szStdErr));
+        // Standard error, and only it, goes to the file.
+        const std::string strStdErr = QZTEST::ReadFileBytes(wstrWork + L"$qzsetuperr.txt");
+        EXPECT_NE(std::string::npos, strStdErr.find(c.szStdErr));
+        EXPECT_EQ(std::string::npos, strStdErr.find("out-line"));
     }
 }
 

@@ -2,9 +2,7 @@
 // the child (tests/std/process/testchild.h). The same tests run natively and under Wine.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <thread>
 
 #include "std/par/paramshelpers.h"
@@ -23,9 +21,7 @@ using QZTEST::SelfCommand;
 
 CAutoPtr<QZPAR::Params> ChildEnv(const wchar_t* szMode)
 {
-    CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
-    QZPAR::SetStringValue(pEnv, L"QZ_TEST_CHILD", szMode);
-    return pEnv;
+    return QZTEST::EnvOf({{L"QZ_TEST_CHILD", szMode}});
 }
 
 CAutoPtr<LaunchWaiter> StartChild(const wchar_t* szMode, const wchar_t* szStdOut = nullptr,
@@ -132,8 +128,8 @@ TEST_F(LaunchTest, SyncLaunchCapturesOutputAndErrorAndPassesTheEnvironment)
     EXPECT_NE(std::wstring::npos, wstrText.find(L"out-line"));
     EXPECT_NE(std::wstring::npos, wstrText.find(L"err-line"));
 
-    CAutoPtr<QZPAR::Params> pEnv = ChildEnv(L"env:QZ_TEST_VALUE");
-    QZPAR::SetStringValue(pEnv, L"QZ_TEST_VALUE", L"value-42");
+    CAutoPtr<QZPAR::Params> pEnv =
+        QZTEST::EnvOf({{L"QZ_TEST_CHILD", L"env:QZ_TEST_VALUE"}, {L"QZ_TEST_VALUE", L"value-42"}});
     ASSERT_TRUE(QZSTD_LaunchSync(SelfCommand().c_str(), nullptr, wstrOut.c_str(), pEnv, 60000, &nExitCode));
     QZSTD_ReadLaunchOutput(wstrOut.c_str(), &wstrText);
     EXPECT_EQ(L"value-42", wstrText);

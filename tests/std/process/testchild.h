@@ -54,15 +54,22 @@ inline std::wstring SelfCommand()
     return L"\"" + SelfPath().wstring() + L"\"";
 }
 
-// Starts this executable with the variables added to its environment, and does not wait for it.
-inline QZSTD::CAutoPtr<QZSTD::LaunchWaiter> StartSelf(
-    const std::vector<std::pair<std::wstring, std::wstring>>& vecEnv)
+using EnvVars = std::vector<std::pair<std::wstring, std::wstring>>;
+
+// The variables as an environment addition of a launch.
+inline QZSTD::CAutoPtr<QZPAR::Params> EnvOf(const EnvVars& vecEnv)
 {
     QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZPAR::CreateParams();
     for (const auto& [wstrName, wstrValue] : vecEnv)
         QZPAR::SetStringValue(pEnv, wstrName.c_str(), wstrValue);
+    return pEnv;
+}
+
+// Starts this executable with the variables added to its environment, and does not wait for it.
+inline QZSTD::CAutoPtr<QZSTD::LaunchWaiter> StartSelf(const EnvVars& vecEnv)
+{
     QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
-    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, nullptr, nullptr, nullptr, pEnv, &pWaiter);
+    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, nullptr, nullptr, nullptr, EnvOf(vecEnv), &pWaiter);
     return pWaiter;
 }
 
