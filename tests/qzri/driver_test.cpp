@@ -31,7 +31,7 @@ constexpr const char* GROUP_QUD =
     "[Uninstall]\r\nProduct=AllControlledProducts\r\n"
     "Version=AllControlledProducts\r\nLocalizedName=All products\r\n";
 
-class DriverTest : public testing::Test
+class DriverTest : public testing::Test, public QZRITEST::TraceOfRun
 {
 protected:
     // A fresh run of a silent task over the package; the shared folder receives the task's entries.
@@ -49,16 +49,22 @@ protected:
         m_data->m_bSilentModeCmdLine = true;
         m_data->m_wstrTaskId = L"T1";
         m_data->m_pQpd = QpdFile::Create(m_wstrPkg + szQpd);
-        m_fakes = std::make_unique<QZRITEST::DriverTestServices>();
+        m_fakes = std::make_unique<QZRITEST::TestServices>();
         m_fakes->m_registry.m_wstrSharedFolder = m_folder.Path();
+    }
+    // What fn returns, with the trace of the call kept.
+    template <class F>
+    auto WithTrace(F fn)
+    {
+        EXPECT_TRUE(QZSTD::TraceOpen(m_folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
+        const auto result = fn();
+        QZSTD::TraceClose();
+        m_vecRecords = QZRITEST::TraceRecords(m_folder.Join(L"trace.txt"));
+        return result;
     }
     int32_t Run(const AgentServices& services)
     {
-        EXPECT_TRUE(QZSTD::TraceOpen(m_folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
-        const int32_t nResult = RunExecutable(*m_data, services).m_nResult;
-        QZSTD::TraceClose();
-        m_vecRecords = QZRITEST::TraceRecords(m_folder.Join(L"trace.txt"));
-        return nResult;
+        return WithTrace([&] { return RunExecutable(*m_data, services).m_nResult; });
     }
     std::wstring Qud() const { return m_wstrPkg + L"package.qud"; }
     std::wstring E2s() const { return m_folder.Path() + L"Data/e2s_subscription.xml"; }
@@ -66,20 +72,13 @@ protected:
     {
         return QZSTD::GetProfileString(Qud(), L"Uninstall", szKey, L"");
     }
-    bool Traced(const Lines& vecExpected) const
-    {
-        return QZRITEST::ContainsInOrder(m_vecRecords, vecExpected);
-    }
-    std::string Dump() const { return QZRITEST::Joined(m_vecRecords); }
-
     std::string RevertLine() const { return "QZRIWRP I Revert qud-file '" + QZSTD::WideToUtf8(Qud()) + "'"; }
 
     QZTEST::TempFolder m_folder;
     int m_nPackages = 0;
     std::wstring m_wstrPkg;
     std::unique_ptr<RiWrpData> m_data;
-    std::unique_ptr<QZRITEST::DriverTestServices> m_fakes;
-    Lines m_vecRecords;
+    std::unique_ptr<QZRITEST::TestServices> m_fakes;
 };
 
 // The server's host cancels; the management agent goes last; the first failure, a missing uninstaller
@@ -162,7 +161,7 @@ TEST_F(DriverTest, GroupUninstallationEndsRevertedOnEveryPath)
         EXPECT_EQ(m_fakes->m_uninstaller.m_vecProducts, row.vecUninstalled);
         Lines vecTraced = row.vecTraced;
         std::replace(vecTraced.begin(), vecTraced.end(), std::string("REVERT"), RevertLine());
-        EXPECT_TRUE(Traced(vecTraced)) << Dump();
+        EXPECT_TRUE(Traced(vecTraced));
         for (const wchar_t* szKey : {L"Product", L"Version", L"LocalizedName"})
             EXPECT_EQ(Uninstall(szKey), ALL_CONTROLLED_PRODUCTS) << szKey;
         Names vecReported;
@@ -221,7 +220,7 @@ TEST_F(DriverTest, ConnInstalledWaitEndsOnTrueUnreadableLimitOrStop)
         EXPECT_EQ(Run(m_fakes->Get()), row.nResult);
         EXPECT_EQ(m_fakes->m_waits.m_nStopWaits, row.nWaits);
         EXPECT_EQ(m_fakes->m_uninstaller.m_vecProducts.size(), row.nUninstalled);
-        EXPECT_TRUE(Traced({row.szTraced})) << Dump();
+        EXPECT_TRUE(Traced({row.szTraced}));
         EXPECT_EQ(Uninstall(L"Product"), ALL_CONTROLLED_PRODUCTS);
     }
 }
@@ -243,10 +242,7 @@ TEST_F(DriverTest, SetupCommandLineCarriesRiIdAndAgentRemovalWords)
         Package(std::string("[Product]\r\nName=") + szProduct + "\r\n", "");
         m_data->m_wstrRiId = L"r1";
         m_data->m_wstrSavedCmdLine = szSaved;
-        ASSERT_TRUE(QZSTD::TraceOpen(m_folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
-        EXPECT_EQ(BuildSetupCommandLine(*m_data, L"S"), szLine);
-        QZSTD::TraceClose();
-        m_vecRecords = QZRITEST::TraceRecords(m_folder.Join(L"trace.txt"));
+        EXPECT_EQ(WithTrace([&] { return BuildSetupCommandLine(*m_data, L"S"); }), szLine);
         EXPECT_EQ(m_vecRecords,
                   szTraced
                       ? Lines{std::string("QZRIWRP I RunExecutable: Nagent removing params - ") + szTraced}
@@ -292,8 +288,9 @@ TEST_F(DriverTest, FileOpensAfterAnInstallationWithoutErrorOnly)
         EXPECT_EQ(Run(m_fakes->Get()), nResult);
         const std::wstring wstrCall = L"open|" + m_wstrPkg + L"readme.txt|" + szParams + L"|" + m_wstrPkg;
         EXPECT_EQ(m_fakes->m_shell.m_vecCalls, bOpened ? Names{wstrCall} : Names{});
-        EXPECT_EQ(Traced({"QZRIWRP E RunExecutable: '" + QZSTD::WideToUtf8(m_wstrPkg) +
-                          "readme.txt' could not be opened (error 5)."}),
+        EXPECT_EQ(QZRITEST::ContainsInOrder(m_vecRecords,
+                                            {"QZRIWRP E RunExecutable: '" + QZSTD::WideToUtf8(m_wstrPkg) +
+                                             "readme.txt' could not be opened (error 5)."}),
                   nShellError != 0);
     }
 }
@@ -373,7 +370,7 @@ TEST_F(DriverTest, WindowsInstallerAnswersAreJudgedExplainedOrRetriedLater)
                            vecAutostart.end());
         EXPECT_EQ(vecAutostart, row.vecAutostart);
         if (row.szTraced) {
-            EXPECT_TRUE(Traced({row.szTraced})) << Dump();
+            EXPECT_TRUE(Traced({row.szTraced}));
         }
     }
     EXPECT_TRUE(

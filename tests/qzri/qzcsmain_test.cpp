@@ -46,12 +46,6 @@ TEST(DecideMainBranchTest, ChecksAreMadeInTheirOrder)
     }
 }
 
-TEST(DecideMainBranchTest, NewRebootWorkerIsAskedForByItsFlag)
-{
-    EXPECT_TRUE(IsNewRebootWorkerRequired(L"x.exe QZRI$RBTWRK TASK_ID=1"));
-    EXPECT_FALSE(IsNewRebootWorkerRequired(L"x.exe TASK_ID=1 qzri$rbtwrk"));
-}
-
 class QzcsMainTest : public testing::Test, public QZRITEST::TraceOfRun
 {
 protected:

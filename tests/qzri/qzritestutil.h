@@ -341,6 +341,5 @@ struct TestServices
     ScriptedUninstaller m_uninstaller;
     RecordingShell m_shell;
 };
-using DriverTestServices = TestServices;
 
 }  // namespace QZRITEST
