@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 #include <tuple>
 
@@ -132,26 +133,24 @@ TEST(QpdFile, TheQpdFileIsAnsiTheCompanionUtf8AndTheSentinelCountsAsAbsent)
 TEST(QpdFile, GetIntFallsBackOnlyOnNotFound)
 {
     int nQpdCalls = 0;
-    auto fnQpd = [&] {
+    const std::function<int32_t()> fnQpd = [&] {
         ++nQpdCalls;
         return 11;
     };
-    EXPECT_EQ(QZRI::GetIntCompanionFirst([] { return 3; }, fnQpd), 3);
+    const auto CompanionFirst = [&](const std::function<int32_t()>& fnCompanion) {
+        return QZRI::GetIntCompanionFirst(fnCompanion, fnQpd);
+    };
+    EXPECT_EQ(CompanionFirst([] { return 3; }), 3);
     EXPECT_EQ(nQpdCalls, 0);
-    EXPECT_EQ(
-        QZRI::GetIntCompanionFirst([]() -> int32_t { QZ_THROW_STD(QZSTD::Err::NOT_FOUND, "k"); }, fnQpd), 11);
+    EXPECT_EQ(CompanionFirst([]() -> int32_t { QZ_THROW_STD(QZSTD::Err::NOT_FOUND, "k"); }), 11);
     EXPECT_EQ(nQpdCalls, 1);
-    EXPECT_EQ(QZTEST::ErrorCodeOf([&] {
-                  QZRI::GetIntCompanionFirst([]() -> int32_t { QZ_THROW_STD(QZSTD::Err::BAD_PARAM, "k"); },
-                                             fnQpd);
-              }),
+    EXPECT_EQ(QZTEST::ErrorCodeOf(
+                  [&] { CompanionFirst([]() -> int32_t { QZ_THROW_STD(QZSTD::Err::BAD_PARAM, "k"); }); }),
               QZSTD::Err::BAD_PARAM);
     // The same code from another module is not "not found".
-    EXPECT_EQ(
-        QZTEST::ErrorCodeOf(
-            [&] { QZRI::GetIntCompanionFirst([]() -> int32_t { QZ_THROW("QZPAR", 1186, "k"); }, fnQpd); },
-            "QZPAR"),
-        1186);
+    EXPECT_EQ(QZTEST::ErrorCodeOf([&] { CompanionFirst([]() -> int32_t { QZ_THROW("QZPAR", 1186, "k"); }); },
+                                  "QZPAR"),
+              1186);
     EXPECT_EQ(nQpdCalls, 1);
 }
 

@@ -144,10 +144,6 @@ TEST_F(AgentServiceTest, TheSystemServiceIsCreatedAndRemoved)
 }
 #endif
 
-}  // namespace
-
-namespace {
-
 // The relaunch keeps the first start's arguments, drops the keys of earlier services and counters, and
 // always runs silently.
 TEST(RelaunchCommandLineTest, SavedArgumentsSilentlyWithTheNextCounter)

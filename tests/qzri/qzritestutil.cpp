@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <sstream>
 
-#include "qzri/riwrap/riwrpdata.h"
-#include "std/error.h"
 #include "tests/testutil/fsutil.h"
 
 namespace QZRITEST {
@@ -53,69 +51,6 @@ std::string Joined(const std::vector<std::string>& vecLines)
     for (const std::string& strLine : vecLines)
         str += strLine + "\n";
     return str;
-}
-
-TestOs::TestOs() : m_pReal(QZRI::CreateSystemAgentOs()) {}
-
-std::wstring TestOs::GetModuleFilePath()
-{
-    if (m_bModulePathFails)
-        QZ_THROW_SYSTEM_CODE(5);
-    return m_wstrModulePath;
-}
-
-std::optional<std::wstring> TestOs::GetEnvValue(const std::wstring& wstrName)
-{
-    auto it = m_mapEnv.find(wstrName);
-    if (it == m_mapEnv.end())
-        return std::nullopt;
-    return it->second;
-}
-
-bool TestOs::RenameFile(const std::wstring& wstrFrom, const std::wstring& wstrTo)
-{
-    if (m_setFailingRenames.count(wstrFrom))
-        return false;
-    return m_pReal->RenameFile(wstrFrom, wstrTo);
-}
-
-std::vector<QZRI::UserSession> FakeSessions::GetInteractiveSessions()
-{
-    ++m_nCalls;
-    if (m_bFails)
-        QZ_THROW_SYSTEM_CODE(1722);
-    return m_vecSessions;
-}
-
-QZRI::DriverResult RecordingActions::RunExecutable(QZRI::RiWrpData& data)
-{
-    Record(L"RunExecutable", data);
-    return m_driverResult;
-}
-
-std::optional<int> RecordingActions::CleanupOtherServices(const std::wstring& wstrKeepServiceId)
-{
-    m_vecCalls.push_back(L"Cleanup(" + wstrKeepServiceId + L")");
-    return m_nCleanupEnd;
-}
-
-int RecordingActions::Record(const wchar_t* szCall, QZRI::RiWrpData& data)
-{
-    m_vecCalls.push_back(szCall);
-    m_bRunDataPublished = QZRI::g_pData == &data;
-    if (m_bThrows)
-        QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
-    return m_nResult;
-}
-
-int32_t ScriptedUninstaller::Uninstall(QZRI::RiWrpData& data, bool* pbNeedRestart)
-{
-    m_vecProducts.push_back(data.m_pQpd->GetString(L"Uninstall", L"Product", L""));
-    const auto it = m_mapCodes.find(m_vecProducts.back());
-    if (it != m_mapCodes.end() && it->second == -1)
-        QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
-    *pbNeedRestart = false;
-    return it == m_mapCodes.end() ? 0 : it->second;
 }
 
 }  // namespace QZRITEST

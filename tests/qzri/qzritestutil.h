@@ -23,9 +23,11 @@
 #include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/reports.h"
+#include "qzri/riwrap/riwrpdata.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/waits.h"
+#include "std/error.h"
 
 namespace QZRITEST {
 
@@ -54,9 +56,17 @@ struct TraceOfRun
 class TestOs : public QZRI::AgentOs
 {
 public:
-    TestOs();
-    std::wstring GetModuleFilePath() override;
-    std::optional<std::wstring> GetEnvValue(const std::wstring& wstrName) override;
+    std::wstring GetModuleFilePath() override
+    {
+        if (m_bModulePathFails)
+            QZ_THROW_SYSTEM_CODE(5);
+        return m_wstrModulePath;
+    }
+    std::optional<std::wstring> GetEnvValue(const std::wstring& wstrName) override
+    {
+        const auto it = m_mapEnv.find(wstrName);
+        return it != m_mapEnv.end() ? std::optional(it->second) : std::nullopt;
+    }
     std::wstring GetTempFolder() override { return m_wstrTempFolder; }
     bool FileExists(const std::wstring& wstrPath) override { return m_pReal->FileExists(wstrPath); }
     bool IsWritableFolder(const std::wstring& wstrPath) override
@@ -68,7 +78,10 @@ public:
         return m_pReal->ListFiles(wstrFolder);
     }
     bool RemoveFile(const std::wstring& wstrPath) override { return m_pReal->RemoveFile(wstrPath); }
-    bool RenameFile(const std::wstring& wstrFrom, const std::wstring& wstrTo) override;
+    bool RenameFile(const std::wstring& wstrFrom, const std::wstring& wstrTo) override
+    {
+        return !m_setFailingRenames.count(wstrFrom) && m_pReal->RenameFile(wstrFrom, wstrTo);
+    }
     std::optional<std::chrono::system_clock::time_point> GetFileArrivalTime(
         const std::wstring& wstrPath) override
     {
@@ -85,13 +98,19 @@ public:
     std::set<std::wstring> m_setFailingRenames;  // source paths
 
 private:
-    std::unique_ptr<QZRI::AgentOs> m_pReal;
+    std::unique_ptr<QZRI::AgentOs> m_pReal = QZRI::CreateSystemAgentOs();
 };
 
 class FakeSessions : public QZRI::SessionList
 {
 public:
-    std::vector<QZRI::UserSession> GetInteractiveSessions() override;
+    std::vector<QZRI::UserSession> GetInteractiveSessions() override
+    {
+        ++m_nCalls;
+        if (m_bFails)
+            QZ_THROW_SYSTEM_CODE(1722);
+        return m_vecSessions;
+    }
     std::vector<QZRI::UserSession> m_vecSessions;
     bool m_bFails = false;
     int m_nCalls = 0;
@@ -100,13 +119,8 @@ public:
 class FakeServerId : public QZRI::ServerIdSource
 {
 public:
-    std::wstring GetCurrentServerId() override
-    {
-        ++m_nCalls;
-        return m_wstrId;
-    }
+    std::wstring GetCurrentServerId() override { return m_wstrId; }
     std::wstring m_wstrId;
-    int m_nCalls = 0;
 };
 
 class RecordingReports : public QZRI::ReportSink
@@ -119,17 +133,16 @@ public:
     std::vector<std::pair<std::wstring, std::wstring>> m_vecReports;
 };
 
-// The services as a map from name to command line. Deletions are recorded; m_failure answers every
-// deletion when it is set, and m_vecCreateErrors the next creations (0: created).
+// The services as a map from name to command line. Deletions are recorded; m_vecCreateErrors answers
+// the next creations (0: created).
 class FakeServiceControl : public QZRI::ServiceControl
 {
 public:
     std::optional<QZRI::ServiceFailure> DeleteService(const std::wstring& wstrName) override
     {
         m_vecDeleted.push_back(wstrName);
-        if (!m_failure)
-            m_mapServices.erase(wstrName);
-        return m_failure;
+        m_mapServices.erase(wstrName);
+        return std::nullopt;
     }
     std::optional<QZRI::ServiceFailure> CreateService(const std::wstring& wstrName,
                                                       const std::wstring& wstrBinaryPath) override
@@ -160,7 +173,6 @@ public:
     }
     std::map<std::wstring, std::wstring> m_mapServices;
     std::vector<std::wstring> m_vecDeleted;
-    std::optional<QZRI::ServiceFailure> m_failure;
     std::vector<int> m_vecCreateErrors;
 };
 
@@ -248,8 +260,16 @@ public:
     int StartNewRebootWorker(QZRI::RiWrpData& data) override { return Record(L"StartNewRebootWorker", data); }
     int RunAsService(QZRI::RiWrpData& data) override { return Record(L"RunAsService", data); }
     int AskUserForStart(QZRI::RiWrpData& data) override { return Record(L"AskUserForStart", data); }
-    QZRI::DriverResult RunExecutable(QZRI::RiWrpData& data) override;
-    std::optional<int> CleanupOtherServices(const std::wstring& wstrKeepServiceId) override;
+    QZRI::DriverResult RunExecutable(QZRI::RiWrpData& data) override
+    {
+        Record(L"RunExecutable", data);
+        return m_driverResult;
+    }
+    std::optional<int> CleanupOtherServices(const std::wstring& wstrKeepServiceId) override
+    {
+        m_vecCalls.push_back(L"Cleanup(" + wstrKeepServiceId + L")");
+        return m_nCleanupEnd;
+    }
 
     std::vector<std::wstring> m_vecCalls;
     int m_nResult = 0;
@@ -260,7 +280,14 @@ public:
     bool m_bThrows = false;
 
 private:
-    int Record(const wchar_t* szCall, QZRI::RiWrpData& data);
+    int Record(const wchar_t* szCall, QZRI::RiWrpData& data)
+    {
+        m_vecCalls.push_back(szCall);
+        m_bRunDataPublished = QZRI::g_pData == &data;
+        if (m_bThrows)
+            QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
+        return m_nResult;
+    }
 };
 
 // The products as listed; "ConnInstalled" answers the script in turn, the last answer repeating (an empty
@@ -286,7 +313,15 @@ public:
 class ScriptedUninstaller : public QZRI::ProductUninstaller
 {
 public:
-    int32_t Uninstall(QZRI::RiWrpData& data, bool* pbNeedRestart) override;
+    int32_t Uninstall(QZRI::RiWrpData& data, bool* pbNeedRestart) override
+    {
+        m_vecProducts.push_back(data.m_pQpd->GetString(L"Uninstall", L"Product", L""));
+        const auto it = m_mapCodes.find(m_vecProducts.back());
+        if (it != m_mapCodes.end() && it->second == -1)
+            QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
+        *pbNeedRestart = false;
+        return it == m_mapCodes.end() ? 0 : it->second;
+    }
     std::map<std::wstring, int32_t> m_mapCodes;
     std::vector<std::wstring> m_vecProducts;
 };

@@ -190,10 +190,6 @@ TEST(QzpkgTest, QpdTellsTheValueAndWhetherItCameFromTheCompanion)
     EXPECT_EQ(run.wstrOut, L"absent\n");
 }
 
-}  // namespace
-
-namespace {
-
 // The result files explained: the agent's own code by name, a value that is no number, a description
 // file in the wrong encoding, and the e2s entries grouped by task id.
 TEST(QzpkgTest, ResultExplainsTheResultFilesAndSsDumpGroupsTheTasks)

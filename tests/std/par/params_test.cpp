@@ -330,7 +330,7 @@ TEST(ValuesPoolTest, AReleasedObjectIsReusedInACleanStateAndLetsGoOfWhatItHeld)
     pNested->Release();
 }
 
-TEST(ValuesPoolTest, ObjectsReleasedOnAnotherThreadJoinThatThreadsPool)
+TEST(ValuesPoolTest, ObjectsReleasedOnAnotherThreadJoinThatThreadsPoolWhichIsBounded)
 {
     std::vector<CAutoPtr<IntValue>> vecValues;
     for (int i = 0; i < 10; ++i)
@@ -343,14 +343,11 @@ TEST(ValuesPoolTest, ObjectsReleasedOnAnotherThreadJoinThatThreadsPool)
         EXPECT_EQ(CreateInt(42)->GetValue(), 42);  // served from the blocks just returned
     }).join();
     EXPECT_EQ(nFreeThere, 10u);
-}
-
-TEST(ValuesPoolTest, FreeListIsBounded)
-{
-    std::vector<CAutoPtr<LongValue>> vecValues;
+    // A thread keeps no more than the bound of released objects.
+    std::vector<CAutoPtr<LongValue>> vecLongs;
     for (uint32_t i = 0; i < QZSTD_POOL2::POOL_MAX_FREE_PER_THREAD + 50; ++i)
-        vecValues.push_back(CreateLong(i));
-    vecValues.clear();
+        vecLongs.push_back(CreateLong(i));
+    vecLongs.clear();
     EXPECT_EQ(QZSTD_POOL2::GetPooledFreeCount<CLongValue>(), QZSTD_POOL2::POOL_MAX_FREE_PER_THREAD);
 }
 
