@@ -237,16 +237,6 @@ TEST_F(RiLaunchTest, WhatCannotBeLaunchedIsRefusedBeforeAnythingStarts)
     EXPECT_FALSE(QZSTD::IsShutdownRaised()) << "the test's own signal, not the process's";
 }
 
-TEST_F(RiLaunchTest, ModeZeroReturnsWhenTheStartedProgramEnds)
-{
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000");
-    EXPECT_TRUE(pWaiter->Wait(-1));
-    EXPECT_EQ(7u, pWaiter->ExitCode());
-    // The grandchild sleeps 6 s; the wait above did not wait for it.
-    EXPECT_FALSE(std::filesystem::exists(Marker()));
-    EXPECT_TRUE(AppearsWithin(Marker(), std::chrono::seconds(60)));
-}
-
 TEST_F(RiLaunchTest, ModeOneWaitsForTheGrandchildTimesOutAndStopsOnShutdown)
 {
     CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000", QZRI::WAIT_WHOLE_JOB);
@@ -295,9 +285,10 @@ TEST_F(RiLaunchTest, ModeTwoWaitsForListedImagesOnly)
     EXPECT_TRUE(AppearsWithin(Marker(), std::chrono::seconds(60)));
 }
 
-TEST_F(RiLaunchTest, JobWaiterAnswersOnlyTheBaseInterfaces)
+// Mode 0 returns when the started program ends, not waiting for its grandchild.
+TEST_F(RiLaunchTest, ModeZeroWaiterAnswersOnlyTheBaseInterfacesAndWaitsForTheProgramAlone)
 {
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"exit:0");
+    CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000");
     void* pv = nullptr;
     EXPECT_FALSE(pWaiter->QueryInterface("QZSTD::LaunchWaiter2", &pv));
     EXPECT_FALSE(pWaiter->QueryInterface("QZSTD::ProcessPid", &pv));
@@ -308,6 +299,10 @@ TEST_F(RiLaunchTest, JobWaiterAnswersOnlyTheBaseInterfaces)
     EXPECT_EQ(QZSTD::Err::ASSERTION,
               ErrorCodeOf([&] { pWaiter->QueryInterface("QZSTD::LaunchWaiter", nullptr); }));
     EXPECT_TRUE(pWaiter->Wait(-1));
+    EXPECT_EQ(7u, pWaiter->ExitCode());
+    // The grandchild sleeps 6 s; the wait above did not wait for it.
+    EXPECT_FALSE(std::filesystem::exists(Marker()));
+    EXPECT_TRUE(AppearsWithin(Marker(), std::chrono::seconds(60)));
 }
 
 TEST_F(RiLaunchTest, CredentialsGoToTheLogonSplitOrAreRefusedWhereThereIsNone)

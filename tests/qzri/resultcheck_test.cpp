@@ -117,11 +117,9 @@ TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
 {
     const std::string strDescrU = QZSTD::WideToUtf8(m_folder.Join(L"d.txt"));
     Package("[SetupMainResult]\r\nSection=R\r\nValue=Code\r\nFailReasonValue=Why\r\nDescriptionFileU=" +
-            strDescrU +
-            "\r\n[SetupMainResult_ErrorCodes]\r\n5=Denied\r\n[SetupMainResult_WarningCodes]\r\n5=Not "
-            "this\r\n6=Careful\r\n"
-            "[SetupMainResult_SuccessCodes]\r\n6=Not this "
-            "either\r\n0=Done\r\n[SetupMainResult_FailReasons]\r\n6=42\r\n");
+            strDescrU + "\r\n[SetupMainResult_ErrorCodes]\r\n5=Denied\r\n[SetupMainResult_WarningCodes]\r\n" +
+            "5=Not this\r\n6=Careful\r\n[SetupMainResult_SuccessCodes]\r\n6=Not this either\r\n0=Done\r\n" +
+            "[SetupMainResult_FailReasons]\r\n6=42\r\n");
     const std::wstring wstrResult = m_folder.Join(L"r.ini");
     const std::tuple<const char*, bool, CodeClass, const wchar_t*, int32_t> rows[] = {
         {"[R]\r\nCode=5\r\nWhy=9\r\n", true, CodeClass::LISTED_ERROR, L"Denied", 9},
@@ -142,9 +140,7 @@ TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
         EXPECT_EQ(parsed.nFailReason, nReason);
     }
     // The setup's own description file replaces the list's text.
-    QZTEST::WriteFileBytes(m_folder.Join(L"d.txt"), std::string("\xFF\xFE"
-                                                                "O\0k\0\r\0\n\0",
-                                                                10));
+    QZTEST::WriteFileBytes(m_folder.Join(L"d.txt"), std::string("\xFF\xFEO\0k\0\r\0\n\0", 10));
     QZTEST::WriteFileBytes(wstrResult, "[R]\r\nCode=5\r\n");
     EXPECT_EQ(ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, wstrResult).classified.wstrDescription,
               L"Ok");

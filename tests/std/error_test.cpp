@@ -41,7 +41,6 @@ TEST(Error, CarriesModuleCodePositionArgumentsTheMessageOfTheRegisteredTableAndD
     const QZError e2("QZSTD", 1187, "/src/std/par/paramsimpl.cpp", 120, {"name"});
     EXPECT_EQ(e2.Describe(), L"#1187 (QZSTD) \"Bad parameter \"name\"\" at paramsimpl.cpp:120");
     EXPECT_STREQ(e2.what(), "#1187 (QZSTD) \"Bad parameter \"name\"\" at paramsimpl.cpp:120");
-    EXPECT_EQ(QZError("QZSTD", 1188, "", 0, {}).GetMessage(), L"Index value is out of range");
 }
 
 TEST(Error, CheckMacrosThrowTheStandardCodes)
