@@ -13,6 +13,7 @@
 #endif
 
 #include "common/ansicp.h"
+#include "common/ristrutils.h"
 #include "std/error.h"
 #include "std/par/dump.h"
 #include "std/par/paramshelpers.h"
@@ -478,7 +479,7 @@ void IniFileParser::ParseOwnText(const std::vector<std::wstring>* pSections, con
     ConvertExecutablePath();
     if (QZSTD::TraceIsEnabled(QZSTD::TL_INFO)) {
         QZ_TRACE_I(L"Ini file: %ls (%ls by default):\n", wstrOrigin, m_bUtf8 ? L"utf8" : L"ansi");
-        QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(GetParams().Get(), 1));
+        QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(BuildParams(true).Get(), 1));
     }
 }
 
@@ -500,8 +501,13 @@ void IniFileParser::ConvertExecutablePath()
 
 QZSTD::CAutoPtr<QZPAR::Params> IniFileParser::GetParams() const
 {
-    if (m_pParams)
-        return m_pParams;
+    if (!m_pParams)
+        m_pParams = BuildParams(false);
+    return m_pParams;
+}
+
+QZSTD::CAutoPtr<QZPAR::Params> IniFileParser::BuildParams(bool bMaskPasswords) const
+{
     // Each Params is filled in one step with its entries in name order: one lock per section and no
     // search for the place of each entry. Key names repeat from section to section ("Executable",
     // "CmdLine"), so each spelling is stored once and shared by all its entries.
@@ -518,7 +524,10 @@ QZSTD::CAutoPtr<QZPAR::Params> IniFileParser::GetParams() const
     for (const Section& section : m_vecSections) {
         vecKeys.clear();
         for (const Entry& entry : section.m_vecKeys)
-            vecKeys.push_back({sharedName(entry.m_wsvName), QZPAR::CreateString(entry.m_wsvValue)});
+            vecKeys.push_back({sharedName(entry.m_wsvName),
+                               bMaskPasswords ? QZPAR::CreateString(MaskPasswordValue(
+                                                    entry.m_wsvName, std::wstring(entry.m_wsvValue)))
+                                              : QZPAR::CreateString(entry.m_wsvValue)});
         QZSTD::CAutoPtr<QZPAR::Params> pSection = QZPAR::CreateParams();
         FillInNameOrder(pSection.Get(), vecKeys);
         vecSections.push_back(
@@ -526,8 +535,7 @@ QZSTD::CAutoPtr<QZPAR::Params> IniFileParser::GetParams() const
     }
     QZSTD::CAutoPtr<QZPAR::Params> pRoot = QZPAR::CreateParams();
     FillInNameOrder(pRoot.Get(), vecSections);
-    m_pParams = pRoot;
-    return m_pParams;
+    return pRoot;
 }
 
 const IniFileParser::Entry* IniFileParser::FindEntry(std::wstring_view wsvSection,

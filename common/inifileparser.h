@@ -135,6 +135,8 @@ private:
     void ParseOwnText(const std::vector<std::wstring>* pSections, const std::wstring& wstrOrigin);
     const Entry* FindEntry(std::wstring_view wsvSection, std::wstring_view wsvKey) const;
     void ConvertExecutablePath();
+    // The parsed content as a tree; with bMaskPasswords, as it may be traced (passwords masked).
+    QZSTD::CAutoPtr<QZPAR::Params> BuildParams(bool bMaskPasswords) const;
 
     // The parsed content as a tree, built on demand from the index (null until then).
     mutable QZSTD::CAutoPtr<QZPAR::Params> m_pParams;

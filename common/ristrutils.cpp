@@ -111,4 +111,11 @@ std::wstring MaskPasswords(const std::wstring& wstrCmdLine)
     return wstrOut;
 }
 
+std::wstring MaskPasswordValue(std::wstring_view wsvKey, const std::wstring& wstrValue)
+{
+    if (IsPasswordKey(wsvKey))
+        return L"<password of " + std::to_wstring(wstrValue.size()) + L" characters>";
+    return MaskPasswords(wstrValue);
+}
+
 }  // namespace QZRI

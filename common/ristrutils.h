@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace QZRI {
 
@@ -24,5 +25,10 @@ std::wstring DecodeHexString(const std::wstring& wstrValue);
 // or "PASSWORD" (any case) becomes "<password of N characters>"; everything else, quotes and blanks
 // included, stays as it was. Passwords reach setups on their command lines, never the trace.
 std::wstring MaskPasswords(const std::wstring& wstrCmdLine);
+
+// A value of a package's ini file as it may be traced: the whole value of a key whose name holds "PWD"
+// or "PASSWORD" (any case) becomes "<password of N characters>"; any other value is masked as a command
+// line ("MsiProperties=... PROXYPASSWORD=secret").
+std::wstring MaskPasswordValue(std::wstring_view wsvKey, const std::wstring& wstrValue);
 
 }  // namespace QZRI

@@ -52,6 +52,39 @@ std::wstring ActionNameOf(const std::wstring& wstrText)
     return nDot == std::wstring::npos ? wstrName : wstrName.substr(0, nDot);
 }
 
+// The verbose log's text, in whichever of its two encodings the installer wrote it.
+std::wstring ReadLogText(const std::wstring& wstrPath)
+{
+    std::ifstream in(PathFromWide(wstrPath), std::ios::binary);
+    const std::string strData((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (strData.size() >= 2 && strData[0] == '\xFF' && strData[1] == '\xFE')
+        return QZSTD::Utf16LeBytesToWide(std::string_view(strData).substr(2));
+    return AnsiToWide(strData);
+}
+
+// The first action that the log says ended otherwise than with success ("Action ended 10:00:01:
+// QzCa. Return value 3."), the sequences that hold the actions left out. Not every installer tells
+// its handlers when a custom action starts, but each writes its end into the log.
+std::wstring FailedActionInLog(const std::wstring& wstrLog)
+{
+    static const std::wstring wstrEnded = L"Action ended ";
+    static const std::wstring wstrValue = L". Return value ";
+    for (size_t nAt = 0; (nAt = wstrLog.find(wstrEnded, nAt)) != std::wstring::npos;
+         nAt += wstrEnded.size()) {
+        const size_t nLineEnd = std::min(wstrLog.find(L'\n', nAt), wstrLog.size());
+        const std::wstring wstrLine = wstrLog.substr(nAt, nLineEnd - nAt);
+        const size_t nName = wstrLine.find(L": ");
+        const size_t nValue = wstrLine.find(wstrValue);
+        if (nName == std::wstring::npos || nValue == std::wstring::npos || nValue < nName)
+            continue;
+        const std::wstring wstrName = wstrLine.substr(nName + 2, nValue - nName - 2);
+        const bool bSequence = wstrName == L"INSTALL" || wstrName == L"ADMIN" || wstrName == L"ADVERTISE";
+        if (!bSequence && wstrLine.compare(nValue + wstrValue.size(), 2, L"1.") != 0)
+            return wstrName;
+    }
+    return std::wstring();
+}
+
 MsiMessageSink* g_pCurrent = nullptr;
 
 }  // namespace
@@ -78,8 +111,15 @@ public:
         QZ_TRACE_I(L"QZMsiSetupImpl::Launch(%ls) log file is %ls, params: %ls\n", m_wstrPackage,
                    m_wstrLogPath, lines.m_wstrLogged);
         m_vecExternal.clear();
+        m_vecSecrets = SecretsOf(m_vecParams);
         const uint32_t nResult = LaunchWhileBusy(options, lines.m_wstrPassed);
         ScrubLog();
+        if (nResult != MSI_ERROR_SUCCESS && nResult != MSI_ERROR_SUCCESS_REBOOT_REQUIRED &&
+            nResult != MSI_ERROR_SUCCESS_REBOOT_INITIATED) {
+            const std::wstring wstrFailed = FailedActionInLog(ReadLogText(m_wstrLogPath));
+            if (!wstrFailed.empty())
+                m_wstrLastAction = wstrFailed;
+        }
         vecExternal = m_vecExternal;
         return nResult;
     }
@@ -96,8 +136,9 @@ public:
 
     const std::wstring& LogPath() const override { return m_wstrLogPath; }
 
-    int OnStringMessage(uint32_t nType, const std::wstring& wstrText) override
+    int OnStringMessage(uint32_t nType, const std::wstring& wstrMessage) override
     {
+        const std::wstring wstrText = WithoutSecrets(wstrMessage);
         switch (nType & 0xFF000000) {
             case MSI_MESSAGE_ERROR:
                 m_wstrLastError = wstrText;
@@ -118,8 +159,9 @@ public:
     }
 
     int OnRecordMessage(uint32_t nType, const std::vector<std::wstring>& vecFields,
-                        const std::wstring& wstrText) override
+                        const std::wstring& wstrMessage) override
     {
+        const std::wstring wstrText = WithoutSecrets(wstrMessage);
         switch (nType & 0xFF000000) {
             case MSI_MESSAGE_INFO:
                 if (wstrText.find(EXTERNAL_PROPERTY_MARK) == std::wstring::npos)
@@ -207,15 +249,30 @@ private:
         m_vecExternal.push_back(MsiSetupParameter{vecFields[1], vecFields[2], 0});
     }
 
-    // Windows Installer writes what it was given into the verbose log; not every installer honours
-    // MsiHiddenProperties.
-    void ScrubLog()
+    static std::vector<std::wstring> SecretsOf(const std::vector<MsiSetupParameter>& vecParams)
     {
         std::vector<std::wstring> vecSecrets;
-        for (const MsiSetupParameter& param : m_vecParams)
+        for (const MsiSetupParameter& param : vecParams)
             if (IsPasswordProperty(param.m_wstrName) && !param.m_wstrValue.empty())
                 vecSecrets.push_back(param.m_wstrValue);
-        if (!vecSecrets.empty() && !ScrubSecretsInFile(m_wstrLogPath, vecSecrets)) {
+        return vecSecrets;
+    }
+
+    // Not every installer honours MsiHiddenProperties: the messages it sends may quote a password
+    // (a property dump at the end of the run), and they go on to the trace and the failure's description.
+    std::wstring WithoutSecrets(std::wstring wstrText) const
+    {
+        for (const std::wstring& wstrSecret : m_vecSecrets)
+            for (size_t nAt = 0; (nAt = wstrText.find(wstrSecret, nAt)) != std::wstring::npos;
+                 nAt += wstrSecret.size())
+                wstrText.replace(nAt, wstrSecret.size(), wstrSecret.size(), L'*');
+        return wstrText;
+    }
+
+    // Windows Installer writes what it was given into the verbose log, for the same reason.
+    void ScrubLog()
+    {
+        if (!m_vecSecrets.empty() && !ScrubSecretsInFile(m_wstrLogPath, m_vecSecrets)) {
             QZ_TRACE_SCOPE(MODULE, "QZMsiSetupImpl::Launch");
             QZ_TRACE_W(L"%hs: the log '%ls' could not be cleared of the passwords.\n", QZ_SCOPE_NAME,
                        m_wstrLogPath);
@@ -248,6 +305,7 @@ private:
     WindowsInstaller& m_installer;
     std::wstring m_wstrLogPath;
     std::vector<MsiSetupParameter> m_vecExternal;
+    std::vector<std::wstring> m_vecSecrets;
     std::wstring m_wstrLastAction;
     std::wstring m_wstrLastError;
 };

@@ -121,7 +121,8 @@ public:
     // Installs or patches; Windows Installer's answer. The properties the package handed over
     // ("QZAK_EXTERNAL_PROPERTY") land in vecExternal.
     virtual uint32_t Launch(const MsiLaunchOptions& options, std::vector<MsiSetupParameter>& vecExternal) = 0;
-    // After a failure: "Action <name> failed: <the last error message>", or what of it is known.
+    // After a failure: "Action <name> failed: <the last error message>", or what of it is known. The
+    // action is the one the log says failed, else the last one started.
     virtual std::wstring FailureDescription() const = 0;
     virtual const std::wstring& LogPath() const = 0;
 };

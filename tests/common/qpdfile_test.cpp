@@ -2,6 +2,7 @@
 // and companion), the package folder (key files, copies) and the localization data of the agent.
 #include "common/qpdfile.h"
 #include "common/ansicp.h"
+#include "common/inifileparser.h"
 #include "common/localization.h"
 #include "common/ristrutils.h"
 #include "common/rmtinstutils.h"
@@ -16,6 +17,7 @@
 #include "std/error.h"
 #include "std/par/paramshelpers.h"
 #include "std/par/serialize.h"
+#include "std/trace.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 #include "tests/testutil/memoryfiles.h"
@@ -40,6 +42,26 @@ TEST(MaskPasswords, ReplacesPasswordValuesByTheirLengthOnly)
     };
     for (const auto& [szLine, szMasked] : rows)
         EXPECT_EQ(QZRI::MaskPasswords(szLine), szMasked) << szLine;
+}
+
+// A package's ini file is traced as it is read; its passwords only as their length, whether a key of
+// their own holds them or a command line of properties does. The values read stay as written.
+TEST(MaskPasswords, AnIniFileIsTracedWithItsPasswordsMasked)
+{
+    QZTEST::TempFolder folder;
+    const std::wstring wstrIni = folder.Join(L"package.qpd");
+    QZTEST::WriteFileBytes(wstrIni,
+                           "[Setup]\r\nMsiProperties=A=\"x y\" PROXYPASSWORD=Canary1\r\n"
+                           "[Uninstall]\r\nUserPwd=Canary22\r\n");
+    ASSERT_TRUE(QZSTD::TraceOpen(folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
+    const auto pIni = QZRI::IniFileParser::Create(wstrIni);
+    QZSTD::TraceClose();
+    const std::string strTrace = QZTEST::ReadFileBytes(folder.Join(L"trace.txt"));
+    EXPECT_EQ(strTrace.find("Canary"), std::string::npos) << strTrace;
+    EXPECT_NE(strTrace.find("A=\"x y\" PROXYPASSWORD=<password of 7 characters>"), std::string::npos)
+        << strTrace;
+    EXPECT_NE(strTrace.find("UserPwd = (STRING_T)\"<password of 8 characters>\""), std::string::npos);
+    EXPECT_EQ(pIni->GetString(L"Uninstall", L"UserPwd", L""), L"Canary22");
 }
 
 TEST(HexString, EncodesUtf16LeInUpperCaseHexDecodesPrefixedValuesPassesPlainTextAndRoundTripsEveryCharacter)

@@ -168,7 +168,7 @@ TEST(MsiLaunchTest, HandlersAreSetAndRestoredAroundTheInstallationOrThePatch)
 TEST(MsiLaunchTest, MessagesGoToTheCallbackPropertiesAreCollectedAFailureIsExplained)
 {
     FakeInstaller installer;
-    installer.m_vecResults = {1603};
+    installer.m_vecResults = {1603, 1603};
     installer.m_fnMessages = [](MsiMessageSink& sink) {
         EXPECT_EQ(
             sink.OnRecordMessage(MSI_MESSAGE_ACTIONSTART, {}, L"Action 10:00:01: InstallFiles. Copying"), 7);
@@ -191,6 +191,19 @@ TEST(MsiLaunchTest, MessagesGoToTheCallbackPropertiesAreCollectedAFailureIsExpla
                                          L"files:app.exe/App window", L"progress:1: 2",
                                          L"error:Error 1310. Cannot write C:\\f"}));
     EXPECT_EQ(pSetup->FailureDescription(), L"Action InstallFiles failed: Error 1310. Cannot write C:\\f");
+
+    // The log names the action that failed where the handlers were not told that it started.
+    QZTEST::TempFolder folder;
+    installer.m_fnMessages = [&](MsiMessageSink& sink) {
+        sink.OnRecordMessage(MSI_MESSAGE_ACTIONSTART, {}, L"Action 10:00:01: ProcessComponents. Updating");
+        QZTEST::WriteFileBytes(folder.Join(L"l.txt"),
+                               "Action ended 10:00:01: InstallFiles. Return value 1.\r\n"
+                               "Action ended 10:00:02: QzCa. Return value 3.\r\n"
+                               "Action ended 10:00:02: INSTALL. Return value 3.\r\n");
+    };
+    pSetup = CreateMsiSetup(L"p.msi", {}, callback, installer, folder.Join(L"l.txt"));
+    EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), 1603u);
+    EXPECT_EQ(pSetup->FailureDescription(), L"Action QzCa failed");
 }
 
 // Busy: tried again after growing pauses until the limit, never beyond it; a stop ends the waiting.
@@ -230,13 +243,16 @@ TEST(MsiLaunchTest, ABusyInstallerIsTriedAgainAfterGrowingPausesUpToTheLimit)
     }
 }
 
-// The passed secrets leave the log, in whichever encoding the installer wrote it; the rest stays.
+// The passed secrets leave the installer's messages before anyone sees them, and the log after the run,
+// in whichever encoding the installer wrote it; the rest stays.
 TEST(MsiLaunchTest, PasswordsAreScrubbedFromTheLogAfterTheRun)
 {
     QZTEST::TempFolder folder;
     const std::wstring wstrLog = folder.Join(L"msi.log");
     FakeInstaller installer;
-    installer.m_fnMessages = [&](MsiMessageSink&) {
+    installer.m_fnMessages = [&](MsiMessageSink& sink) {
+        sink.OnStringMessage(MSI_MESSAGE_INFO, L"Property(S): PROXYPASSWORD = s3cret");
+        sink.OnRecordMessage(MSI_MESSAGE_ACTIONSTART, {}, L"Action s3cret.");
         QZTEST::WriteFileBytes(wstrLog, std::string("PROXYPASSWORD = s3cret; A = 1\n") +
                                             std::string("s\0"
                                                         "3\0c\0r\0e\0t\0",
@@ -248,6 +264,8 @@ TEST(MsiLaunchTest, PasswordsAreScrubbedFromTheLogAfterTheRun)
                                             callback, installer, wstrLog);
     Params vecExternal;
     EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), 0u);
+    EXPECT_EQ(callback.m_vecNotes, (std::vector<std::wstring>{L"info:Property(S): PROXYPASSWORD = ******",
+                                                              L"action:Action ******."}));
     EXPECT_EQ(QZTEST::ReadFileBytes(wstrLog),
               std::string("PROXYPASSWORD = ******; A = 1\n") + std::string("*\0*\0*\0*\0*\0*\0", 12) + "end");
 }
