@@ -6,7 +6,9 @@
 #   3. a start on a host that is managed by another administration server;
 #   4. a silent start whose setup fails: the result in setup.log, explained by "qzpkg result";
 #   5. (Wine) an installation whose setup asks for a reboot and a rerun: the agent's service, a
-#      simulated reboot, the relaunch, and the final result.
+#      simulated reboot, the relaunch, and the final result;
+#   6. (Wine) the example Windows Installer package (examples/msi) installed in the agent's process
+#      with a property and a password, then removed again.
 #   scripts/demo.sh            the Windows build under wine64 (default)
 #   scripts/demo.sh --native   the Linux build
 # On a fresh Debian machine (as root) it installs and builds what it needs first.
@@ -36,7 +38,9 @@ else
 fi
 mkdir -p build
 cmake --preset "$preset" >build/demo-configure.log 2>&1 || { cat build/demo-configure.log; exit 1; }
-cmake --build --preset "$preset" --target qzriwrap qzpkg qz_example_setup | tail -n 1
+targets=(qzriwrap qzpkg qz_example_setup)
+[ "$mode" = wine ] && targets+=(qz_example_msi)
+cmake --build --preset "$preset" --target "${targets[@]}" | tail -n 1
 
 work=$root/build/demo-$mode
 rm -rf "$work"
@@ -154,9 +158,35 @@ reboot_install() {
   export QZCSAK_SYSTEMP_PATH=$trace_env WINEPREFIX=$root/build/win64/wineprefix
 }
 
+# The example Windows Installer package: its properties from the package description, a password among
+# them that must reach neither the trace nor the installer's log, the product removed afterwards.
+msi_install() {
+  local pkg=$work/msi wine_dir=/usr/lib/wine log
+  mkdir -p "$pkg"
+  cp "build/$preset/qzri/riwrap/$exe" "build/$preset/examples/example.msi" "$pkg/"
+  printf '[Product]\r\nName=QZ Example Product\r\n[Setup]\r\nExecutable=example.msi\r\nMsiProperties=EXAMPLEDATA="shown by the demo" PROXYPASSWORD=demo-secret\r\n[SetupProcessResult_NeedReboot]\r\n3010=1\r\n1641=1\r\n' >"$pkg/package.qpd"
+  echo "package description:"; sed 's/^/  /' "$pkg/package.qpd" | tr -d '\r'
+  rm -f "$work/trace/\$qzriwrp.txt"
+  set +e; scripts/wine-run.sh "$pkg/$exe" /s; echo "exit code:    $?"; set -e
+  tr -d '\r' <"$work/trace/\$qzriwrp.txt" | grep -E "QZMsiSetupImpl::Launch\(|Windows Installer returned|Exit code" |
+    sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /'
+  echo "the product's registry value:"
+  WINEDEBUG=-all "$wine_dir/wine64" reg query 'HKLM\Software\Wow6432Node\QZ Example Product' /v Data 2>/dev/null | tr -d '\r' | grep Data
+  log=$(tr -d '\r' <"$work/trace/\$qzriwrp.txt" | sed -n "s/.*its log is '\(.*\)'\..*/\1/p" | tail -n 1)
+  log=$("$wine_dir/wine64" winepath -u "$log" 2>/dev/null | tr -d '\r' || true)
+  if [ -n "$log" ] && [ -f "$log" ]; then
+    echo "the password in the installer's log ($log): $(grep -c demo-secret "$log" || true) time(s)"
+  fi
+  echo "the result (qzpkg result):"
+  run_tool result "$(os_path "$pkg")" | sed 's/^/  /'
+  WINEDEBUG=-all "$wine_dir/wine64" msiexec /x "$(os_path "$pkg/example.msi")" /qn && echo "the example product was removed again"
+}
+
 if [ "$mode" = wine ]; then
   say "5. an installation across a reboot: the service resumes the task and the result is reported"
   reboot_install
+  say "6. the example Windows Installer package, installed in the agent's process"
+  msi_install
 fi
 
 say "done: the agent ran $([ "$mode" = wine ] && echo 'under wine64' || echo natively); files are in $work"

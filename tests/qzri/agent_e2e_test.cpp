@@ -4,6 +4,8 @@
 // through QZCSAK_SYSTEMP_PATH and the management agent's storage is a private file (QZ_LOCAL_SS_PATH).
 #ifdef _WIN32
 #include <windows.h>
+
+#include <msi.h>
 #endif
 
 #include <gtest/gtest.h>
@@ -335,5 +337,53 @@ TEST_F(AgentRunTest, ASetupThatIsNoProgramOrHasAVeryLongCommandLine)
     ASSERT_EQ(RunAgent({L"/s", wstrLong}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR)) << Dump();
     EXPECT_TRUE(QZTEST::ReadFileBytes(m_wstrPkg + L"setup-ran.txt").ends_with(QZSTD::WideToUtf8(wstrLong)));
 }
+
+#ifdef _WIN32
+// A package whose setup is the example Windows Installer package, with its properties and a password
+// among them: installed in the agent's process and reported; the password is in none of the trace, the
+// installer's log and the package's result files.
+TEST_F(AgentRunTest, AWindowsInstallerPackageIsInstalledWithoutLeakingItsPassword)
+{
+    const std::string strCanary = "Canary-5d1bX";
+    fs::copy_file(fs::path(BuildPath(QZ_EXAMPLE_MSI_PATH)), fs::path(m_wstrPkg + L"example.msi"));
+    QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
+                           "[Setup]\r\nExecutable=example.msi\r\nMsiProperties=EXAMPLEDATA=\"set by the "
+                           "package\" PROXYPASSWORD=" +
+                               strCanary + "\r\n");
+    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR)) << Dump();
+    EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", -1), 0);
+    std::string strLog;
+    for (const std::string& strRecord : m_vecRecords) {
+        const size_t nAt = strRecord.find("its log is '");
+        if (strRecord.find("Windows Installer returned 0;") != std::string::npos && nAt != std::string::npos)
+            strLog = strRecord.substr(nAt + 12, strRecord.size() - nAt - 14);
+    }
+    ASSERT_FALSE(strLog.empty()) << Dump();
+    std::vector<std::wstring> vecFiles{QZSTD::Utf8ToWide(strLog)};
+    for (const std::wstring& wstrFolder : {m_wstrTraceFolder, m_wstrPkg})
+        for (const std::string& strName : QZTEST::FileNamesIn(wstrFolder))
+            if (strName != "package.qpd" && strName != "example.msi")
+                vecFiles.push_back(wstrFolder + QZSTD::Utf8ToWide(strName));
+    for (const std::wstring& wstrFile : vecFiles) {
+        const std::string strData = QZTEST::ReadFileBytes(wstrFile);
+        EXPECT_FALSE(strData.empty() && wstrFile == vecFiles.front()) << "no installer log";
+        EXPECT_EQ(strData.find(strCanary), std::string::npos) << QZSTD::WideToUtf8(wstrFile);
+        EXPECT_EQ(strData.find(QZSTD::WideToUtf16LeBytes(QZSTD::Utf8ToWide(strCanary), false)),
+                  std::string::npos)
+            << QZSTD::WideToUtf8(wstrFile);
+    }
+    // The example package is a 32-bit one: its value is in the 32-bit view of the registry.
+    HKEY hKey = nullptr;
+    ASSERT_EQ(::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software\\QZ Example Product", 0,
+                              KEY_READ | KEY_WOW64_32KEY, &hKey),
+              ERROR_SUCCESS);
+    wchar_t szData[64] = {};
+    DWORD dwSize = sizeof(szData);
+    EXPECT_EQ(::RegGetValueW(hKey, nullptr, L"Data", RRF_RT_REG_SZ, nullptr, szData, &dwSize), ERROR_SUCCESS);
+    ::RegCloseKey(hKey);
+    EXPECT_EQ(std::wstring(szData), L"set by the package");
+    EXPECT_EQ(::MsiInstallProductW((m_wstrPkg + L"example.msi").c_str(), L"REMOVE=ALL"), ERROR_SUCCESS);
+}
+#endif
 
 }  // namespace
