@@ -52,6 +52,9 @@ struct AgentServices
     class ProductUninstaller* m_pUninstaller = nullptr;
     // Opens a file through the shell after an installation.
     class ShellOpener* m_pShell = nullptr;
+    // Downloads a package's setup files (download.h), through the proxy the source names.
+    class Transfer* m_pTransfer = nullptr;
+    class ProxySource* m_pProxy = nullptr;
 };
 
 }  // namespace QZRI

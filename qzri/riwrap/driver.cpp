@@ -13,6 +13,7 @@
 #include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/cmdlinekeys.h"
+#include "qzri/riwrap/download.h"
 #include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/msidriver.h"
 #include "qzri/riwrap/reports.h"
@@ -32,7 +33,6 @@ namespace {
 
 constexpr const char* MODULE = "QZRIWRP";
 constexpr const char* SCOPE = "RunExecutable";
-constexpr const wchar_t* PACKAGE_SOURCE_CONFIG = L"qzriwrap.cfg";
 // [Product] "Name" of a package that installs an operating-system image for network boot.
 constexpr const wchar_t* OS_IMAGE_PACKAGE = L"pxe_osimage_package";
 
@@ -371,13 +371,6 @@ std::optional<int32_t> RunSingleUninstall(RiWrpData& data, const AgentServices& 
     return nExitCode;
 }
 
-bool NeedsDownload(const RiWrpData& data, const AgentServices& services)
-{
-    const std::wstring wstrConfig = data.m_wstrDirPath + PACKAGE_SOURCE_CONFIG;
-    return services.m_pOs->FileExists(wstrConfig) &&
-           QZSTD::GetProfileInt(wstrConfig, L"qzpkgsrc", L"should_download", 1) != 0;
-}
-
 long SetupTimeoutMs(const RiWrpData& data)
 {
     const long lSeconds = data.m_pQpd->GetInt(L"Setup", L"TimeoutSec", 0);
@@ -545,9 +538,10 @@ int32_t RunSteps(RiWrpData& data, const AgentServices& services)
         // request, or a package that asked to be checked after a reboot would reboot for ever.
         return JudgeInstallation(data, 0, bCheckProcessResult, false, services);
     }
-    if (NeedsDownload(data, services)) {
+    DownloadFailure failure;
+    if (CheckAndDownloadExecutableIfNeeded(data, &failure, services) != EResult::SUCCESS) {
         QZ_TRACE_E(L"Download failed.\n");
-        return NotAvailable(data, L"Downloading the package", services);
+        return Finish(data, failure.m_msg, failure.m_nCode, services);
     }
     const std::wstring wstrSetup = SetupPathOf(data);
     if (!services.m_pOs->FileExists(wstrSetup)) {

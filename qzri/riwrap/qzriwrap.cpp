@@ -12,6 +12,7 @@
 #include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/clock.h"
+#include "qzri/riwrap/download.h"
 #include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/qzcsmain.h"
 #include "qzri/riwrap/reports.h"
@@ -53,6 +54,8 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<Waits> pWaits = CreateSystemWaits(QZSTD::ProcessShutdown());
     LocalStorageProducts products(QZSTD::GetLocalSettingsStoragePath());
     std::unique_ptr<ShellOpener> pShell = CreateSystemShellOpener();
+    std::unique_ptr<Transfer> pTransfer = CreateCurlTransfer();
+    std::unique_ptr<ProxySource> pProxy = CreateProxySource();
 
     AgentServices services;
     services.m_pOs = pOs.get();
@@ -68,6 +71,8 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     // No uninstaller in this build: the driver ends an uninstallation with QZRI_RSLT_NOT_AVAILABLE.
     services.m_pUninstaller = nullptr;
     services.m_pShell = pShell.get();
+    services.m_pTransfer = pTransfer.get();
+    services.m_pProxy = pProxy.get();
     // These three act through the services themselves.
     ServiceAutostart autostart(services);
     services.m_pAutostart = &autostart;

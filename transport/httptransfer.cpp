@@ -1,0 +1,285 @@
+// The file transfer: curl writes each block to the file and hands a copy to the hashing thread through
+// a bounded queue, so that hashing never slows the transfer down and memory stays small whatever the
+// file's size.
+#include "transport/httptransfer.h"
+
+#include <curl/curl.h>
+#include <openssl/evp.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "std/error.h"
+#include "std/strconv.h"
+#include "std/trace.h"
+
+namespace QZTRANSPORT {
+namespace {
+
+constexpr const char* TRACE_MODULE = "QZTRANSPORT";
+// At most this many blocks wait for the hashing thread (curl's blocks are at most 512 KiB here).
+constexpr size_t MAX_QUEUED_BLOCKS = 32;
+constexpr long BUFFER_SIZE = 512 * 1024;
+
+std::filesystem::path FsPath(const std::wstring& wstrPath)
+{
+#ifdef _WIN32
+    return std::filesystem::path(wstrPath);
+#else
+    return std::filesystem::path(QZSTD::WideToUtf8(wstrPath));
+#endif
+}
+
+std::string Hex(const unsigned char* pBytes, unsigned int nLen)
+{
+    static const char DIGITS[] = "0123456789abcdef";
+    std::string str;
+    for (unsigned int n = 0; n < nLen; ++n) {
+        str += DIGITS[pBytes[n] >> 4];
+        str += DIGITS[pBytes[n] & 0xF];
+    }
+    return str;
+}
+
+class Sha256
+{
+public:
+    Sha256() : m_pCtx(EVP_MD_CTX_new(), &EVP_MD_CTX_free)
+    {
+        if (!m_pCtx || EVP_DigestInit_ex(m_pCtx.get(), EVP_sha256(), nullptr) != 1)
+            QZ_ASSERTION_FAILED("EVP_DigestInit_ex");
+    }
+    void Update(const void* pData, size_t nLen) { EVP_DigestUpdate(m_pCtx.get(), pData, nLen); }
+    std::string Final()
+    {
+        unsigned char digest[EVP_MAX_MD_SIZE];
+        unsigned int nLen = 0;
+        EVP_DigestFinal_ex(m_pCtx.get(), digest, &nLen);
+        return Hex(digest, nLen);
+    }
+
+private:
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> m_pCtx;
+};
+
+// Hashes the blocks it is given on a thread of its own; Push blocks only while the queue is full.
+class HashingThread
+{
+public:
+    HashingThread() : m_thread([this] { Run(); }) {}
+    ~HashingThread()
+    {
+        if (m_thread.joinable())
+            Finish();
+    }
+    HashingThread(const HashingThread&) = delete;
+    HashingThread& operator=(const HashingThread&) = delete;
+
+    void Push(const char* pData, size_t nLen)
+    {
+        std::unique_lock lock(m_mutex);
+        m_cvSpace.wait(lock, [this] { return m_queue.size() < MAX_QUEUED_BLOCKS; });
+        m_queue.emplace_back(pData, pData + nLen);
+        m_cvData.notify_one();
+    }
+
+    std::string Finish()
+    {
+        {
+            std::lock_guard lock(m_mutex);
+            m_bDone = true;
+        }
+        m_cvData.notify_one();
+        m_thread.join();
+        return m_sha.Final();
+    }
+
+private:
+    void Run()
+    {
+        for (;;) {
+            std::vector<char> block;
+            {
+                std::unique_lock lock(m_mutex);
+                m_cvData.wait(lock, [this] { return m_bDone || !m_queue.empty(); });
+                if (m_queue.empty())
+                    return;
+                block = std::move(m_queue.front());
+                m_queue.pop_front();
+            }
+            m_cvSpace.notify_one();
+            m_sha.Update(block.data(), block.size());
+        }
+    }
+
+    Sha256 m_sha;
+    std::mutex m_mutex;
+    std::condition_variable m_cvData;
+    std::condition_variable m_cvSpace;
+    std::deque<std::vector<char>> m_queue;
+    bool m_bDone = false;
+    std::thread m_thread;
+};
+
+struct Sink
+{
+    std::ofstream m_file;
+    HashingThread m_hasher;
+    uint64_t m_nBytes = 0;
+    bool m_bWriteFailed = false;
+    const TransferOptions* m_pOptions = nullptr;
+};
+
+size_t OnData(char* pData, size_t nSize, size_t nCount, void* pvSink)
+{
+    Sink& sink = *static_cast<Sink*>(pvSink);
+    const size_t nLen = nSize * nCount;
+    sink.m_file.write(pData, static_cast<std::streamsize>(nLen));
+    if (!sink.m_file) {
+        sink.m_bWriteFailed = true;
+        return 0;
+    }
+    sink.m_hasher.Push(pData, nLen);
+    sink.m_nBytes += nLen;
+    return nLen;
+}
+
+int OnProgress(void* pvSink, curl_off_t nTotal, curl_off_t nNow, curl_off_t, curl_off_t)
+{
+    const Sink& sink = *static_cast<const Sink*>(pvSink);
+    if (sink.m_pOptions->m_fnProgress)
+        sink.m_pOptions->m_fnProgress(static_cast<uint64_t>(nNow), static_cast<uint64_t>(nTotal));
+    return 0;
+}
+
+using CurlPtr = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
+
+void SetProxy(CURL* pCurl, const ProxySettings& proxy)
+{
+    QZ_TRACE_SCOPE(TRACE_MODULE, "QZTRANSPORT::DownloadFile");
+    if (!proxy.m_bUse || proxy.m_wstrLocation.empty()) {
+        // No proxy of the agent's own: none at all, whatever the environment says.
+        curl_easy_setopt(pCurl, CURLOPT_PROXY, "");
+        QZ_TRACE_I(L"%hs: no proxy.\n", QZ_SCOPE_NAME);
+        return;
+    }
+    curl_easy_setopt(pCurl, CURLOPT_PROXY, QZSTD::WideToUtf8(proxy.m_wstrLocation).c_str());
+    QZ_TRACE_I(L"%hs: proxy '%ls', authentication %ls, user '%ls', password of %d characters.\n",
+               QZ_SCOPE_NAME, proxy.m_wstrLocation, proxy.m_bAuthenticate ? L"on" : L"off", proxy.m_wstrUser,
+               static_cast<int>(proxy.m_wstrPassword.size()));
+    if (proxy.m_bAuthenticate) {
+        curl_easy_setopt(pCurl, CURLOPT_PROXYAUTH, CURLAUTH_ANY);
+        curl_easy_setopt(pCurl, CURLOPT_PROXYUSERNAME, QZSTD::WideToUtf8(proxy.m_wstrUser).c_str());
+        curl_easy_setopt(pCurl, CURLOPT_PROXYPASSWORD, QZSTD::WideToUtf8(proxy.m_wstrPassword).c_str());
+    }
+}
+
+void Configure(CURL* pCurl, const std::string& strUrl, const TransferOptions& options, Sink& sink,
+               char* szError)
+{
+    curl_easy_setopt(pCurl, CURLOPT_URL, strUrl.c_str());
+    curl_easy_setopt(pCurl, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(pCurl, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(pCurl, CURLOPT_MAXREDIRS, 10L);
+    curl_easy_setopt(pCurl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(pCurl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(pCurl, CURLOPT_BUFFERSIZE, BUFFER_SIZE);
+    curl_easy_setopt(pCurl, CURLOPT_CONNECTTIMEOUT, options.m_lConnectTimeoutSec);
+    curl_easy_setopt(pCurl, CURLOPT_LOW_SPEED_LIMIT, options.m_lLowSpeedBytesPerSec);
+    curl_easy_setopt(pCurl, CURLOPT_LOW_SPEED_TIME, options.m_lLowSpeedTimeSec);
+    curl_easy_setopt(pCurl, CURLOPT_WRITEFUNCTION, &OnData);
+    curl_easy_setopt(pCurl, CURLOPT_WRITEDATA, &sink);
+    curl_easy_setopt(pCurl, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(pCurl, CURLOPT_XFERINFOFUNCTION, &OnProgress);
+    curl_easy_setopt(pCurl, CURLOPT_XFERINFODATA, &sink);
+    curl_easy_setopt(pCurl, CURLOPT_ERRORBUFFER, szError);
+    if (!options.m_wstrCaFile.empty())
+        curl_easy_setopt(pCurl, CURLOPT_CAINFO, QZSTD::WideToUtf8(options.m_wstrCaFile).c_str());
+}
+
+void RemoveQuietly(const std::wstring& wstrFile)
+{
+    std::error_code ec;
+    std::filesystem::remove(FsPath(wstrFile), ec);
+}
+
+}  // namespace
+
+Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile, const ProxySettings& proxy,
+                        const TransferOptions& options)
+{
+    QZ_TRACE_SCOPE(TRACE_MODULE, "QZTRANSPORT::DownloadFile");
+    static const CURLcode s_eInit = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (s_eInit != CURLE_OK)
+        QZ_THROW(MODULE, TRANSFER_FAILED, curl_easy_strerror(s_eInit), static_cast<int>(s_eInit));
+    CurlPtr pCurl(curl_easy_init(), &curl_easy_cleanup);
+    QZ_ASSERT(pCurl);
+    QZ_TRACE_I(L"%hs: '%hs' into '%ls'.\n", QZ_SCOPE_NAME, strUrl, wstrFile);
+
+    Sink sink;
+    sink.m_pOptions = &options;
+    sink.m_file.open(FsPath(wstrFile), std::ios::binary | std::ios::trunc);
+    if (!sink.m_file)
+        QZ_THROW(MODULE, WRITE_FAILED, wstrFile);
+    char szError[CURL_ERROR_SIZE] = {};
+    Configure(pCurl.get(), strUrl, options, sink, szError);
+    SetProxy(pCurl.get(), proxy);
+    const CURLcode eResult = curl_easy_perform(pCurl.get());
+    long lStatus = 0;
+    curl_easy_getinfo(pCurl.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+    sink.m_file.close();
+    Downloaded done;
+    done.m_strSha256 = sink.m_hasher.Finish();
+    done.m_nBytes = sink.m_nBytes;
+    QZ_TRACE_I(L"%hs: curl %d, HTTP status %ld, %llu bytes.\n", QZ_SCOPE_NAME, static_cast<int>(eResult),
+               lStatus, static_cast<unsigned long long>(done.m_nBytes));
+
+    if (sink.m_bWriteFailed || (eResult == CURLE_OK && !sink.m_file)) {
+        RemoveQuietly(wstrFile);
+        QZ_THROW(MODULE, WRITE_FAILED, wstrFile);
+    }
+    if (eResult != CURLE_OK) {
+        RemoveQuietly(wstrFile);
+        const std::string strText = szError[0] ? szError : curl_easy_strerror(eResult);
+        QZ_THROW(MODULE, TRANSFER_FAILED, strText, static_cast<int>(eResult));
+    }
+    // A proxy's 407 for plain http, a 404 or a 500 arrive as ordinary answers.
+    if (lStatus >= 300 || lStatus == 0) {
+        RemoveQuietly(wstrFile);
+        QZ_THROW(MODULE, HTTP_STATUS, lStatus);
+    }
+    return done;
+}
+
+std::string Sha256OfFile(const std::wstring& wstrFile)
+{
+    std::ifstream in(FsPath(wstrFile), std::ios::binary);
+    if (!in)
+        QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrFile);
+    Sha256 sha;
+    std::vector<char> buffer(BUFFER_SIZE);
+    while (in) {
+        in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        sha.Update(buffer.data(), static_cast<size_t>(in.gcount()));
+    }
+    return sha.Final();
+}
+
+namespace {
+const QZSTD::ErrorEntry g_transportErrors[] = {
+    {TRANSFER_FAILED, L"The transfer failed: %hs (curl %d)"},
+    {HTTP_STATUS, L"The server answered with HTTP status %ld"},
+    {WRITE_FAILED, L"The downloaded file \"%ls\" could not be written"},
+    {0, nullptr},
+};
+const bool g_bRegistered = (QZSTD::RegisterErrorTable(MODULE, g_transportErrors), true);
+}  // namespace
+
+}  // namespace QZTRANSPORT

@@ -1,0 +1,65 @@
+// Downloading one file over HTTP(S), directly or through a proxy, with its SHA-256 computed while the
+// bytes arrive (on a thread of its own beside the transfer, so the file is never read a second time).
+// libcurl underneath: Schannel in the Windows build (the machine's certificate store), OpenSSL
+// natively.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace QZTRANSPORT {
+
+inline constexpr const char* MODULE = "QZTRANSPORT";
+// Codes of module "QZTRANSPORT".
+enum : int
+{
+    // The transfer failed: curl's own code and text ("Couldn't connect to server (7)").
+    TRANSFER_FAILED = 2001,
+    // The server (or the proxy) answered with an HTTP status other than success.
+    HTTP_STATUS = 2002,
+    // The downloaded file could not be written.
+    WRITE_FAILED = 2003,
+};
+
+struct ProxySettings
+{
+    bool m_bUse = false;
+    // "host:port"
+    std::wstring m_wstrLocation;
+    bool m_bAuthenticate = false;
+    std::wstring m_wstrUser;
+    // In clear text only in memory; traced only as its length.
+    std::wstring m_wstrPassword;
+};
+
+struct TransferOptions
+{
+    long m_lConnectTimeoutSec = 60;
+    // A transfer slower than this many bytes per second for m_lLowSpeedTimeSec ends: a stalled server
+    // or connection never holds the agent for ever.
+    long m_lLowSpeedBytesPerSec = 1;
+    long m_lLowSpeedTimeSec = 120;
+    // A CA file to trust instead of the system's (tests); empty: the system's.
+    std::wstring m_wstrCaFile;
+    // Bytes so far and expected in all (0 when unknown); never cancels the transfer.
+    std::function<void(uint64_t nNow, uint64_t nTotal)> m_fnProgress;
+};
+
+struct Downloaded
+{
+    uint64_t m_nBytes = 0;
+    // Lower-case hexadecimal SHA-256 of the bytes written.
+    std::string m_strSha256;
+};
+
+// Downloads strUrl into wstrFile (created or replaced). Raises QZError of module "QZTRANSPORT" when the
+// transfer fails, the server answers with an error status or the file cannot be written; the partial
+// file is then removed.
+Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile, const ProxySettings& proxy,
+                        const TransferOptions& options);
+
+// The SHA-256 of a whole file, lower-case hexadecimal; raises 1205 (QZSTD) when it cannot be read.
+std::string Sha256OfFile(const std::wstring& wstrFile);
+
+}  // namespace QZTRANSPORT
