@@ -10,12 +10,16 @@
 #include "common/rmtinstutils.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/archive.h"
 #include "std/error.h"
+#include "std/par/paramshelpers.h"
 #include "std/process/launch.h"
 #include "std/profile.h"
+#include "std/pwdstore.h"
+#include "std/ss/settingsstorage.h"
 #include "std/strconv.h"
 #include "std/trace.h"
 
@@ -200,17 +204,51 @@ public:
     }
 };
 
-// This build has no reader of the management agent's proxy settings yet: the transfer goes direct.
-class DirectConnection : public ProxySource
+// The management agent's proxy settings, by name, from its section of the local settings storage; no
+// storage, section or use flag: a direct connection.
+class StorageProxySource : public ProxySource
 {
 public:
+    explicit StorageProxySource(std::wstring wstrStorage) : m_wstrStorage(std::move(wstrStorage)) {}
+
     QZTRANSPORT::ProxySettings Get() override
     {
         QZ_TRACE_SCOPE(MODULE, SCOPE);
-        QZ_TRACE_W(L"%hs: no proxy settings source in this build: the package is fetched directly.\n",
-                   QZ_SCOPE_NAME);
-        return QZTRANSPORT::ProxySettings();
+        QZTRANSPORT::ProxySettings proxy;
+        QZSTD::CAutoPtr<QZPAR::Params> pSection;
+        try {
+            pSection = QZSTD::SettingsStorage::OpenReadOnly(m_wstrStorage)
+                           ->ReadSection(MANAGEMENT_AGENT_PRODUCT, MANAGEMENT_AGENT_VERSION, PROXY_SECTION);
+        } catch (const QZSTD::QZError& e) {
+            QZ_TRACE_EXCEPTION_AT(QZSTD::TL_INFO, e);
+            QZ_TRACE_I(L"%hs: no proxy settings in '%ls': a direct connection.\n", QZ_SCOPE_NAME,
+                       m_wstrStorage);
+            return proxy;
+        }
+        proxy.m_bUse = Bool(pSection.Get(), L"QZNPS_PROXY_USE");
+        proxy.m_wstrLocation = String(pSection.Get(), L"QZNPS_PROXY_LOCATION");
+        proxy.m_bAuthenticate = Bool(pSection.Get(), L"QZNPS_PROXY_AUTHENTICATE");
+        proxy.m_wstrUser = String(pSection.Get(), L"QZNPS_PROXY_USER");
+        const std::wstring wstrProtected = String(pSection.Get(), L"QZNPS_PROXYPWD_ENCRYPTED");
+        if (proxy.m_bUse && proxy.m_bAuthenticate && !wstrProtected.empty())
+            proxy.m_wstrPassword = QZSTD::UnprotectPassword(wstrProtected);
+        return proxy;
     }
+
+private:
+    static bool Bool(QZPAR::Params* pSection, const wchar_t* szName)
+    {
+        QZSTD::CAutoPtr<QZPAR::Value> pValue = QZPAR::FindValue(pSection, szName);
+        return pValue && pValue->GetType() == QZPAR::Value::BOOL_T && QZPAR::GetBoolValue(pValue.Get());
+    }
+    static std::wstring String(QZPAR::Params* pSection, const wchar_t* szName)
+    {
+        QZSTD::CAutoPtr<QZPAR::Value> pValue = QZPAR::FindValue(pSection, szName);
+        return pValue && pValue->GetType() == QZPAR::Value::STRING_T ? QZPAR::GetStringValue(pValue.Get())
+                                                                     : std::wstring();
+    }
+
+    std::wstring m_wstrStorage;
 };
 
 }  // namespace
@@ -220,9 +258,9 @@ std::unique_ptr<Transfer> CreateCurlTransfer()
     return std::make_unique<CurlTransfer>();
 }
 
-std::unique_ptr<ProxySource> CreateProxySource()
+std::unique_ptr<ProxySource> CreateProxySource(const std::wstring& wstrStorage)
 {
-    return std::make_unique<DirectConnection>();
+    return std::make_unique<StorageProxySource>(wstrStorage);
 }
 
 std::wstring DownloadNameOf(const std::string& strUrl)

@@ -42,7 +42,12 @@ public:
 };
 
 std::unique_ptr<Transfer> CreateCurlTransfer();
-std::unique_ptr<ProxySource> CreateProxySource();
+// The management agent's settings in the local settings storage at wstrStorage: product "1103", version
+// "1.0.0.0", section PROXY_SECTION, values QZNPS_PROXY_USE and QZNPS_PROXY_AUTHENTICATE (booleans),
+// QZNPS_PROXY_LOCATION, QZNPS_PROXY_USER and QZNPS_PROXYPWD_ENCRYPTED (strings; the password protected by
+// the password store, unprotected only in memory).
+inline constexpr const wchar_t* PROXY_SECTION = L"QZNPS";
+std::unique_ptr<ProxySource> CreateProxySource(const std::wstring& wstrStorage);
 
 enum class EResult
 {

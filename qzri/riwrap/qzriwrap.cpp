@@ -55,7 +55,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     LocalStorageProducts products(QZSTD::GetLocalSettingsStoragePath());
     std::unique_ptr<ShellOpener> pShell = CreateSystemShellOpener();
     std::unique_ptr<Transfer> pTransfer = CreateCurlTransfer();
-    std::unique_ptr<ProxySource> pProxy = CreateProxySource();
+    std::unique_ptr<ProxySource> pProxy = CreateProxySource(QZSTD::GetLocalSettingsStoragePath());
 
     AgentServices services;
     services.m_pOs = pOs.get();

@@ -12,6 +12,8 @@
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/profile.h"
+#include "std/pwdstore.h"
+#include "std/strconv.h"
 #include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
 #include "tests/testutil/zipwriter.h"
@@ -173,6 +175,33 @@ TEST(DownloadTest, TheDownloadsNameComesFromTheUrlsPath)
     EXPECT_EQ(DownloadNameOf("https://h:8443/a/b/pkg.cab?sig=x/y#frag"), L"pkg.cab");
     EXPECT_EQ(DownloadNameOf("http://h/a/"), L"");
     EXPECT_EQ(DownloadNameOf("http://h"), L"");
+}
+
+// The proxy the management agent is configured with, its password unprotected only here; no storage or
+// no section: a direct connection.
+TEST(DownloadTest, TheProxyComesFromTheManagementAgentsSettings)
+{
+    QZTEST::TempFolder folder;
+    QZTEST::SetEnv("QZ_MACHINE_KEY_PATH", folder.Join(L"machine.key"));
+    const std::wstring wstrStorage = folder.Join(L"local_ss.xml");
+    EXPECT_FALSE(CreateProxySource(wstrStorage)->Get().m_bUse);
+    const std::string strProtected = QZSTD::WideToUtf8(QZSTD::ProtectPassword(L"Canary-proxy"));
+    QZTEST::WriteFileBytes(
+        wstrStorage,
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<settings_storage format=\"1\"><product name=\"1103\">"
+        "<version name=\"1.0.0.0\"><section name=\"QZNPS\">"
+        "<value name=\"QZNPS_PROXY_USE\" type=\"BOOL_T\" value=\"true\"/>"
+        "<value name=\"QZNPS_PROXY_LOCATION\" type=\"STRING_T\" value=\"proxy.lan:3128\"/>"
+        "<value name=\"QZNPS_PROXY_AUTHENTICATE\" type=\"BOOL_T\" value=\"true\"/>"
+        "<value name=\"QZNPS_PROXY_USER\" type=\"STRING_T\" value=\"agent\"/>"
+        "<value name=\"QZNPS_PROXYPWD_ENCRYPTED\" type=\"STRING_T\" value=\"" +
+            strProtected + "\"/></section></version></product></settings_storage>\n");
+    const QZTRANSPORT::ProxySettings proxy = CreateProxySource(wstrStorage)->Get();
+    EXPECT_TRUE(proxy.m_bUse && proxy.m_bAuthenticate);
+    EXPECT_EQ(proxy.m_wstrLocation, L"proxy.lan:3128");
+    EXPECT_EQ(proxy.m_wstrUser, L"agent");
+    EXPECT_EQ(proxy.m_wstrPassword, L"Canary-proxy");
+    QZTEST::SetEnv("QZ_MACHINE_KEY_PATH", L"");
 }
 
 }  // namespace
