@@ -4,12 +4,20 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <thread>
 
 #include "std/strconv.h"
+#include "std/trace.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 
@@ -51,6 +59,102 @@ private:
     pid_t m_pid = -1;
     int m_nPort = 0;
 };
+
+int FreePort()
+{
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t nLen = sizeof(addr);
+    bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+    getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &nLen);
+    close(fd);
+    return ntohs(addr.sin_port);
+}
+
+bool Accepts(int nPort)
+{
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_port = htons(static_cast<uint16_t>(nPort));
+    const bool bOk = connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+    close(fd);
+    return bOk;
+}
+
+// squid as a forward proxy that wants Basic authentication (user "agent"), in a folder of its own.
+class AuthenticatingProxy
+{
+public:
+    AuthenticatingProxy(const QZTEST::TempFolder& folder, const std::string& strPassword)
+    {
+        const std::string strDir = QZSTD::WideToUtf8(folder.MakeSubFolder(L"squid"));
+        // squid drops to its own user, which must reach its folder.
+        chmod(QZSTD::WideToUtf8(folder.Path()).c_str(), 0755);
+        chmod(strDir.c_str(), 0777);
+        FILE* pHash = popen(("openssl passwd -apr1 '" + strPassword + "'").c_str(), "r");
+        char szHash[256] = {};
+        if (!pHash || !fgets(szHash, sizeof(szHash), pHash))
+            throw std::runtime_error("openssl passwd");
+        pclose(pHash);
+        QZTEST::WriteFileBytes(QZSTD::Utf8ToWide(strDir + "passwd"), std::string("agent:") + szHash);
+        m_nPort = FreePort();
+        QZTEST::WriteFileBytes(QZSTD::Utf8ToWide(strDir + "squid.conf"),
+                               "http_port 127.0.0.1:" + std::to_string(m_nPort) + "\npid_filename " + strDir +
+                                   "squid.pid\ncache_log " + strDir + "cache.log\naccess_log " + strDir +
+                                   "access.log\ncoredump_dir " + strDir +
+                                   "\ncache deny all\npinger_enable off\nshutdown_lifetime 0 seconds\n"
+                                   "auth_param basic program /usr/lib/squid/basic_ncsa_auth " +
+                                   strDir +
+                                   "passwd\nauth_param basic realm qz\nacl authed proxy_auth REQUIRED\n"
+                                   "http_access allow authed\nhttp_access deny all\n");
+        m_pid = fork();
+        if (m_pid == 0) {
+            execlp("squid", "squid", "-N", "-f", (strDir + "squid.conf").c_str(), nullptr);
+            _exit(127);
+        }
+        for (int n = 0; n < 300 && !Accepts(m_nPort); ++n)
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    ~AuthenticatingProxy()
+    {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+    std::wstring Location() const { return L"127.0.0.1:" + std::to_wstring(m_nPort); }
+
+private:
+    pid_t m_pid = -1;
+    int m_nPort = 0;
+};
+
+// Through an authenticating proxy: the right password passes, a wrong one ends with the proxy's 407,
+// and the password appears in no trace line.
+TEST(HttpTransfer, ThroughAnAuthenticatingProxyWithoutTracingThePassword)
+{
+    QZTEST::TempFolder folder;
+    const std::wstring wstrServed = folder.MakeSubFolder(L"served");
+    QZTEST::WriteFileBytes(wstrServed + L"setup.exe", "MZ through the proxy");
+    HttpPeer peer(wstrServed);
+    AuthenticatingProxy squid(folder, "Canary-px7");
+    ASSERT_TRUE(QZSTD::TraceOpen(folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
+    QZTRANSPORT::ProxySettings proxy{true, squid.Location(), true, L"agent", L"Canary-px7"};
+    const std::wstring wstrOut = folder.Join(L"out.exe");
+    EXPECT_EQ(QZTRANSPORT::DownloadFile(peer.Url("/setup.exe"), wstrOut, proxy, {}).m_nBytes, 20u);
+    EXPECT_EQ(QZTEST::ReadFileBytes(wstrOut), "MZ through the proxy");
+    proxy.m_wstrPassword = L"wrong";
+    EXPECT_EQ(QZTEST::ErrorOf([&] { QZTRANSPORT::DownloadFile(peer.Url("/setup.exe"), wstrOut, proxy, {}); })
+                  .value_or(QZSTD::QZError("", 0, "", 0, {}))
+                  .GetMessage(),
+              L"The server answered with HTTP status 407");
+    QZSTD::TraceClose();
+    const std::string strTrace = QZTEST::ReadFileBytes(folder.Join(L"trace.txt"));
+    EXPECT_EQ(strTrace.find("Canary-px7"), std::string::npos);
+    EXPECT_NE(strTrace.find("password of 10 characters"), std::string::npos) << strTrace;
+}
 
 TEST(HttpTransfer, DownloadsWithTheHashOrFailsWithoutLeavingAFile)
 {
