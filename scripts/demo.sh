@@ -8,7 +8,8 @@
 #   5. (Wine) an installation whose setup asks for a reboot and a rerun: the agent's service, a
 #      simulated reboot, the relaunch, and the final result;
 #   6. (Wine) the example Windows Installer package (examples/msi) installed in the agent's process
-#      with a property and a password, then removed again.
+#      with a property and a password, then removed again;
+#   7. a package whose setup is downloaded from a local server (a zip with its SHA-256), unpacked and run.
 #   scripts/demo.sh            the Windows build under wine64 (default)
 #   scripts/demo.sh --native   the Linux build
 # On a fresh Debian machine (as root) it installs and builds what it needs first.
@@ -182,11 +183,44 @@ msi_install() {
   WINEDEBUG=-all "$wine_dir/wine64" msiexec /x "$(os_path "$pkg/example.msi")" /qn && echo "the example product was removed again"
 }
 
+# A package that carries only a pointer to its setup: a zip on a local HTTP server, its SHA-256, and the
+# files to take out of it.
+download_install() {
+  local pkg=$work/download served=$work/served port_file=$work/served.port peer hash
+  mkdir -p "$pkg" "$served/zip"
+  cp "build/$preset/qzri/riwrap/$exe" "$pkg/"
+  cp "build/$preset/examples/$setup" "$served/zip/setup.exe"
+  cp examples/package/examplesetup.ini "$served/zip/"
+  (cd "$served/zip" && python3 -c 'import sys, zipfile; z = zipfile.ZipFile("../product.zip", "w"); [z.write(f) for f in sys.argv[1:]]' setup.exe examplesetup.ini)
+  python3 tests/transport/httppeer.py "$served" >"$port_file" &
+  peer=$!
+  until [ -s "$port_file" ]; do sleep 0.1; done
+  hash=$(sha256sum "$served/product.zip" | cut -d' ' -f1)
+  printf '[Setup]\r\nExecutable=setup.exe\r\n[SetupMainResult]\r\nFile=result.ini\r\nSection=Result\r\n' >"$pkg/package.qpd"
+  printf '[qzpkgsrc]\r\nshould_download=1\r\n' >"$pkg/qzriwrap.cfg"
+  printf '[source]\r\nurl=http://127.0.0.1:%s/product.zip\r\nsha256=%s\r\nextract_root=unpacked\r\nrel_paths=setup.exe;examplesetup.ini\r\n' \
+    "$(head -n 1 "$port_file")" "$hash" >"$pkg/qzpkgsrc.ini"
+  echo "package source (qzpkgsrc.ini):"; tr -d '\r' <"$pkg/qzpkgsrc.ini" | sed 's/^/  /'
+  rm -f "$work/trace/\$qzriwrp.txt"
+  set +e
+  if [ "$mode" = wine ]; then scripts/wine-run.sh "$pkg/$exe" /s; else "$pkg/$exe" /s; fi
+  echo "exit code:    $?"
+  set -e
+  kill "$peer"
+  tr -d '\r' <"$work/trace/\$qzriwrp.txt" | grep -E "Need to download|QZTRANSPORT|Download OK|sha256 expected|Extract archive|File '.*' copied|Exit code" |
+    sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /'
+  echo "qzriwrap.cfg afterwards:"; tr -d '\r' <"$pkg/qzriwrap.cfg" | sed 's/^/  /'
+  echo "files in the package folder:"; (cd "$pkg" && ls -1 | sed 's/^/  /')
+}
+
 if [ "$mode" = wine ]; then
   say "5. an installation across a reboot: the service resumes the task and the result is reported"
   reboot_install
   say "6. the example Windows Installer package, installed in the agent's process"
   msi_install
 fi
+
+say "7. a package whose setup is downloaded from a local server"
+download_install
 
 say "done: the agent ran $([ "$mode" = wine ] && echo 'under wine64' || echo natively); files are in $work"

@@ -134,6 +134,15 @@ size_t ExtractArchive(const std::wstring& wstrArchive, const std::wstring& wstrD
             Refuse(wstrName, L"it is no plain file");
         QZ_TRACE_D(L"%hs: '%ls'.\n", QZ_SCOPE_NAME, wstrName);
         WriteData(pArchive.get(), root / rel, wstrName);
+#ifndef _WIN32
+        // A setup program unpacked here must stay a program; nothing more than the owner's write right.
+        std::error_code ec;
+        std::filesystem::permissions(root / rel,
+                                     static_cast<std::filesystem::perms>(archive_entry_perm(pEntry) & 0755) |
+                                         std::filesystem::perms::owner_read |
+                                         std::filesystem::perms::owner_write,
+                                     ec);
+#endif
         ++nFiles;
     }
     return nFiles;

@@ -21,6 +21,11 @@
 #include "tests/qzri/childprocess.h"
 #include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
+#include "tests/testutil/zipwriter.h"
+#include "transport/httptransfer.h"
+#ifndef _WIN32
+#include "tests/testutil/httppeer.h"
+#endif
 
 namespace {
 
@@ -383,6 +388,31 @@ TEST_F(AgentRunTest, AWindowsInstallerPackageIsInstalledWithoutLeakingItsPasswor
     ::RegCloseKey(hKey);
     EXPECT_EQ(std::wstring(szData), L"set by the package");
     EXPECT_EQ(::MsiInstallProductW((m_wstrPkg + L"example.msi").c_str(), L"REMOVE=ALL"), ERROR_SUCCESS);
+}
+#endif
+
+#ifndef _WIN32
+// A package that carries only a pointer to its setup: the agent fetches the zip from a local server,
+// checks its hash, unpacks it, takes the setup out of it (still a program) and runs it, and records that
+// the download is done.
+TEST_F(AgentRunTest, ASetupDownloadedFromAServerIsVerifiedUnpackedAndRun)
+{
+    QZTEST::TempFolder served;
+    QZTEST::WriteZip(served.Join(L"product.zip"),
+                     {{"bin/setup.exe", QZTEST::ReadFileBytes(BuildPath(QZ_EXAMPLE_SETUP_PATH)), "", 0755}});
+    QZTEST::HttpPeer peer(served.Path());
+    QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=bin/setup.exe\r\n");
+    QZTEST::WriteFileBytes(m_wstrPkg + L"qzriwrap.cfg", "[qzpkgsrc]\r\nshould_download=1\r\n");
+    QZTEST::WriteFileBytes(m_wstrPkg + L"qzpkgsrc.ini",
+                           "[source]\r\nurl=" + peer.Url("/product.zip") +
+                               "\r\nsha256=" + QZTRANSPORT::Sha256OfFile(served.Join(L"product.zip")) +
+                               "\r\nextract_root=unpacked\r\nrel_paths=bin/setup.exe\r\n");
+    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR)) << Dump();
+    EXPECT_TRUE(QZTEST::PathExists(m_wstrPkg + L"bin/setup-ran.txt"));
+    EXPECT_FALSE(QZTEST::PathExists(m_wstrPkg + L"$qzriwrp_downloaded~.tmp"));
+    EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"qzriwrap.cfg", L"qzpkgsrc", L"should_download", -1), 0);
+    EXPECT_TRUE(Traced({"QZRIWRP I CheckAndDownloadExecutableIfNeeded: Need to download.",
+                        "QZRIWRP I Download OK", "QZRIWRP I File 'bin/setup.exe' copied"}));
 }
 #endif
 

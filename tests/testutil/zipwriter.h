@@ -19,6 +19,7 @@ struct ZipEntry
     std::string m_strData;
     // A symbolic link to this target when not empty.
     std::string m_strLinkTarget;
+    int m_nPerm = 0644;
 };
 
 inline void WriteZip(const std::wstring& wstrPath, const std::vector<ZipEntry>& vecEntries)
@@ -30,7 +31,7 @@ inline void WriteZip(const std::wstring& wstrPath, const std::vector<ZipEntry>& 
     for (const ZipEntry& e : vecEntries) {
         archive_entry* pEntry = archive_entry_new();
         archive_entry_set_pathname(pEntry, e.m_strName.c_str());
-        archive_entry_set_perm(pEntry, 0644);
+        archive_entry_set_perm(pEntry, static_cast<__LA_MODE_T>(e.m_nPerm));
         if (e.m_strLinkTarget.empty()) {
             archive_entry_set_filetype(pEntry, AE_IFREG);
             archive_entry_set_size(pEntry, static_cast<la_int64_t>(e.m_strData.size()));

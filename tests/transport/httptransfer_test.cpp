@@ -20,45 +20,9 @@
 #include "std/trace.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
+#include "tests/testutil/httppeer.h"
 
 namespace {
-
-// The peer serving a folder, stopped at the end.
-class HttpPeer
-{
-public:
-    explicit HttpPeer(const std::wstring& wstrFolder)
-    {
-        int fds[2];
-        if (pipe(fds) != 0)
-            throw std::runtime_error("pipe");
-        m_pid = fork();
-        if (m_pid == 0) {
-            dup2(fds[1], 1);
-            close(fds[0]);
-            execlp("python3", "python3", QZ_HTTP_PEER, QZSTD::WideToUtf8(wstrFolder).c_str(), nullptr);
-            _exit(127);
-        }
-        close(fds[1]);
-        FILE* pOut = fdopen(fds[0], "r");
-        if (!pOut || fscanf(pOut, "%d", &m_nPort) != 1)
-            throw std::runtime_error("the HTTP peer did not start");
-        fclose(pOut);
-    }
-    ~HttpPeer()
-    {
-        kill(m_pid, SIGTERM);
-        waitpid(m_pid, nullptr, 0);
-    }
-    std::string Url(const std::string& strPath) const
-    {
-        return "http://127.0.0.1:" + std::to_string(m_nPort) + strPath;
-    }
-
-private:
-    pid_t m_pid = -1;
-    int m_nPort = 0;
-};
 
 int FreePort()
 {
@@ -138,7 +102,7 @@ TEST(HttpTransfer, ThroughAnAuthenticatingProxyWithoutTracingThePassword)
     QZTEST::TempFolder folder;
     const std::wstring wstrServed = folder.MakeSubFolder(L"served");
     QZTEST::WriteFileBytes(wstrServed + L"setup.exe", "MZ through the proxy");
-    HttpPeer peer(wstrServed);
+    QZTEST::HttpPeer peer(wstrServed);
     AuthenticatingProxy squid(folder, "Canary-px7");
     ASSERT_TRUE(QZSTD::TraceOpen(folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
     QZTRANSPORT::ProxySettings proxy{true, squid.Location(), true, L"agent", L"Canary-px7"};
@@ -164,7 +128,7 @@ TEST(HttpTransfer, DownloadsWithTheHashOrFailsWithoutLeavingAFile)
     for (size_t n = 0; n < strData.size(); ++n)
         strData[n] = static_cast<char>(n * 31 % 251);
     QZTEST::WriteFileBytes(wstrServed + L"pkg.zip", strData);
-    HttpPeer peer(wstrServed);
+    QZTEST::HttpPeer peer(wstrServed);
     const std::wstring wstrOut = folder.Join(L"$qzriwrp_downloaded~.tmp");
 
     uint64_t nLastProgress = 0;
