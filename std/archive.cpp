@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "std/error.h"
+#include "std/fspath.h"
 #include "std/strconv.h"
 #include "std/trace.h"
 
@@ -17,15 +18,6 @@ namespace QZSTD {
 namespace {
 
 using ArchivePtr = std::unique_ptr<archive, decltype(&archive_read_free)>;
-
-std::filesystem::path FsPath(const std::wstring& wstrPath)
-{
-#ifdef _WIN32
-    return std::filesystem::path(wstrPath);
-#else
-    return std::filesystem::path(WideToUtf8(wstrPath));
-#endif
-}
 
 std::wstring EntryName(archive_entry* pEntry)
 {

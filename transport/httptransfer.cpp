@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "std/error.h"
+#include "std/fspath.h"
 #include "std/strconv.h"
 #include "std/trace.h"
 
@@ -27,15 +28,6 @@ constexpr const char* TRACE_MODULE = "QZTRANSPORT";
 // At most this many blocks wait for the hashing thread (curl's blocks are at most 512 KiB here).
 constexpr size_t MAX_QUEUED_BLOCKS = 32;
 constexpr long BUFFER_SIZE = 512 * 1024;
-
-std::filesystem::path FsPath(const std::wstring& wstrPath)
-{
-#ifdef _WIN32
-    return std::filesystem::path(wstrPath);
-#else
-    return std::filesystem::path(QZSTD::WideToUtf8(wstrPath));
-#endif
-}
 
 std::string Hex(const unsigned char* pBytes, unsigned int nLen)
 {
@@ -207,7 +199,7 @@ void Configure(CURL* pCurl, const std::string& strUrl, const TransferOptions& op
 void RemoveQuietly(const std::wstring& wstrFile)
 {
     std::error_code ec;
-    std::filesystem::remove(FsPath(wstrFile), ec);
+    std::filesystem::remove(QZSTD::FsPath(wstrFile), ec);
 }
 
 }  // namespace
@@ -225,7 +217,7 @@ Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile,
 
     Sink sink;
     sink.m_pOptions = &options;
-    sink.m_file.open(FsPath(wstrFile), std::ios::binary | std::ios::trunc);
+    sink.m_file.open(QZSTD::FsPath(wstrFile), std::ios::binary | std::ios::trunc);
     if (!sink.m_file)
         QZ_THROW(MODULE, WRITE_FAILED, wstrFile);
     char szError[CURL_ERROR_SIZE] = {};
@@ -260,7 +252,7 @@ Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile,
 
 std::string Sha256OfFile(const std::wstring& wstrFile)
 {
-    std::ifstream in(FsPath(wstrFile), std::ios::binary);
+    std::ifstream in(QZSTD::FsPath(wstrFile), std::ios::binary);
     if (!in)
         QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrFile);
     Sha256 sha;

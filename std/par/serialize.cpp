@@ -10,6 +10,7 @@
 
 #include "std/par/errors.h"
 #include "std/par/paramshelpers.h"
+#include "std/fspath.h"
 #include "std/strconv.h"
 
 namespace QZPAR {
@@ -419,17 +420,6 @@ private:
     StreamReader m_in;
 };
 
-// The agent's paths are wide. Windows takes them as they are; on Linux the file system wants bytes,
-// and the standard conversion would go through the (usually "C") locale and fail on non-ASCII.
-std::filesystem::path PathOf(const std::wstring& wstrPath)
-{
-#ifdef _WIN32
-    return std::filesystem::path(wstrPath);
-#else
-    return std::filesystem::path(QZSTD::WideToUtf8(wstrPath));
-#endif
-}
-
 }  // namespace
 
 void SerializeParams(Params* pParams, std::vector<uint8_t>& vecOut)
@@ -460,7 +450,7 @@ void WriteParamsFile(const std::wstring& wstrPath, Params* pParams)
 {
     std::vector<uint8_t> vecStream;
     SerializeParams(pParams, vecStream);
-    std::ofstream file(PathOf(wstrPath), std::ios::binary | std::ios::trunc);
+    std::ofstream file(QZSTD::FsPath(wstrPath), std::ios::binary | std::ios::trunc);
     if (file)
         file.write(reinterpret_cast<const char*>(vecStream.data()),
                    static_cast<std::streamsize>(vecStream.size()));
@@ -472,7 +462,7 @@ void WriteParamsFile(const std::wstring& wstrPath, Params* pParams)
 
 QZSTD::CAutoPtr<Params> ReadParamsFile(const std::wstring& wstrPath)
 {
-    const std::filesystem::path path = PathOf(wstrPath);
+    const std::filesystem::path path = QZSTD::FsPath(wstrPath);
     std::error_code ec;
     if (!std::filesystem::is_regular_file(path, ec))
         QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrPath);
