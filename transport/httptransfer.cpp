@@ -123,24 +123,68 @@ private:
 struct Sink
 {
     std::ofstream m_file;
-    HashingThread m_hasher;
+    std::unique_ptr<HashingThread> m_pHasher = std::make_unique<HashingThread>();
     uint64_t m_nBytes = 0;
+    // Bytes of an earlier, cut transfer that this one goes on from.
+    uint64_t m_nResumedFrom = 0;
+    bool m_bChecked = false;
     bool m_bWriteFailed = false;
+    CURL* m_pCurl = nullptr;
+    std::wstring m_wstrFile;
     const TransferOptions* m_pOptions = nullptr;
 };
+
+// At the first bytes: a server that ignored the range request sends the whole file again, so what was
+// kept is thrown away and hashing starts afresh.
+void CheckResumed(Sink& sink)
+{
+    sink.m_bChecked = true;
+    long lStatus = 0;
+    curl_easy_getinfo(sink.m_pCurl, CURLINFO_RESPONSE_CODE, &lStatus);
+    if (sink.m_nResumedFrom == 0 || lStatus == 206)
+        return;
+    QZ_TRACE_SCOPE(TRACE_MODULE, "QZTRANSPORT::DownloadFile");
+    QZ_TRACE_W(L"%hs: the server sends the whole file again (HTTP status %ld): starting afresh.\n",
+               QZ_SCOPE_NAME, lStatus);
+    sink.m_file.close();
+    sink.m_file.open(QZSTD::FsPath(sink.m_wstrFile), std::ios::binary | std::ios::trunc);
+    sink.m_pHasher->Finish();
+    sink.m_pHasher = std::make_unique<HashingThread>();
+    sink.m_nBytes = 0;
+    sink.m_nResumedFrom = 0;
+}
 
 size_t OnData(char* pData, size_t nSize, size_t nCount, void* pvSink)
 {
     Sink& sink = *static_cast<Sink*>(pvSink);
     const size_t nLen = nSize * nCount;
+    if (!sink.m_bChecked)
+        CheckResumed(sink);
     sink.m_file.write(pData, static_cast<std::streamsize>(nLen));
     if (!sink.m_file) {
         sink.m_bWriteFailed = true;
         return 0;
     }
-    sink.m_hasher.Push(pData, nLen);
+    sink.m_pHasher->Push(pData, nLen);
     sink.m_nBytes += nLen;
     return nLen;
+}
+
+// What an earlier transfer left in the file: hashed once, so the transfer goes on from its end.
+uint64_t TakeOverPartialFile(Sink& sink)
+{
+    std::ifstream in(QZSTD::FsPath(sink.m_wstrFile), std::ios::binary);
+    std::vector<char> buffer(BUFFER_SIZE);
+    uint64_t nBytes = 0;
+    while (in) {
+        in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        const size_t nRead = static_cast<size_t>(in.gcount());
+        if (nRead == 0)
+            break;
+        sink.m_pHasher->Push(buffer.data(), nRead);
+        nBytes += nRead;
+    }
+    return nBytes;
 }
 
 int OnProgress(void* pvSink, curl_off_t nTotal, curl_off_t nNow, curl_off_t, curl_off_t)
@@ -217,19 +261,31 @@ Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile,
 
     Sink sink;
     sink.m_pOptions = &options;
-    sink.m_file.open(QZSTD::FsPath(wstrFile), std::ios::binary | std::ios::trunc);
+    sink.m_pCurl = pCurl.get();
+    sink.m_wstrFile = wstrFile;
+    sink.m_nResumedFrom = TakeOverPartialFile(sink);
+    sink.m_nBytes = sink.m_nResumedFrom;
+    sink.m_file.open(QZSTD::FsPath(wstrFile), std::ios::binary | std::ios::app);
     if (!sink.m_file)
         QZ_THROW(MODULE, WRITE_FAILED, wstrFile);
     char szError[CURL_ERROR_SIZE] = {};
     Configure(pCurl.get(), strUrl, options, sink, szError);
+    const std::string strRange = std::to_string(sink.m_nResumedFrom) + "-";
+    if (sink.m_nResumedFrom > 0) {
+        QZ_TRACE_I(L"%hs: going on from byte %llu of an earlier transfer.\n", QZ_SCOPE_NAME,
+                   static_cast<unsigned long long>(sink.m_nResumedFrom));
+        // A plain range request: a server that ignores it is handled at the first bytes (CheckResumed).
+        curl_easy_setopt(pCurl.get(), CURLOPT_RANGE, strRange.c_str());
+    }
     SetProxy(pCurl.get(), proxy);
     const CURLcode eResult = curl_easy_perform(pCurl.get());
     long lStatus = 0;
     curl_easy_getinfo(pCurl.get(), CURLINFO_RESPONSE_CODE, &lStatus);
     sink.m_file.close();
     Downloaded done;
-    done.m_strSha256 = sink.m_hasher.Finish();
+    done.m_strSha256 = sink.m_pHasher->Finish();
     done.m_nBytes = sink.m_nBytes;
+    done.m_nResumedFrom = sink.m_nResumedFrom;
     QZ_TRACE_I(L"%hs: curl %d, HTTP status %ld, %llu bytes.\n", QZ_SCOPE_NAME, static_cast<int>(eResult),
                lStatus, static_cast<unsigned long long>(done.m_nBytes));
 
@@ -237,8 +293,10 @@ Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile,
         RemoveQuietly(wstrFile);
         QZ_THROW(MODULE, WRITE_FAILED, wstrFile);
     }
+    // A cut transfer keeps what arrived, for the next attempt to go on from.
     if (eResult != CURLE_OK) {
-        RemoveQuietly(wstrFile);
+        if (sink.m_nBytes == 0)
+            RemoveQuietly(wstrFile);
         const std::string strText = szError[0] ? szError : curl_easy_strerror(eResult);
         QZ_THROW(MODULE, TRANSFER_FAILED, strText, static_cast<int>(eResult));
     }

@@ -49,13 +49,18 @@ struct TransferOptions
 struct Downloaded
 {
     uint64_t m_nBytes = 0;
-    // Lower-case hexadecimal SHA-256 of the bytes written.
+    // Bytes that an earlier, cut transfer had left in the file and that this one went on from.
+    uint64_t m_nResumedFrom = 0;
+    // Lower-case hexadecimal SHA-256 of the whole file.
     std::string m_strSha256;
 };
 
-// Downloads strUrl into wstrFile (created or replaced). Raises QZError of module "QZTRANSPORT" when the
-// transfer fails, the server answers with an error status or the file cannot be written; the partial
-// file is then removed.
+// Downloads strUrl into wstrFile. A file that is already there is what an earlier transfer left when it
+// was cut: it is hashed once and the transfer goes on from its end with a range request (a server that
+// ignores the range sends the whole file, which then replaces it). Raises QZError of module
+// "QZTRANSPORT" when the transfer fails, the server answers with an error status or the file cannot be
+// written. A transfer cut after some bytes arrived keeps them in the file; every other failure removes
+// it.
 Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile, const ProxySettings& proxy,
                         const TransferOptions& options);
 

@@ -301,7 +301,15 @@ EResult CheckAndDownloadExecutableIfNeeded(RiWrpData& data, DownloadFailure* pFa
 
     const std::wstring wstrDownloaded = data.m_wstrDirPath + DOWNLOADED_FILE;
     const std::string strUrl = QZSTD::WideToUtf8(src.m_wstrUrl);
-    const QZTRANSPORT::Downloaded done = services.m_pTransfer->Download(strUrl, wstrDownloaded, proxy);
+    QZTRANSPORT::Downloaded done = services.m_pTransfer->Download(strUrl, wstrDownloaded, proxy);
+    if (done.m_nResumedFrom > 0 && !SameHash(src.m_wstrSha256, done.m_strSha256)) {
+        // What an earlier transfer left was not (the start of) this package: once more from the start.
+        QZ_TRACE_W(
+            L"%hs: the file went on from an earlier transfer and is not the package's: fetched afresh.\n",
+            QZ_SCOPE_NAME);
+        services.m_pOs->RemoveFile(wstrDownloaded);
+        done = services.m_pTransfer->Download(strUrl, wstrDownloaded, proxy);
+    }
     QZ_TRACE_I(L"Download OK\n");
 
     QZ_TRACE_I(L"%hs: sha256 expected '%ls', downloaded '%hs'.\n", QZ_SCOPE_NAME, src.m_wstrSha256,

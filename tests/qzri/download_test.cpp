@@ -22,6 +22,8 @@ namespace {
 
 using namespace QZRI;
 
+// Serves m_strBytes; with m_strStale, the first answer goes on from those bytes as if an earlier, cut
+// transfer had left them.
 class ServingTransfer : public Transfer
 {
 public:
@@ -29,10 +31,12 @@ public:
                                      const QZTRANSPORT::ProxySettings&) override
     {
         m_vecUrls.push_back(strUrl);
-        QZTEST::WriteFileBytes(wstrFile, m_strBytes);
-        return {m_strBytes.size(), QZTRANSPORT::Sha256OfFile(wstrFile)};
+        const std::string strStale = m_vecUrls.size() == 1 ? m_strStale : std::string();
+        QZTEST::WriteFileBytes(wstrFile, strStale + m_strBytes);
+        return {strStale.size() + m_strBytes.size(), strStale.size(), QZTRANSPORT::Sha256OfFile(wstrFile)};
     }
     std::string m_strBytes;
+    std::string m_strStale;
     std::vector<std::string> m_vecUrls;
 };
 
@@ -50,101 +54,63 @@ std::string HashOf(const std::string& strBytes, const QZTEST::TempFolder& folder
 
 TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime)
 {
+    enum Hash
+    {
+        RIGHT,
+        WRONG,
+        NONE
+    };
     struct Row
     {
         const char* szWhat;
-        std::string strConfig;  // qzriwrap.cfg; "" for none
-        std::string strUrl;
-        bool bRightHash;
-        std::vector<QZTEST::ZipEntry> vecZip;
-        std::string strRelPaths;
+        int nShouldDownload;  // in qzriwrap.cfg; -1: no such file
+        const char* szUrlFile;
+        Hash eHash;
+        const char* szRelPaths;
         const wchar_t* szFailure;  // the message id; nullptr: success
-        bool bFetched;
-        std::vector<std::string> vecPackage;  // the package folder afterwards
+        size_t nFetches;
+        const char* szPackage;  // the package folder's names afterwards, beside qzpkgsrc.ini
     };
-    const std::string SHOULD = "[qzpkgsrc]\r\nshould_download=1\r\n";
-    const std::vector<QZTEST::ZipEntry> ZIP{{"setup.exe", "MZ", ""}, {"bin/tool.ini", "[a]", ""}};
+    const wchar_t* VERIFY = L"QZRI_MSG_DATA_FILE_VERIFYING_ERROR";
+    const wchar_t* COPY = L"QZRI_MSG_DATA_FILE_COPY_ERROR";
     const Row rows[] = {
-        {"no configuration", "", "http://h/p.zip", true, ZIP, "setup.exe", nullptr, false, {"qzpkgsrc.ini"}},
-        {"already downloaded",
-         "[qzpkgsrc]\r\nshould_download=0\r\n",
-         "http://h/p.zip",
-         true,
-         ZIP,
-         "setup.exe",
-         nullptr,
-         false,
-         {"qzpkgsrc.ini", "qzriwrap.cfg"}},
-        {"no hash",
-         SHOULD,
-         "http://h/p.zip",
-         false,
-         ZIP,
-         "setup.exe",
-         L"QZRI_MSG_DATA_FILE_VERIFYING_ERROR",
-         false,
-         {"qzpkgsrc.ini", "qzriwrap.cfg"}},
-        {"wrong hash",
-         SHOULD,
-         "http://h/p.zip",
-         false,
-         ZIP,
-         "setup.exe",
-         L"QZRI_MSG_DATA_FILE_VERIFYING_ERROR",
-         true,
-         {"qzpkgsrc.ini", "qzriwrap.cfg"}},
-        {"unpacked and copied",
-         SHOULD,
-         "http://h/dl/p.ZIP?x=1",
-         true,
-         ZIP,
-         " setup.exe ; bin/tool.ini",
-         nullptr,
-         true,
-         {"bin", "qzpkgsrc.ini", "qzriwrap.cfg", "setup.exe", "unpacked"}},
-        {"a named file is missing",
-         SHOULD,
-         "http://h/p.zip",
-         true,
-         ZIP,
-         "setup.exe;absent.exe",
-         L"QZRI_MSG_DATA_FILE_COPY_ERROR",
-         true,
-         {"qzpkgsrc.ini", "qzriwrap.cfg", "setup.exe", "unpacked"}},
-        {"no way to unpack",
-         SHOULD,
-         "http://h/p.tar",
-         true,
-         ZIP,
-         "setup.exe",
-         L"QZRI_MSG_DATA_FILE_COPY_ERROR",
-         true,
-         {"qzpkgsrc.ini", "qzriwrap.cfg"}},
-        {"hostile archive",
-         SHOULD,
-         "http://h/p.zip",
-         true,
-         {{"../../evil.exe", "MZ", ""}},
-         "evil.exe",
-         L"QZRI_MSG_DATA_FILE_COPY_ERROR",
-         true,
-         {"qzpkgsrc.ini", "qzriwrap.cfg", "unpacked"}},
+        {"no configuration", -1, "p.zip", RIGHT, "setup.exe", nullptr, 0, ""},
+        {"already downloaded", 0, "p.zip", RIGHT, "setup.exe", nullptr, 0, " qzriwrap.cfg"},
+        {"no hash", 1, "p.zip", NONE, "setup.exe", VERIFY, 0, " qzriwrap.cfg"},
+        {"wrong hash", 1, "p.zip", WRONG, "setup.exe", VERIFY, 1, " qzriwrap.cfg"},
+        {"unpacked and copied", 1, "dl/p.ZIP?x=1", RIGHT, " setup.exe ; bin/tool.ini", nullptr, 1,
+         " bin qzriwrap.cfg setup.exe unpacked"},
+        {"a named file is missing", 1, "p.zip", RIGHT, "setup.exe;absent.exe", COPY, 1,
+         " qzriwrap.cfg setup.exe unpacked"},
+        {"no way to unpack", 1, "p.tar", RIGHT, "setup.exe", COPY, 1, " qzriwrap.cfg"},
+        {"stale bytes of an earlier transfer", 1, "p.zip", RIGHT, "setup.exe", nullptr, 2,
+         " qzriwrap.cfg setup.exe unpacked"},
+        {"hostile archive", 1, "p.zip", RIGHT, "evil.exe", COPY, 1, " qzriwrap.cfg unpacked"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.szWhat);
         QZTEST::TempFolder folder;
         const std::wstring wstrPkg = folder.MakeSubFolder(L"a/pkg");
-        QZTEST::WriteZip(folder.Join(L"served.zip"), row.vecZip);
+        const std::string strWhat = row.szWhat;
+        QZTEST::WriteZip(
+            folder.Join(L"served.zip"),
+            strWhat == "hostile archive"
+                ? std::vector<QZTEST::ZipEntry>{{"../../evil.exe", "MZ", ""}}
+                : std::vector<QZTEST::ZipEntry>{{"setup.exe", "MZ", ""}, {"bin/tool.ini", "[a]", ""}});
         ServingTransfer transfer;
         transfer.m_strBytes = QZTEST::ReadFileBytes(folder.Join(L"served.zip"));
-        const std::string strHash =
-            row.bRightHash ? HashOf(transfer.m_strBytes, folder) : std::string(64, '0');
-        if (!row.strConfig.empty())
-            QZTEST::WriteFileBytes(wstrPkg + PACKAGE_SOURCE_CONFIG, row.strConfig);
+        transfer.m_strStale = strWhat == "stale bytes of an earlier transfer" ? "stale" : "";
+        const std::string strHash = row.eHash == RIGHT   ? HashOf(transfer.m_strBytes, folder)
+                                    : row.eHash == WRONG ? std::string(64, '0')
+                                                         : std::string();
+        if (row.nShouldDownload >= 0)
+            QZTEST::WriteFileBytes(
+                wstrPkg + PACKAGE_SOURCE_CONFIG,
+                "[qzpkgsrc]\r\nshould_download=" + std::to_string(row.nShouldDownload) + "\r\n");
         QZTEST::WriteFileBytes(wstrPkg + PACKAGE_SOURCE_INI,
-                               "[source]\r\nurl=" + row.strUrl +
-                                   "\r\nsha256=" + (row.szWhat == std::string("no hash") ? "" : strHash) +
-                                   "\r\nextract_root=unpacked\r\nrel_paths=" + row.strRelPaths + "\r\n");
+                               "[source]\r\nurl=http://h/" + std::string(row.szUrlFile) +
+                                   "\r\nsha256=" + strHash +
+                                   "\r\nextract_root=unpacked\r\nrel_paths=" + row.szRelPaths + "\r\n");
         NoProxy proxy;
         QZRITEST::TestServices fakes;
         AgentServices services = fakes.Get();
@@ -155,18 +121,17 @@ TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime
         DownloadFailure failure;
         const EResult eResult = CheckAndDownloadExecutableIfNeeded(data, &failure, services);
         EXPECT_EQ(eResult == EResult::SUCCESS, row.szFailure == nullptr);
-        if (row.szFailure) {
-            EXPECT_STREQ(failure.m_msg.m_szId, row.szFailure);
-        }
-        EXPECT_EQ(transfer.m_vecUrls.size(), row.bFetched ? 1u : 0u);
-        EXPECT_EQ(QZTEST::FileNamesIn(wstrPkg), row.vecPackage);
+        EXPECT_STREQ(row.szFailure ? failure.m_msg.m_szId : nullptr, row.szFailure);
+        EXPECT_EQ(transfer.m_vecUrls.size(), row.nFetches);
+        std::string strNames = "";
+        for (const std::string& strName : QZTEST::FileNamesIn(wstrPkg))
+            strNames += strName == "qzpkgsrc.ini" ? "" : " " + strName;
+        EXPECT_EQ(strNames, row.szPackage);
         EXPECT_EQ(QZTEST::FileNamesIn(folder.Join(L"a")), std::vector<std::string>{"pkg"})
             << "nothing outside";
         const int nShould =
             QZSTD::GetProfileInt(wstrPkg + PACKAGE_SOURCE_CONFIG, L"qzpkgsrc", L"should_download", -1);
-        if (!row.strConfig.empty() && row.bFetched) {
-            EXPECT_EQ(nShould, row.szFailure ? 1 : 0);
-        }
+        EXPECT_EQ(nShould, row.nFetches == 0 ? row.nShouldDownload : row.szFailure ? 1 : 0);
     }
 }
 

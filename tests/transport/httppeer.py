@@ -4,7 +4,9 @@
   httppeer.py DIR   serves the files of DIR, plus:
   /cut/N            announces N bytes, sends a tenth of them and closes the connection
   /stall            announces 1000 bytes, sends 10 and then nothing for a minute
-Any other missing path answers 404.
+  /cutfile/NAME     announces the whole file NAME, sends its first half and closes the connection
+  /norange/NAME     sends the whole file NAME, whatever range was asked for
+A file of DIR asked for with "Range: bytes=N-" answers 206 with the rest. Any other path answers 404.
 """
 import http.server
 import os
@@ -34,7 +36,36 @@ class Handler(http.server.SimpleHTTPRequestHandler):
             self.wfile.flush()
             time.sleep(60)
             return
-        super().do_GET()
+        name = self.path.lstrip("/")
+        for prefix in ("cutfile/", "norange/"):
+            if name.startswith(prefix):
+                name = name[len(prefix):]
+        if not os.path.isfile(name):
+            self.send_error(404)
+            return
+        with open(name, "rb") as f:
+            data = f.read()
+        start = 0
+        ranged = self.headers.get("Range", "")
+        if ranged.startswith("bytes=") and not self.path.startswith("/norange/"):
+            start = int(ranged[6:].split("-")[0])
+        if start >= len(data) and start > 0:
+            self.send_response(416)
+            self.send_header("Content-Range", "bytes */%d" % len(data))
+            self.send_header("Content-Length", "0")
+            self.end_headers()
+            return
+        self.send_response(206 if start else 200)
+        if start:
+            self.send_header("Content-Range", "bytes %d-%d/%d" % (start, len(data) - 1, len(data)))
+        self.send_header("Content-Length", str(len(data) - start))
+        self.end_headers()
+        if self.path.startswith("/cutfile/"):
+            self.wfile.write(data[: len(data) // 2])
+            self.wfile.flush()
+            self.close_connection = True
+            return
+        self.wfile.write(data[start:])
 
 
 def main():

@@ -1,5 +1,5 @@
 // The transfer against a real HTTP server (a small Python peer on a free port): the bytes and their
-// hash, and the ways a server fails, each ending with its error and no file left behind.
+// hash, and the ways a server fails, each ending with its error; a cut transfer keeps what arrived.
 #include "transport/httptransfer.h"
 
 #include <gtest/gtest.h>
@@ -109,6 +109,7 @@ TEST(HttpTransfer, ThroughAnAuthenticatingProxyWithoutTracingThePassword)
     const std::wstring wstrOut = folder.Join(L"out.exe");
     EXPECT_EQ(QZTRANSPORT::DownloadFile(peer.Url("/setup.exe"), wstrOut, proxy, {}).m_nBytes, 20u);
     EXPECT_EQ(QZTEST::ReadFileBytes(wstrOut), "MZ through the proxy");
+    QZTEST::RemoveAll(wstrOut);
     proxy.m_wstrPassword = L"wrong";
     EXPECT_EQ(QZTEST::ErrorOf([&] { QZTRANSPORT::DownloadFile(peer.Url("/setup.exe"), wstrOut, proxy, {}); })
                   .value_or(QZSTD::QZError("", 0, "", 0, {}))
@@ -120,7 +121,7 @@ TEST(HttpTransfer, ThroughAnAuthenticatingProxyWithoutTracingThePassword)
     EXPECT_NE(strTrace.find("password of 10 characters"), std::string::npos) << strTrace;
 }
 
-TEST(HttpTransfer, DownloadsWithTheHashOrFailsWithoutLeavingAFile)
+TEST(HttpTransfer, DownloadsWithTheHashOrFailsWithItsError)
 {
     QZTEST::TempFolder folder;
     const std::wstring wstrServed = folder.MakeSubFolder(L"served");
@@ -146,21 +147,52 @@ TEST(HttpTransfer, DownloadsWithTheHashOrFailsWithoutLeavingAFile)
         const char* szWhat;
         std::string strUrl;
         int nCode;
+        bool bKept;  // what arrived stays for the next attempt
     };
     const Row rows[] = {
-        {"not found", peer.Url("/absent.zip"), QZTRANSPORT::HTTP_STATUS},
-        {"cut off half-way", peer.Url("/cut/100000"), QZTRANSPORT::TRANSFER_FAILED},
-        {"stalled", peer.Url("/stall"), QZTRANSPORT::TRANSFER_FAILED},
-        {"nobody listening", "http://127.0.0.1:1/pkg.zip", QZTRANSPORT::TRANSFER_FAILED},
-        {"no http", "file:///etc/passwd", QZTRANSPORT::TRANSFER_FAILED},
+        {"not found", peer.Url("/absent.zip"), QZTRANSPORT::HTTP_STATUS, false},
+        {"cut off half-way", peer.Url("/cut/100000"), QZTRANSPORT::TRANSFER_FAILED, true},
+        {"stalled", peer.Url("/stall"), QZTRANSPORT::TRANSFER_FAILED, true},
+        {"nobody listening", "http://127.0.0.1:1/pkg.zip", QZTRANSPORT::TRANSFER_FAILED, false},
+        {"no http", "file:///etc/passwd", QZTRANSPORT::TRANSFER_FAILED, false},
     };
     options.m_lLowSpeedTimeSec = 1;
+    QZTEST::RemoveAll(wstrOut);
     for (const Row& row : rows) {
         SCOPED_TRACE(row.szWhat);
         EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZTRANSPORT::DownloadFile(row.strUrl, wstrOut, {}, options); },
                                       QZTRANSPORT::MODULE),
                   row.nCode);
-        EXPECT_FALSE(QZTEST::PathExists(wstrOut));
+        EXPECT_EQ(QZTEST::PathExists(wstrOut), row.bKept);
+        QZTEST::RemoveAll(wstrOut);
+    }
+}
+
+// A transfer cut half-way keeps what arrived; the next one goes on from there with a range request, or
+// starts afresh where the server ignores ranges; either way the hash is the whole file's.
+TEST(HttpTransfer, ACutTransferResumesWhereItStopped)
+{
+    QZTEST::TempFolder folder;
+    const std::wstring wstrServed = folder.MakeSubFolder(L"served");
+    std::string strData(1024 * 1024 + 3, '\0');
+    for (size_t n = 0; n < strData.size(); ++n)
+        strData[n] = static_cast<char>(n * 7 % 253);
+    QZTEST::WriteFileBytes(wstrServed + L"pkg.zip", strData);
+    const std::string strHash = QZTRANSPORT::Sha256OfFile(wstrServed + L"pkg.zip");
+    QZTEST::HttpPeer peer(wstrServed);
+    const std::wstring wstrOut = folder.Join(L"out.tmp");
+    for (const char* szSecond : {"/pkg.zip", "/norange/pkg.zip"}) {
+        SCOPED_TRACE(szSecond);
+        EXPECT_EQ(QZTEST::ErrorCodeOf(
+                      [&] { QZTRANSPORT::DownloadFile(peer.Url("/cutfile/pkg.zip"), wstrOut, {}, {}); },
+                      QZTRANSPORT::MODULE),
+                  QZTRANSPORT::TRANSFER_FAILED);
+        EXPECT_EQ(QZTEST::ReadFileBytes(wstrOut), strData.substr(0, strData.size() / 2));
+        const QZTRANSPORT::Downloaded done = QZTRANSPORT::DownloadFile(peer.Url(szSecond), wstrOut, {}, {});
+        EXPECT_EQ(done.m_nResumedFrom, szSecond == std::string("/pkg.zip") ? strData.size() / 2 : 0u);
+        EXPECT_EQ(done.m_strSha256, strHash);
+        EXPECT_EQ(QZTEST::ReadFileBytes(wstrOut), strData);
+        QZTEST::RemoveAll(wstrOut);
     }
 }
 
