@@ -21,4 +21,10 @@ if [ -f "$win_agent" ]; then
 else
   echo "Agent overhead under Wine: skipped ($win_agent is not built; cmake --build --preset win64)"
 fi
+echo
+if command -v nginx >/dev/null; then
+  bench/download_bench.sh build/linux-release || status=1
+else
+  echo "Package download: skipped (nginx is not installed)"
+fi
 exit $status

@@ -11,7 +11,7 @@ PACKAGES=(
   libcurl4-openssl-dev libarchive-dev libssl-dev zlib1g-dev libjsoncpp-dev libpugixml-dev libinih-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev
-  wine64 msitools wixl osslsigncode openssl squid
+  wine64 msitools wixl osslsigncode openssl squid nginx-light bc
 )
 
 log() { printf 'install-packages: %s\n' "$*"; }

@@ -6,6 +6,7 @@
 #include <curl/curl.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
@@ -25,8 +26,9 @@ namespace QZTRANSPORT {
 namespace {
 
 constexpr const char* TRACE_MODULE = "QZTRANSPORT";
-// At most this many blocks wait for the hashing thread (curl's blocks are at most 512 KiB here).
-constexpr size_t MAX_QUEUED_BLOCKS = 32;
+// At most this many blocks of BLOCK_SIZE wait for the hashing thread.
+constexpr size_t BLOCK_SIZE = 1024 * 1024;
+constexpr size_t MAX_QUEUED_BLOCKS = 8;
 constexpr long BUFFER_SIZE = 512 * 1024;
 
 std::string Hex(const unsigned char* pBytes, unsigned int nLen)
@@ -61,7 +63,9 @@ private:
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> m_pCtx;
 };
 
-// Hashes the blocks it is given on a thread of its own; Push blocks only while the queue is full.
+// Hashes what it is given on a thread of its own. Bytes are gathered into blocks of BLOCK_SIZE, and the
+// blocks go round between the two threads (no allocation per block); Push waits only while
+// MAX_QUEUED_BLOCKS blocks wait to be hashed, which bounds the memory whatever the file's size.
 class HashingThread
 {
 public:
@@ -76,14 +80,22 @@ public:
 
     void Push(const char* pData, size_t nLen)
     {
-        std::unique_lock lock(m_mutex);
-        m_cvSpace.wait(lock, [this] { return m_queue.size() < MAX_QUEUED_BLOCKS; });
-        m_queue.emplace_back(pData, pData + nLen);
-        m_cvData.notify_one();
+        while (nLen > 0) {
+            if (m_current.capacity() == 0)
+                m_current = TakeFreeBlock();
+            const size_t nTake = std::min(nLen, BLOCK_SIZE - m_current.size());
+            m_current.insert(m_current.end(), pData, pData + nTake);
+            pData += nTake;
+            nLen -= nTake;
+            if (m_current.size() == BLOCK_SIZE)
+                Queue();
+        }
     }
 
     std::string Finish()
     {
+        if (!m_current.empty())
+            Queue();
         {
             std::lock_guard lock(m_mutex);
             m_bDone = true;
@@ -94,12 +106,36 @@ public:
     }
 
 private:
+    std::vector<char> TakeFreeBlock()
+    {
+        std::lock_guard lock(m_mutex);
+        std::vector<char> block;
+        if (!m_free.empty()) {
+            block = std::move(m_free.back());
+            m_free.pop_back();
+        }
+        block.clear();
+        block.reserve(BLOCK_SIZE);
+        return block;
+    }
+
+    void Queue()
+    {
+        std::unique_lock lock(m_mutex);
+        m_cvSpace.wait(lock, [this] { return m_queue.size() < MAX_QUEUED_BLOCKS; });
+        m_queue.push_back(std::move(m_current));
+        m_current = std::vector<char>();
+        m_cvData.notify_one();
+    }
+
     void Run()
     {
+        std::vector<char> block;
         for (;;) {
-            std::vector<char> block;
             {
                 std::unique_lock lock(m_mutex);
+                if (block.capacity() != 0)
+                    m_free.push_back(std::move(block));
                 m_cvData.wait(lock, [this] { return m_bDone || !m_queue.empty(); });
                 if (m_queue.empty())
                     return;
@@ -112,10 +148,12 @@ private:
     }
 
     Sha256 m_sha;
+    std::vector<char> m_current;
     std::mutex m_mutex;
     std::condition_variable m_cvData;
     std::condition_variable m_cvSpace;
     std::deque<std::vector<char>> m_queue;
+    std::vector<std::vector<char>> m_free;
     bool m_bDone = false;
     std::thread m_thread;
 };

@@ -32,7 +32,7 @@ ToolRun RunWords(std::vector<std::wstring> vecArgs, std::wstring wstrRest = L"")
     vecArgs.insert(vecArgs.begin(), L"qzpkg");
     std::wostringstream out;
     std::wostringstream err;
-    const int n = RunTool({vecArgs, wstrRest}, out, err);
+    const int n = RunTool({vecArgs, wstrRest, nullptr}, out, err);
     return {n, out.str(), err.str()};
 }
 
@@ -109,6 +109,20 @@ TEST(QzpkgTest, StateShowsTheRunParametersAsTheAgentReadsThem)
                                L"action:        QZRI_ACTION_CHECK_RESULT (2)\n"
                                L"start_counter: 5\n"
                                L"cmdline:       setup.exe TASK_ID=T-17\n");
+}
+
+// fetch runs the package's download step: nothing to do, or the agent's own refusal as the result.
+TEST(QzpkgTest, FetchRunsTheDownloadStepAndSaysHowItEnded)
+{
+    QZTEST::TempFolder folder;
+    ToolRun run = RunWords({L"fetch", folder.Path()});
+    EXPECT_EQ(run.nExit, Exit::OK);
+    EXPECT_THAT(run.wstrOut, HasSubstr(L"should_download=(no qzriwrap.cfg)"));
+    QZTEST::WriteFileBytes(folder.Join(L"qzriwrap.cfg"), "[qzpkgsrc]\r\nshould_download=1\r\n");
+    QZTEST::WriteFileBytes(folder.Join(L"qzpkgsrc.ini"), "[source]\r\nurl=http://127.0.0.1:1/p.zip\r\n");
+    run = RunWords({L"fetch", folder.Path()});
+    EXPECT_EQ(run.nExit, Exit::FAILED);
+    EXPECT_THAT(run.wstrOut, HasSubstr(L"failed:          QZRI_MSG_DATA_FILE_VERIFYING_ERROR"));
 }
 
 TEST(QzpkgTest, MissingOrMalformedFilesFailWithTheReasonOnErr)

@@ -12,7 +12,9 @@ int main(int argc, char** argv)
     std::wostringstream err;
     int nExit = QZPKG::Exit::FAILED;
     try {
-        nExit = QZPKG::RunTool(QZPKG::GetToolCommand(argc, argv), out, err);
+        QZPKG::ToolCommand cmd = QZPKG::GetToolCommand(argc, argv);
+        cmd.m_fnProgress = [](const std::wstring& wstrLine) { QZPKG::WriteToolOutput(wstrLine, true); };
+        nExit = QZPKG::RunTool(cmd, out, err);
     } catch (const std::exception& e) {
         err << L"qzpkg: " << e.what() << L"\n";
     }

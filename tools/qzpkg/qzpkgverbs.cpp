@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 #include "common/ansicp.h"
 #include "common/inifileparser.h"
@@ -12,6 +13,8 @@
 #include "common/qztsk.h"
 #include "common/ristrutils.h"
 #include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/download.h"
 #include "qzri/riwrap/resultreport.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -20,6 +23,7 @@
 #include "std/par/dump.h"
 #include "std/par/paramshelpers.h"
 #include "std/par/serialize.h"
+#include "std/profile.h"
 #include "std/ss/settingsstorage.h"
 #include "std/strconv.h"
 
@@ -143,6 +147,11 @@ int RunVerb(const ToolCommand& cmd, std::wostream& out)
     }
     if (wstrVerb == L"result")
         return ResultVerb(Arg(cmd, 2, L"DIR"), out);
+    if (wstrVerb == L"fetch") {
+        const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
+        ExpectArgCount(cmd, 3);
+        return FetchVerb(wstrDir, cmd.m_fnProgress, out);
+    }
     if (wstrVerb == L"state") {
         const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
         ExpectArgCount(cmd, 3);
@@ -203,12 +212,77 @@ void PrintUsage(std::wostream& out)
            L"  hex decode TEXT    a $HEX_ value decoded (other text is shown as it is)\n"
            L"  argv CMDLINE       the words the agent splits CMDLINE into, one per line\n"
            L"  result DIR         the result files the agent left in DIR, each value explained\n"
+           L"  fetch DIR          DIR's download step as the agent runs it: fetch, verify, unpack, copy\n"
            L"  ss dump FILE       the products, versions, sections and values of a settings storage\n"
            L"  params dump FILE   the values of a binary Params file\n"
            L"  ini [--utf8] FILE  the sections and keys the agent reads from an ini file (ANSI by default)\n"
            L"  qpd FILE SECTION KEY  a package description's value and where it came from\n"
            L"  --help             this text\n"
            L"Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
+}
+
+namespace {
+
+// The agent's transfer with its progress shown as a percentage, at most once per percent.
+class ProgressTransfer : public QZRI::Transfer
+{
+public:
+    explicit ProgressTransfer(const std::function<void(const std::wstring&)>& fnProgress)
+        : m_fnProgress(fnProgress)
+    {
+    }
+
+    QZTRANSPORT::Downloaded Download(const std::string& strUrl, const std::wstring& wstrFile,
+                                     const QZTRANSPORT::ProxySettings& proxy) override
+    {
+        QZTRANSPORT::TransferOptions options;
+        int nShown = -1;
+        options.m_fnProgress = [&](uint64_t nNow, uint64_t nTotal) {
+            const int nPercent = nTotal ? static_cast<int>(nNow * 100 / nTotal) : 0;
+            if (m_fnProgress && nTotal && nPercent != nShown) {
+                nShown = nPercent;
+                m_fnProgress(L"\rqzpkg: " + std::to_wstring(nPercent) + L"% of " + std::to_wstring(nTotal) +
+                             L" bytes");
+            }
+        };
+        QZTRANSPORT::Downloaded done = QZTRANSPORT::DownloadFile(strUrl, wstrFile, proxy, options);
+        if (m_fnProgress && nShown >= 0)
+            m_fnProgress(L"\n");
+        return done;
+    }
+
+private:
+    const std::function<void(const std::wstring&)>& m_fnProgress;
+};
+
+}  // namespace
+
+int FetchVerb(const std::wstring& wstrDir, const std::function<void(const std::wstring&)>& fnProgress,
+              std::wostream& out)
+{
+    std::error_code ec;
+    if (!fs::is_directory(fs::path(wstrDir), ec))
+        QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrDir);
+    std::unique_ptr<QZRI::AgentOs> pOs = QZRI::CreateSystemAgentOs();
+    ProgressTransfer transfer(fnProgress);
+    std::unique_ptr<QZRI::ProxySource> pProxy = QZRI::CreateProxySource(QZSTD::GetLocalSettingsStoragePath());
+    QZRI::AgentServices services;
+    services.m_pOs = pOs.get();
+    services.m_pTransfer = &transfer;
+    services.m_pProxy = pProxy.get();
+    QZRI::RiWrpData data;
+    data.m_wstrDirPath = QZRI::WithTrailingSeparator(wstrDir);
+    QZRI::DownloadFailure failure;
+    if (QZRI::CheckAndDownloadExecutableIfNeeded(data, &failure, services) != QZRI::EResult::SUCCESS) {
+        out << L"failed:          " << failure.m_msg.m_szId << L" \"" << failure.m_msg.m_szText << L"\" ("
+            << QZRI::DescribeResultCode(failure.m_nCode) << L")\n";
+        return Exit::FAILED;
+    }
+    const std::wstring wstrConfig = data.m_wstrDirPath + QZRI::PACKAGE_SOURCE_CONFIG;
+    out << L"done:            should_download="
+        << QZSTD::GetProfileString(wstrConfig, L"qzpkgsrc", L"should_download", L"(no qzriwrap.cfg)")
+        << L" in " << wstrConfig << L"\n";
+    return Exit::OK;
 }
 
 int StateVerb(const std::wstring& wstrDir, std::wostream& out)

@@ -2,6 +2,7 @@
 // function that writes to the streams it is given, so that the tests run them without a process.
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -26,6 +27,8 @@ struct ToolCommand
     // The raw text after the verb, for "argv": on Windows the rest of the tool's own command line as
     // typed, elsewhere the words after the verb joined by single blanks.
     std::wstring m_wstrRestAfterVerb;
+    // Where a long verb ("fetch") shows its progress at once, as one line rewritten in place; null: nowhere.
+    std::function<void(const std::wstring&)> m_fnProgress;
 };
 
 // Runs the verb named by the command; results go to out, messages ("qzpkg: ...") to err.
@@ -52,6 +55,11 @@ int IniVerb(const std::wstring& wstrFile, bool bUtf8, std::wostream& out);
 // the qpd file or its UTF-8 companion, or "absent".
 int QpdVerb(const std::wstring& wstrFile, const std::wstring& wstrSection, const std::wstring& wstrKey,
             std::wostream& out);
+
+// "fetch DIR": the package's download step as the agent runs it (the management agent's proxy, the
+// hash, unpacking, the copies, should_download), with a progress line.
+int FetchVerb(const std::wstring& wstrDir, const std::function<void(const std::wstring&)>& fnProgress,
+              std::wostream& out);
 
 // "result DIR": the result files the agent leaves in DIR (setup.log, the two description files,
 // askusr.log), each value explained.
