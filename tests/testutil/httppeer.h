@@ -19,7 +19,10 @@ namespace QZTEST {
 class HttpPeer
 {
 public:
-    explicit HttpPeer(const std::wstring& wstrFolder)
+    // Over TLS when a certificate and its key are given (urls then name "localhost").
+    explicit HttpPeer(const std::wstring& wstrFolder, const std::string& strCert = {},
+                      const std::string& strKey = {})
+        : m_strScheme(strCert.empty() ? "http://127.0.0.1:" : "https://localhost:")
     {
         int fds[2];
         if (pipe(fds) != 0)
@@ -28,7 +31,12 @@ public:
         if (m_pid == 0) {
             dup2(fds[1], 1);
             close(fds[0]);
-            execlp("python3", "python3", QZ_HTTP_PEER, QZSTD::WideToUtf8(wstrFolder).c_str(), nullptr);
+            const std::string strFolder = QZSTD::WideToUtf8(wstrFolder);
+            if (strCert.empty())
+                execlp("python3", "python3", QZ_HTTP_PEER, strFolder.c_str(), nullptr);
+            else
+                execlp("python3", "python3", QZ_HTTP_PEER, strFolder.c_str(), strCert.c_str(), strKey.c_str(),
+                       nullptr);
             _exit(127);
         }
         close(fds[1]);
@@ -44,10 +52,11 @@ public:
     }
     std::string Url(const std::string& strPath) const
     {
-        return "http://127.0.0.1:" + std::to_string(m_nPort) + strPath;
+        return m_strScheme + std::to_string(m_nPort) + strPath;
     }
 
 private:
+    std::string m_strScheme;
     pid_t m_pid = -1;
     int m_nPort = 0;
 };

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """A small HTTP server for the transfer tests, on 127.0.0.1 and a free port (printed first).
 
-  httppeer.py DIR   serves the files of DIR, plus:
+  httppeer.py DIR [CERT KEY]   serves the files of DIR (over TLS with CERT and KEY), plus:
   /cut/N            announces N bytes, sends a tenth of them and closes the connection
   /stall            announces 1000 bytes, sends 10 and then nothing for a minute
   /cutfile/NAME     announces the whole file NAME, sends its first half and closes the connection
@@ -69,9 +69,15 @@ class Handler(http.server.SimpleHTTPRequestHandler):
 
 
 def main():
+    sys.argv[2:] = [os.path.abspath(a) for a in sys.argv[2:]]
     os.chdir(sys.argv[1])
     server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
     server.daemon_threads = True
+    if len(sys.argv) > 3:
+        import ssl
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(os.path.abspath(sys.argv[2]), os.path.abspath(sys.argv[3]))
+        server.socket = context.wrap_socket(server.socket, server_side=True)
     print(server.server_address[1], flush=True)
     server.serve_forever()
 

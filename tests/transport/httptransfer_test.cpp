@@ -14,6 +14,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <thread>
 
 #include "std/strconv.h"
@@ -194,6 +195,28 @@ TEST(HttpTransfer, ACutTransferResumesWhereItStopped)
         EXPECT_EQ(QZTEST::ReadFileBytes(wstrOut), strData);
         QZTEST::RemoveAll(wstrOut);
     }
+}
+
+// HTTPS: a server whose certificate chains to the trusted anchor passes, one under another CA is refused.
+TEST(HttpTransfer, AnUntrustedServerIsRefused)
+{
+    QZTEST::TempFolder folder;
+    const std::string strCa = QZSTD::WideToUtf8(folder.Join(L"ca"));
+    ASSERT_EQ(std::system(("bash " QZ_MAKE_TEST_CA " '" + strCa + "'").c_str()), 0);
+    const std::wstring wstrServed = folder.MakeSubFolder(L"served");
+    QZTEST::WriteFileBytes(wstrServed + L"pkg.zip", "over TLS");
+    QZTEST::HttpPeer peer(wstrServed, strCa + "/server.pem", strCa + "/server.key");
+    QZTRANSPORT::TransferOptions options;
+    options.m_wstrCaFile = QZSTD::Utf8ToWide(strCa + "/ca.pem");
+    const std::wstring wstrOut = folder.Join(L"out.zip");
+    EXPECT_EQ(QZTRANSPORT::DownloadFile(peer.Url("/pkg.zip"), wstrOut, {}, options).m_nBytes, 8u);
+    QZTEST::RemoveAll(wstrOut);
+    options.m_wstrCaFile = QZSTD::Utf8ToWide(strCa + "/other-ca.pem");
+    EXPECT_EQ(
+        QZTEST::ErrorCodeOf([&] { QZTRANSPORT::DownloadFile(peer.Url("/pkg.zip"), wstrOut, {}, options); },
+                            QZTRANSPORT::MODULE),
+        QZTRANSPORT::TRANSFER_FAILED);
+    EXPECT_FALSE(QZTEST::PathExists(wstrOut));
 }
 
 }  // namespace

@@ -1,0 +1,46 @@
+// The Windows build's transfer (libcurl with Schannel) under Wine, against a TLS server that
+// transfer_wine.sh starts on this machine: Wine's Schannel checks no server certificate itself, so the
+// trust anchor is given explicitly; the right one passes, another is refused; a cut transfer resumes.
+#include <gtest/gtest.h>
+
+#include "std/strconv.h"
+#include "tests/testutil/errorof.h"
+#include "tests/testutil/fsutil.h"
+#include "transport/httptransfer.h"
+
+namespace {
+
+std::string Env(const char* szName)
+{
+    return QZSTD::WideToUtf8(QZTEST::GetEnv(szName));
+}
+
+TEST(HttpTransferUnderWine, TheTrustedServerPassesAnotherIsRefusedACutTransferResumes)
+{
+    ASSERT_FALSE(Env("QZ_TEST_URL").empty()) << "run through tests/transport/transfer_wine.sh";
+    QZTEST::TempFolder folder;
+    const std::wstring wstrOut = folder.Join(L"$qzriwrp_downloaded~.tmp");
+    QZTRANSPORT::TransferOptions options;
+    options.m_wstrCaFile = QZTEST::GetEnv("QZ_TEST_OTHER_CA");
+    EXPECT_EQ(QZTEST::ErrorCodeOf(
+                  [&] { QZTRANSPORT::DownloadFile(Env("QZ_TEST_URL") + "/pkg.zip", wstrOut, {}, options); },
+                  QZTRANSPORT::MODULE),
+              QZTRANSPORT::TRANSFER_FAILED);
+    EXPECT_FALSE(QZTEST::PathExists(wstrOut));
+
+    options.m_wstrCaFile = QZTEST::GetEnv("QZ_TEST_CA");
+    EXPECT_EQ(
+        QZTEST::ErrorCodeOf(
+            [&] { QZTRANSPORT::DownloadFile(Env("QZ_TEST_URL") + "/cutfile/pkg.zip", wstrOut, {}, options); },
+            QZTRANSPORT::MODULE),
+        QZTRANSPORT::TRANSFER_FAILED);
+    EXPECT_EQ(QZTEST::ReadFileBytes(wstrOut).size(), 1500000u);
+    const QZTRANSPORT::Downloaded done =
+        QZTRANSPORT::DownloadFile(Env("QZ_TEST_URL") + "/pkg.zip", wstrOut, {}, options);
+    EXPECT_EQ(done.m_nResumedFrom, 1500000u);
+    EXPECT_EQ(done.m_nBytes, 3000000u);
+    EXPECT_EQ(done.m_strSha256, Env("QZ_TEST_SHA256"));
+    EXPECT_EQ(QZTRANSPORT::Sha256OfFile(wstrOut), Env("QZ_TEST_SHA256"));
+}
+
+}  // namespace
