@@ -274,6 +274,9 @@ void Configure(CURL* pCurl, const std::string& strUrl, const TransferOptions& op
     curl_easy_setopt(pCurl, CURLOPT_XFERINFOFUNCTION, &OnProgress);
     curl_easy_setopt(pCurl, CURLOPT_XFERINFODATA, &sink);
     curl_easy_setopt(pCurl, CURLOPT_ERRORBUFFER, szError);
+    // Schannel: a revocation list that cannot be reached (an offline agent, a CA without one) does not
+    // stop the download; a revoked certificate does. The hash is what proves the file.
+    curl_easy_setopt(pCurl, CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_REVOKE_BEST_EFFORT));
     if (!options.m_wstrCaFile.empty())
         curl_easy_setopt(pCurl, CURLOPT_CAINFO, QZSTD::WideToUtf8(options.m_wstrCaFile).c_str());
 }
