@@ -295,7 +295,7 @@ EResult CheckAndDownloadExecutableIfNeeded(RiWrpData& data, DownloadFailure* pFa
                    src.m_wstrUrl.empty() ? L"url" : L"sha256");
         return Fail(pFailure, MSG_FILE_VERIFYING_ERROR, QZRI_RSLT_VERIFICATION_FAILED);
     }
-    QZ_ASSERT(services.m_pTransfer);
+    QZ_ASSERT(services.m_pTransfer && services.m_pProxy);
     QZ_TRACE_I(L"Get proxy settings...\n");
     const QZTRANSPORT::ProxySettings proxy = services.m_pProxy->Get();
 
