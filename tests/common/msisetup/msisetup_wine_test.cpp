@@ -43,6 +43,17 @@ std::wstring RegistryString(const std::wstring& wstrKey, const std::wstring& wst
     return sz;
 }
 
+// The Uninstall key of the installed "plain" test product, found through its upgrade code; "" when it
+// is not installed.
+std::wstring UninstallKey()
+{
+    wchar_t szProduct[39] = {};
+    if (::MsiEnumRelatedProductsW(L"{5C0E1A7B-3D2F-4B6A-8E9C-1F2A3B4C5D01}", 0, 0, szProduct) !=
+        ERROR_SUCCESS)
+        return std::wstring();
+    return std::wstring(L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\") + szProduct;
+}
+
 class NotingCallback : public QZMsiSetupCallback
 {
 public:
@@ -145,6 +156,7 @@ TEST_F(WindowsInstallerTest, InstallsAndRemovesAProductWithoutLeakingItsPassword
     ASSERT_EQ(Install(FixtureMsi(L"plain"), params, wstrLog), MSI_ERROR_SUCCESS);
     EXPECT_TRUE(QZTEST::PathExists(L"C:\\Program Files\\QZ Test plain\\readme.txt"));
     EXPECT_EQ(RegistryString(L"Software\\QZ Test plain", L"Data"), L"from the agent");
+    EXPECT_EQ(RegistryString(UninstallKey(), L"DisplayName"), L"QZ Test plain");
     EXPECT_FALSE(m_callback.m_vecActions.empty());
     const std::string strLog = QZTEST::ReadFileBytes(wstrLog);
     EXPECT_FALSE(strLog.empty());
@@ -155,6 +167,7 @@ TEST_F(WindowsInstallerTest, InstallsAndRemovesAProductWithoutLeakingItsPassword
               MSI_ERROR_SUCCESS);
     EXPECT_FALSE(QZTEST::PathExists(L"C:\\Program Files\\QZ Test plain\\readme.txt"));
     EXPECT_EQ(RegistryString(L"Software\\QZ Test plain", L"Data"), L"<none>");
+    EXPECT_EQ(UninstallKey(), L"") << "the product is gone";
 }
 
 // Packages that stop the installation, and input that is no package: Windows Installer's answer is the
