@@ -293,6 +293,7 @@ Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile,
                         const TransferOptions& options)
 {
     QZ_TRACE_SCOPE(TRACE_MODULE, "QZTRANSPORT::DownloadFile");
+    RegisterTransportErrors();
     static const CURLcode s_eInit = curl_global_init(CURL_GLOBAL_DEFAULT);
     if (s_eInit != CURLE_OK)
         QZ_THROW(MODULE, TRANSFER_FAILED, curl_easy_strerror(s_eInit), static_cast<int>(s_eInit));
@@ -362,15 +363,5 @@ std::string Sha256OfFile(const std::wstring& wstrFile)
     }
     return sha.Final();
 }
-
-namespace {
-const QZSTD::ErrorEntry g_transportErrors[] = {
-    {TRANSFER_FAILED, L"The transfer failed: %hs (curl %d)"},
-    {HTTP_STATUS, L"The server answered with HTTP status %ld"},
-    {WRITE_FAILED, L"The downloaded file \"%ls\" could not be written"},
-    {0, nullptr},
-};
-const bool g_bRegistered = (QZSTD::RegisterErrorTable(MODULE, g_transportErrors), true);
-}  // namespace
 
 }  // namespace QZTRANSPORT

@@ -8,19 +8,9 @@
 #include <functional>
 #include <string>
 
-namespace QZTRANSPORT {
+#include "transport/errors.h"
 
-inline constexpr const char* MODULE = "QZTRANSPORT";
-// Codes of module "QZTRANSPORT".
-enum : int
-{
-    // The transfer failed: curl's own code and text ("Couldn't connect to server (7)").
-    TRANSFER_FAILED = 2001,
-    // The server (or the proxy) answered with an HTTP status other than success.
-    HTTP_STATUS = 2002,
-    // The downloaded file could not be written.
-    WRITE_FAILED = 2003,
-};
+namespace QZTRANSPORT {
 
 struct ProxySettings
 {
