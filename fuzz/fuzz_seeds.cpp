@@ -99,6 +99,10 @@ CAutoPtr<QZPAR::Params> EveryType()
 // A zip with a file at the top and one in a folder, stored without compression.
 void WriteArchiveSeeds(const std::filesystem::path& root)
 {
+    WriteText(root / "fuzz_paramsjson", "every_kind",
+              "{\"a\":{\"array\":[{\"str\":\"s\"},null,{\"params\":{\"n\":{\"int\":1}}}]},"
+              "\"b\":{\"bin\":\"AAF/\"},\"d\":{\"double\":\"NaN\"},\"f\":{\"float\":0.5},"
+              "\"l\":{\"long\":\"-7\"},\"t\":{\"date\":\"2024\"},\"x\":{\"dt\":-1},\"y\":{\"bool\":true}}");
     WriteSeed(
         root / "fuzz_archive", "two_files",
         {0x50, 0x4B, 0x03, 0x04, 0x14, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x21, 0x50, 0xAC, 0x2A, 0x93,

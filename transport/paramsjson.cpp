@@ -195,7 +195,8 @@ QZSTD::CAutoPtr<QZPAR::Value> DecodeValue(const Json::Value& v, int nDepth)
         return QZPAR::CreateBool(x.asBool());
     if (strType == "int" && x.isInt())
         return QZPAR::CreateInt(x.asInt());
-    if (strType == "dt" && x.isInt())
+    // -1 is "none"; anything below is no time at all.
+    if (strType == "dt" && x.isInt() && x.asInt() >= -1)
         return QZPAR::CreateDateTime(x.asInt());
     if (strType == "long" && x.isString()) {
         const std::string str = x.asString();
@@ -213,8 +214,8 @@ QZSTD::CAutoPtr<QZPAR::Value> DecodeValue(const Json::Value& v, int nDepth)
     if (strType == "date") {
         std::string strBytes;
         for (wchar_t c : Text(x)) {
-            if (static_cast<uint32_t>(c) > 0xFF)
-                Bad("a date with a character above U+00FF");
+            if (static_cast<uint32_t>(c) > 0xFF || c == 0)
+                Bad("a date with a NUL character or one above U+00FF");
             strBytes += static_cast<char>(c);
         }
         return QZPAR::CreateDate(strBytes.c_str());
@@ -249,7 +250,12 @@ QZSTD::CAutoPtr<QZPAR::Params> Decode(const Json::Value& obj, int nDepth)
         Bad("nested too deeply");
     QZSTD::CAutoPtr<QZPAR::Params> pParams = QZPAR::CreateParams();
     for (const std::string& strName : obj.getMemberNames()) {
+        // Two names that are not valid UTF-8 may decode to the same text.
         const std::wstring wstrName = QZSTD::Utf8ToWide(strName);
+        if (wstrName.empty() || wstrName.find(L'\0') != std::wstring::npos)
+            Bad("an empty name, or a name with a NUL character");
+        if (pParams->DoesExist(wstrName.c_str()))
+            Bad("the same name twice");
         pParams->AddValue(wstrName.c_str(), DecodeValue(obj[strName], nDepth).Get());
     }
     return pParams;
@@ -275,7 +281,14 @@ QZSTD::CAutoPtr<QZPAR::Params> JsonToParams(const std::string& strJson)
     std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
     Json::Value root;
     std::string strErrors;
-    if (!pReader->parse(strJson.data(), strJson.data() + strJson.size(), &root, &strErrors))
+    bool bParsed = false;
+    try {
+        bParsed = pReader->parse(strJson.data(), strJson.data() + strJson.size(), &root, &strErrors);
+    } catch (const Json::Exception& e) {
+        // The reader raises rather than answers when the nesting exceeds its stack limit.
+        strErrors = e.what();
+    }
+    if (!bParsed)
         Bad("not JSON: " + strErrors.substr(0, strErrors.find('\n')));
     return Decode(root, 0);
 }

@@ -38,6 +38,7 @@ TEST(ParamsJson, WhatIsNoTypedParamsIsRefusedWithItsReason)
     std::string strDeep = "{\"a\":{\"int\":1}}";
     for (int n = 0; n < 70; ++n)
         strDeep = "{\"x\":{\"params\":" + strDeep + "}}";
+    const std::string strBrackets(300, '[');
     const char* rows[] = {
         "not json",
         "[]",
@@ -52,11 +53,16 @@ TEST(ParamsJson, WhatIsNoTypedParamsIsRefusedWithItsReason)
         "{\"a\":{\"bin\":\"abc\"}}",
         "{\"a\":{\"bin\":\"ab=c\"}}",
         "{\"a\":{\"date\":\"\\u0100\"}}",
+        "{\"a\":{\"date\":\"1\\u0000\"}}",
+        "{\"a\":{\"dt\":-2}}",
         "{\"a\":{\"float\":\"x\"}}",
         "{\"a\":{\"array\":[1]}}",
         "{\"a\":{\"int\":1},\"a\":{\"int\":2}}",
         "{\"a\":{\"int\":1}} trailing",
+        "{\"\":{\"int\":1}}",
+        "{\"\xFF\":{\"int\":1},\"\xFE\":{\"int\":2}}",
         strDeep.c_str(),
+        strBrackets.c_str(),
     };
     for (const char* sz : rows)
         EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZTRANSPORT::JsonToParams(sz); }, QZTRANSPORT::MODULE),
