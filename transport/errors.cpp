@@ -11,6 +11,7 @@ const QZSTD::ErrorEntry g_transportErrors[] = {
     {HTTP_STATUS, L"The server answered with HTTP status %ld"},
     {WRITE_FAILED, L"The downloaded file \"%ls\" could not be written"},
     {BAD_JSON, L"The body is not a Params in typed JSON: %hs"},
+    {ACCESS_DENIED, L"The server denied access (HTTP status %ld)"},
     {0, nullptr},
 };
 

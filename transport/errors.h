@@ -14,6 +14,8 @@ enum : int
     WRITE_FAILED = 2003,
     // A body that is not a Params in typed JSON: why.
     BAD_JSON = 2004,
+    // The server refused the caller (HTTP 401 or 403).
+    ACCESS_DENIED = 2005,
 };
 
 // Registers the module's message table; every entry point of the transport calls it first.

@@ -3,6 +3,8 @@
 // file's size.
 #include "transport/httptransfer.h"
 
+#include "transport/curlsession.h"
+
 #include <curl/curl.h>
 #include <openssl/evp.h>
 
@@ -233,37 +235,12 @@ int OnProgress(void* pvSink, curl_off_t nTotal, curl_off_t nNow, curl_off_t, cur
     return 0;
 }
 
-using CurlPtr = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
-
-void SetProxy(CURL* pCurl, const ProxySettings& proxy)
-{
-    QZ_TRACE_SCOPE(TRACE_MODULE, "QZTRANSPORT::DownloadFile");
-    if (!proxy.m_bUse || proxy.m_wstrLocation.empty()) {
-        // No proxy of the agent's own: none at all, whatever the environment says.
-        curl_easy_setopt(pCurl, CURLOPT_PROXY, "");
-        QZ_TRACE_I(L"%hs: no proxy.\n", QZ_SCOPE_NAME);
-        return;
-    }
-    curl_easy_setopt(pCurl, CURLOPT_PROXY, QZSTD::WideToUtf8(proxy.m_wstrLocation).c_str());
-    QZ_TRACE_I(L"%hs: proxy '%ls', authentication %ls, user '%ls', password of %d characters.\n",
-               QZ_SCOPE_NAME, proxy.m_wstrLocation, proxy.m_bAuthenticate ? L"on" : L"off", proxy.m_wstrUser,
-               static_cast<int>(proxy.m_wstrPassword.size()));
-    if (proxy.m_bAuthenticate) {
-        curl_easy_setopt(pCurl, CURLOPT_PROXYAUTH, CURLAUTH_ANY);
-        curl_easy_setopt(pCurl, CURLOPT_PROXYUSERNAME, QZSTD::WideToUtf8(proxy.m_wstrUser).c_str());
-        curl_easy_setopt(pCurl, CURLOPT_PROXYPASSWORD, QZSTD::WideToUtf8(proxy.m_wstrPassword).c_str());
-    }
-}
-
 void Configure(CURL* pCurl, const std::string& strUrl, const TransferOptions& options, Sink& sink,
                char* szError)
 {
     curl_easy_setopt(pCurl, CURLOPT_URL, strUrl.c_str());
-    curl_easy_setopt(pCurl, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(pCurl, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(pCurl, CURLOPT_MAXREDIRS, 10L);
-    curl_easy_setopt(pCurl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(pCurl, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(pCurl, CURLOPT_BUFFERSIZE, BUFFER_SIZE);
     curl_easy_setopt(pCurl, CURLOPT_CONNECTTIMEOUT, options.m_lConnectTimeoutSec);
     curl_easy_setopt(pCurl, CURLOPT_LOW_SPEED_LIMIT, options.m_lLowSpeedBytesPerSec);
@@ -273,12 +250,7 @@ void Configure(CURL* pCurl, const std::string& strUrl, const TransferOptions& op
     curl_easy_setopt(pCurl, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(pCurl, CURLOPT_XFERINFOFUNCTION, &OnProgress);
     curl_easy_setopt(pCurl, CURLOPT_XFERINFODATA, &sink);
-    curl_easy_setopt(pCurl, CURLOPT_ERRORBUFFER, szError);
-    // Schannel: a revocation list that cannot be reached (an offline agent, a CA without one) does not
-    // stop the download; a revoked certificate does. The hash is what proves the file.
-    curl_easy_setopt(pCurl, CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_REVOKE_BEST_EFFORT));
-    if (!options.m_wstrCaFile.empty())
-        curl_easy_setopt(pCurl, CURLOPT_CAINFO, QZSTD::WideToUtf8(options.m_wstrCaFile).c_str());
+    SetTransportBasics(pCurl, options.m_wstrCaFile, szError);
 }
 
 void RemoveQuietly(const std::wstring& wstrFile)
@@ -293,12 +265,7 @@ Downloaded DownloadFile(const std::string& strUrl, const std::wstring& wstrFile,
                         const TransferOptions& options)
 {
     QZ_TRACE_SCOPE(TRACE_MODULE, "QZTRANSPORT::DownloadFile");
-    RegisterTransportErrors();
-    static const CURLcode s_eInit = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (s_eInit != CURLE_OK)
-        QZ_THROW(MODULE, TRANSFER_FAILED, curl_easy_strerror(s_eInit), static_cast<int>(s_eInit));
-    CurlPtr pCurl(curl_easy_init(), &curl_easy_cleanup);
-    QZ_ASSERT(pCurl);
+    CurlPtr pCurl = NewCurl();
     QZ_TRACE_I(L"%hs: '%hs' into '%ls'.\n", QZ_SCOPE_NAME, strUrl, wstrFile);
 
     Sink sink;

@@ -7,8 +7,13 @@
   /cutfile/NAME     announces the whole file NAME, sends its first half and closes the connection
   /norange/NAME     sends the whole file NAME, whatever range was asked for
 A file of DIR asked for with "Range: bytes=N-" answers 206 with the rest. Any other path answers 404.
+POST /api/v1.0/SrvRi.OP plays an administration server: Echo answers {"PxgRetVal": {"params": the
+arguments}} with the caller's X-QZ-Component header added as "component"; Nothing answers {}; Denied
+403; Old the error of a server without the operation; Broken a body that is no JSON; Huge 17 MiB;
+Redirect a redirect to another host.
 """
 import http.server
+import json
 import os
 import sys
 import time
@@ -17,6 +22,36 @@ import time
 class Handler(http.server.SimpleHTTPRequestHandler):
     def log_message(self, *args):
         pass
+
+    def reply(self, status, body, headers=()):
+        data = body if isinstance(body, bytes) else json.dumps(body).encode()
+        self.send_response(status)
+        for name, value in headers:
+            self.send_header(name, value)
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data)
+
+    def do_POST(self):
+        args = json.loads(self.rfile.read(int(self.headers.get("Content-Length", "0"))) or b"{}")
+        op = self.path.rsplit(".", 1)[-1]
+        if op == "Echo":
+            args["component"] = {"str": self.headers.get("X-QZ-Component", "")}
+            self.reply(200, {"PxgRetVal": {"params": args}})
+        elif op == "Nothing":
+            self.reply(200, {})
+        elif op == "Denied":
+            self.reply(403, {"PxgError": {"module": "QZSTD", "code": 5, "message": "no"}})
+        elif op == "Old":
+            self.reply(500, {"PxgError": {"module": "QZSTD", "code": 1194, "message": "no such method"}})
+        elif op == "Broken":
+            self.reply(200, b"<html>not json</html>")
+        elif op == "Huge":
+            self.reply(200, b" " * (17 * 1024 * 1024))
+        elif op == "Redirect":
+            self.reply(302, b"", [("Location", "http://example.invalid/api")])
+        else:
+            self.reply(404, b"")
 
     def do_GET(self):
         if self.path.startswith("/cut/"):

@@ -4,11 +4,13 @@
 // an authenticating proxy is passed with the right password only.
 #include <gtest/gtest.h>
 
+#include "std/par/paramshelpers.h"
 #include "std/strconv.h"
 #include "std/trace.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 #include "transport/httptransfer.h"
+#include "transport/remotecall.h"
 
 namespace {
 
@@ -69,6 +71,22 @@ TEST(HttpTransferUnderWine, ThroughAnAuthenticatingProxy)
     const std::string strTrace = QZTEST::ReadFileBytes(folder.Join(L"trace.txt"));
     EXPECT_EQ(strTrace.find(Env("QZ_TEST_PROXY_PASSWORD")), std::string::npos);
     EXPECT_NE(strTrace.find("password of 14 characters"), std::string::npos) << strTrace;
+}
+
+// A remote call over TLS: answered under the pinned anchor, refused under another.
+TEST(HttpTransferUnderWine, ARemoteCallIsAnsweredOnlyByTheTrustedServer)
+{
+    QZTRANSPORT::RemoteEndpoint endpoint;
+    endpoint.m_strBase = Env("QZ_TEST_URL");
+    endpoint.m_wstrServerCert = QZTEST::GetEnv("QZ_TEST_CA");
+    QZSTD::CAutoPtr<QZPAR::Params> pArgs = QZPAR::CreateParams();
+    QZPAR::SetIntValue(pArgs, L"n", 7);
+    QZSTD::CAutoPtr<QZPAR::Params> pResult = QZTRANSPORT::CallRemote(endpoint, "SrvRi", "Echo", pArgs);
+    EXPECT_EQ(QZPAR::GetIntValue(QZPAR::GetParamsValue(pResult, L"PxgRetVal"), L"n"), 7);
+    endpoint.m_wstrServerCert = QZTEST::GetEnv("QZ_TEST_OTHER_CA");
+    EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZTRANSPORT::CallRemote(endpoint, "SrvRi", "Echo", pArgs); },
+                                  QZTRANSPORT::MODULE),
+              QZTRANSPORT::TRANSFER_FAILED);
 }
 
 }  // namespace
