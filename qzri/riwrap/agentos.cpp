@@ -31,6 +31,21 @@ bool IsAbsolutePath(const std::wstring& wstrPath)
     return wstrPath.size() >= 3 && wstrPath[1] == L':' && IsAnySeparator(wstrPath[2]);
 }
 
+bool EndsWithNoCase(const std::wstring& wstr, const wchar_t* szSuffix)
+{
+    const std::wstring wstrSuffix = szSuffix;
+    if (wstr.size() < wstrSuffix.size())
+        return false;
+    for (size_t n = 0; n < wstrSuffix.size(); ++n) {
+        wchar_t c = wstr[wstr.size() - wstrSuffix.size() + n];
+        if (c >= L'A' && c <= L'Z')
+            c = static_cast<wchar_t>(c - L'A' + L'a');
+        if (c != wstrSuffix[n])
+            return false;
+    }
+    return true;
+}
+
 std::wstring WithTrailingSeparator(const std::wstring& wstrPath)
 {
     if (wstrPath.empty() || IsSeparator(wstrPath.back()))

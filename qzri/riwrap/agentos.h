@@ -29,6 +29,8 @@ std::wstring DirectoryOf(const std::wstring& wstrPath);
 bool IsAbsolutePath(const std::wstring& wstrPath);
 // The path with a separator at its end (an empty path stays empty).
 std::wstring WithTrailingSeparator(const std::wstring& wstrPath);
+// Whether a file name ends with szSuffix, given in lower case (".msi"), in any case of ASCII letters.
+bool EndsWithNoCase(const std::wstring& wstr, const wchar_t* szSuffix);
 
 class AgentOs
 {

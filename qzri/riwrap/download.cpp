@@ -42,17 +42,11 @@ struct PackageSource
     std::wstring m_wstrRelPaths;
 };
 
-#ifdef _WIN32
-constexpr wchar_t SEPARATOR = L'\\';
-#else
-constexpr wchar_t SEPARATOR = L'/';
-#endif
-
 std::wstring Native(std::wstring wstrPath)
 {
     for (wchar_t& c : wstrPath)
         if (c == L'/' || c == L'\\')
-            c = SEPARATOR;
+            c = PATH_SEPARATOR;
     return wstrPath;
 }
 
@@ -67,16 +61,6 @@ std::wstring Trimmed(const std::wstring& wstr)
     if (nFirst == std::wstring::npos)
         return std::wstring();
     return wstr.substr(nFirst, wstr.find_last_not_of(L" \t") - nFirst + 1);
-}
-
-bool EndsWithNoCase(const std::wstring& wstr, const std::wstring& wstrEnd)
-{
-    if (wstr.size() < wstrEnd.size())
-        return false;
-    for (size_t n = 0; n < wstrEnd.size(); ++n)
-        if (towlower(wstr[wstr.size() - wstrEnd.size() + n]) != towlower(wstrEnd[n]))
-            return false;
-    return true;
 }
 
 // 0 when the package says there is nothing (more) to download, or there is no configuration.
@@ -156,9 +140,7 @@ void CopyFiles(const RiWrpData& data, const PackageSource& src)
 {
     QZ_TRACE_SCOPE(MODULE, SCOPE);
     QZ_TRACE_I(L"Files copy...\n");
-    const std::wstring wstrRoot = InPackage(data, src.m_wstrExtractRoot);
-    const std::wstring wstrRootDir =
-        wstrRoot.empty() || wstrRoot.back() == SEPARATOR ? wstrRoot : wstrRoot + SEPARATOR;
+    const std::wstring wstrRootDir = WithTrailingSeparator(InPackage(data, src.m_wstrExtractRoot));
     size_t nStart = 0;
     while (nStart <= src.m_wstrRelPaths.size()) {
         size_t nEnd = src.m_wstrRelPaths.find(REL_PATHS_SEPARATOR, nStart);

@@ -36,21 +36,6 @@ constexpr const char* SCOPE = "RunExecutable";
 // [Product] "Name" of a package that installs an operating-system image for network boot.
 constexpr const wchar_t* OS_IMAGE_PACKAGE = L"pxe_osimage_package";
 
-bool EndsWithNoCase(const std::wstring& wstr, const wchar_t* szSuffix)
-{
-    const std::wstring wstrSuffix = szSuffix;
-    if (wstr.size() < wstrSuffix.size())
-        return false;
-    for (size_t n = 0; n < wstrSuffix.size(); ++n) {
-        wchar_t c = wstr[wstr.size() - wstrSuffix.size() + n];
-        if (c >= L'A' && c <= L'Z')
-            c = static_cast<wchar_t>(c - L'A' + L'a');
-        if (c != wstrSuffix[n])
-            return false;
-    }
-    return true;
-}
-
 // Ends a run: the service goes (no autostart remains), the result is reported.
 int32_t Finish(RiWrpData& data, const RiMessage& msg, int32_t nCode, const AgentServices& services)
 {
