@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
+#include <tuple>
 
 #include "common/msisetup/msisetup.h"
 #include "common/ristrutils.h"
@@ -85,81 +87,47 @@ protected:
 // or an exception ends the group. Every way out puts the group back into the companion.
 TEST_F(DriverTest, GroupUninstallationEndsRevertedOnEveryPath)
 {
-    struct Row
-    {
-        const char* szWhat;
-        std::vector<ControlledProduct> vecProducts;
-        std::map<std::wstring, int32_t> mapCodes;
-        bool bUninstaller;
-        int32_t nResult;
-        Names vecUninstalled;
-        const wchar_t* szReport;  // what ended the run through the report sink; nullptr: the final report
-        Lines vecTraced;
-    };
+    // What is tried, the products, the uninstaller's codes by product (-1: it raises), whether there is an
+    // uninstaller, the result, the products uninstalled, what ended the run through the report sink
+    // (nullptr: the final report) and the records traced ("REVERT": the companion put back).
+    using Row = std::tuple<const char*, std::vector<ControlledProduct>, std::map<std::wstring, int32_t>, bool,
+                           int32_t, Names, const wchar_t*, Lines>;
     const Row rows[] = {
-        {"server on the host",
-         {A, SERVER, AGENT},
-         {},
-         true,
-         QZRI_RSLT_LOCAL_SERVER,
-         {},
-         L"QZRI_MSG_DATA_LOCAL_SERVER_WRN",
-         {"QZRIWRP I hs: Move nagent to the end of list and check is server local",
-          "QZRIWRP I Check product: name = '2001', version = '1.0'",
-          "QZRIWRP I Server found (so cancel uninstall task)", "REVERT"}},
-        {"agent last",
-         {AGENT, A, B},
-         {},
-         true,
-         0,
-         {L"2001", L"2002", L"1103"},
-         nullptr,
-         {"QZRIWRP I Nagent found (move to the end of list)",
-          "QZRIWRP I Lets initialize main qud-file content",
-          "QZRIWRP I RunExecutable: Product = 'AllControlledProducts', Version = 'AllControlledProducts', "
-          "LocalizedName = 'All products'.",
-          "QZRIWRP I Lets replace qud-file content", "QZRIWRP I nExitCode = 0, bNeedRestart = 0",
-          "QZRIWRP I RunExecutable: Report about uninstalling product and wait",
-          "QZRIWRP I Report about uninstalling product and wait complete!", "REVERT"}},
-        {"failing product",
-         {A, B},
-         {{L"2001", 1603}},
-         true,
-         1603,
-         {L"2001"},
-         nullptr,
-         {"QZRIWRP I nExitCode = 1603, bNeedRestart = 0", "QZRIWRP I nExitCode != QZRI_RSLT_NO_ERROR",
-          "REVERT"}},
-        {"no uninstaller",
-         {A},
-         {},
-         false,
-         QZRI_RSLT_NOT_AVAILABLE,
-         {},
-         L"QZRI_MSG_DATA_NOT_AVAILABLE",
-         {"QZRIWRP I Lets replace qud-file content", "REVERT",
-          "QZRIWRP E RunExecutable: Uninstalling a product is not available in this build."}},
-        {"uninstaller raises",
-         {A},
-         {{L"2001", -1}},
-         true,
-         QZRI_RSLT_GENERAL_ERROR,
-         {L"2001"},
-         L"QZRI_MSG_DATA_GENERAL_ERROR",
-         {"REVERT", "QZRIWRP E RunExecutable: process general error."}},
+        Row("server on the host", {A, SERVER, AGENT}, {}, true, QZRI_RSLT_LOCAL_SERVER, {},
+            L"QZRI_MSG_DATA_LOCAL_SERVER_WRN",
+            {"QZRIWRP I hs: Move nagent to the end of list and check is server local",
+             "QZRIWRP I Check product: name = '2001', version = '1.0'",
+             "QZRIWRP I Server found (so cancel uninstall task)", "REVERT"}),
+        Row("agent last", {AGENT, A, B}, {}, true, 0, {L"2001", L"2002", L"1103"}, nullptr,
+            {"QZRIWRP I Nagent found (move to the end of list)",
+             "QZRIWRP I Lets initialize main qud-file content",
+             "QZRIWRP I RunExecutable: Product = 'AllControlledProducts', Version = 'AllControlledProducts', "
+             "LocalizedName = 'All products'.",
+             "QZRIWRP I Lets replace qud-file content", "QZRIWRP I nExitCode = 0, bNeedRestart = 0",
+             "QZRIWRP I RunExecutable: Report about uninstalling product and wait",
+             "QZRIWRP I Report about uninstalling product and wait complete!", "REVERT"}),
+        Row("failing product", {A, B}, {{L"2001", 1603}}, true, 1603, {L"2001"}, nullptr,
+            {"QZRIWRP I nExitCode = 1603, bNeedRestart = 0", "QZRIWRP I nExitCode != QZRI_RSLT_NO_ERROR",
+             "REVERT"}),
+        Row("no uninstaller", {A}, {}, false, QZRI_RSLT_NOT_AVAILABLE, {}, L"QZRI_MSG_DATA_NOT_AVAILABLE",
+            {"QZRIWRP I Lets replace qud-file content", "REVERT",
+             "QZRIWRP E RunExecutable: Uninstalling a product is not available in this build."}),
+        Row("uninstaller raises", {A}, {{L"2001", -1}}, true, QZRI_RSLT_GENERAL_ERROR, {L"2001"},
+            L"QZRI_MSG_DATA_GENERAL_ERROR", {"REVERT", "QZRIWRP E RunExecutable: process general error."}),
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, vecProducts, mapCodes, bUninstaller, nResult, vecUninstalled, szReport,
+                      vecLines] : rows) {
+        SCOPED_TRACE(szWhat);
         Package("[Setup]\r\nExecutable=setup.exe\r\n", GROUP_QUD);
-        m_fakes->m_products.m_vecProducts = row.vecProducts;
+        m_fakes->m_products.m_vecProducts = vecProducts;
         m_fakes->m_products.m_vecConn = {true};
-        m_fakes->m_uninstaller.m_mapCodes = row.mapCodes;
+        m_fakes->m_uninstaller.m_mapCodes = mapCodes;
         AgentServices services = m_fakes->Get();
-        if (!row.bUninstaller)
+        if (!bUninstaller)
             services.m_pUninstaller = nullptr;
-        EXPECT_EQ(Run(services), row.nResult);
-        EXPECT_EQ(m_fakes->m_uninstaller.m_vecProducts, row.vecUninstalled);
-        Lines vecTraced = row.vecTraced;
+        EXPECT_EQ(Run(services), nResult);
+        EXPECT_EQ(m_fakes->m_uninstaller.m_vecProducts, vecUninstalled);
+        Lines vecTraced = vecLines;
         std::replace(vecTraced.begin(), vecTraced.end(), std::string("REVERT"), RevertLine());
         EXPECT_TRUE(Traced(vecTraced));
         for (const wchar_t* szKey : {L"Product", L"Version", L"LocalizedName"})
@@ -167,16 +135,16 @@ TEST_F(DriverTest, GroupUninstallationEndsRevertedOnEveryPath)
         Names vecReported;
         for (const auto& report : m_fakes->m_reports.m_vecReports)
             vecReported.push_back(report.first);
-        EXPECT_EQ(vecReported, row.szReport ? Names{row.szReport} : Names{});
+        EXPECT_EQ(vecReported, szReport ? Names{szReport} : Names{});
         EXPECT_FALSE(m_fakes->m_serviceControl.m_vecDeleted.empty());
-        if (row.szReport == nullptr) {
+        if (szReport == nullptr) {
             // The last product's result under the task with "_USR_UNFIN", and the group's under the task.
             QZSTD::CAutoPtr<QZPAR::Params> pCodes =
                 QZPAR::GetParamsValue(QZSTD::SettingsStorage::OpenReadOnly(E2s())->ReadSection(
                                           L".core", L".independent", L"SubscriptionData"),
                                       L"TASK_ID_RSLT_CODE");
-            EXPECT_EQ(QZPAR::GetIntValue(pCodes, L"T1_USR_UNFIN"), row.nResult);
-            EXPECT_EQ(QZPAR::GetIntValue(pCodes, L"T1"), row.nResult);
+            EXPECT_EQ(QZPAR::GetIntValue(pCodes, L"T1_USR_UNFIN"), nResult);
+            EXPECT_EQ(QZPAR::GetIntValue(pCodes, L"T1"), nResult);
         }
     }
 }
@@ -185,42 +153,28 @@ TEST_F(DriverTest, GroupUninstallationEndsRevertedOnEveryPath)
 // stop ends the group with the products left installed.
 TEST_F(DriverTest, ConnInstalledWaitEndsOnTrueUnreadableLimitOrStop)
 {
-    struct Row
-    {
-        std::vector<std::optional<bool>> vecConn;
-        bool bStopped;
-        int nWaits;
-        size_t nUninstalled;
-        int32_t nResult;
-        const char* szTraced;
-    };
+    // The answers to "ConnInstalled", whether a stop is raised, the waits for it, the products
+    // uninstalled, the result and the record traced.
+    using Row = std::tuple<std::vector<std::optional<bool>>, bool, int, size_t, int32_t, const char*>;
+    const char* const DONE = "QZRI I QZRI::ReportResult: Description: '2 product(s) uninstalled.'";
     const Row rows[] = {
-        {{true}, false, 0, 2, 0, "QZRI I QZRI::ReportResult: Description: '2 product(s) uninstalled.'"},
-        {{false, false, true},
-         false,
-         2,
-         2,
-         0,
-         "QZRI I QZRI::ReportResult: Description: '2 product(s) uninstalled.'"},
-        {{}, false, 0, 2, 0, "QZRIWRP I RunExecutable: ConnInstalled cannot be read: nobody to wait for."},
-        {{false},
-         false,
-         2 * CONN_MAX_POLLS,
-         2,
-         0,
-         "QZRIWRP W RunExecutable: ConnInstalled is still false after 300000 ms: going on."},
-        {{false}, true, 1, 1, QZRI_RSLT_GENERAL_ERROR, "QZRIWRP I RunExecutable: Stopped."},
+        Row({true}, false, 0, 2, 0, DONE),
+        Row({false, false, true}, false, 2, 2, 0, DONE),
+        Row({}, false, 0, 2, 0, "QZRIWRP I RunExecutable: ConnInstalled cannot be read: nobody to wait for."),
+        Row({false}, false, 2 * CONN_MAX_POLLS, 2, 0,
+            "QZRIWRP W RunExecutable: ConnInstalled is still false after 300000 ms: going on."),
+        Row({false}, true, 1, 1, QZRI_RSLT_GENERAL_ERROR, "QZRIWRP I RunExecutable: Stopped."),
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.nWaits);
+    for (const auto& [vecConn, bStopped, nWaits, nUninstalled, nResult, szTraced] : rows) {
+        SCOPED_TRACE(nWaits);
         Package("[Setup]\r\nExecutable=setup.exe\r\n", GROUP_QUD);
         m_fakes->m_products.m_vecProducts = {A, B};
-        m_fakes->m_products.m_vecConn = row.vecConn;
-        m_fakes->m_waits.m_bStopped = row.bStopped;
-        EXPECT_EQ(Run(m_fakes->Get()), row.nResult);
-        EXPECT_EQ(m_fakes->m_waits.m_nStopWaits, row.nWaits);
-        EXPECT_EQ(m_fakes->m_uninstaller.m_vecProducts.size(), row.nUninstalled);
-        EXPECT_TRUE(Traced({row.szTraced}));
+        m_fakes->m_products.m_vecConn = vecConn;
+        m_fakes->m_waits.m_bStopped = bStopped;
+        EXPECT_EQ(Run(m_fakes->Get()), nResult);
+        EXPECT_EQ(m_fakes->m_waits.m_nStopWaits, nWaits);
+        EXPECT_EQ(m_fakes->m_uninstaller.m_vecProducts.size(), nUninstalled);
+        EXPECT_TRUE(Traced({szTraced}));
         EXPECT_EQ(Uninstall(L"Product"), ALL_CONTROLLED_PRODUCTS);
     }
 }
@@ -328,31 +282,21 @@ public:
 // is explained; a busy installer past the package's limit is "retry later", not a failure.
 TEST_F(DriverTest, WindowsInstallerAnswersAreJudgedExplainedOrRetriedLater)
 {
-    struct Row
-    {
-        const char* szWhat;
-        std::vector<uint32_t> vecResults;
-        int32_t nResult;
-        Names vecAutostart;
-        const char* szTraced;
-    };
+    // What is tried, the installer's answers, the result, the autostart calls past the first
+    // registration and the record traced (nullptr: none asked for).
+    using Row = std::tuple<const char*, std::vector<uint32_t>, int32_t, Names, const char*>;
     const Row rows[] = {
-        {"installed", {0}, QZRI_RSLT_NO_ERROR, {}, "QZRIWRP I RunExecutable: final result has no error."},
-        {"restart needed, listed",
-         {3010},
-         QZRI_RSLT_NO_ERROR,
-         {L"Register(2)"},
-         "QZRIWRP I RunExecutable: finish after reboot."},
-        {"failed",
-         {1603},
-         1603,
-         {},
-         "QZRIWRP I RunExecutable: Windows Installer returned 1603: Action InstallFiles failed: Error 1310. "
-         "Cannot write C:\\f; its log is '$msisetup-t.txt'."},
-        {"busy past the limit", {1618, 1618, 1618}, QZRI_RSLT_INSTALLER_BUSY, {}, nullptr},
+        Row("installed", {0}, QZRI_RSLT_NO_ERROR, {}, "QZRIWRP I RunExecutable: final result has no error."),
+        Row("restart needed, listed", {3010}, QZRI_RSLT_NO_ERROR, {L"Register(2)"},
+            "QZRIWRP I RunExecutable: finish after reboot."),
+        Row("failed", {1603}, 1603, {},
+            "QZRIWRP I RunExecutable: Windows Installer returned 1603: Action InstallFiles failed: Error "
+            "1310. "
+            "Cannot write C:\\f; its log is '$msisetup-t.txt'."),
+        Row("busy past the limit", {1618, 1618, 1618}, QZRI_RSLT_INSTALLER_BUSY, {}, nullptr),
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, vecResults, nResult, vecAutostartCalls, szTraced] : rows) {
+        SCOPED_TRACE(szWhat);
         Package(
             "[Setup]\r\nExecutable=setup.msi\r\nMsiProperties=A=1 /qn\r\nMsiBusyTimeoutSec=7\r\n"
             "[SetupProcessResult_NeedReboot]\r\n3010=1\r\n",
@@ -360,17 +304,17 @@ TEST_F(DriverTest, WindowsInstallerAnswersAreJudgedExplainedOrRetriedLater)
         QZTEST::WriteFileBytes(m_wstrPkg + L"setup.msi", "msi");
         m_data->m_bSilentModeCmdLine = false;
         ScriptedInstaller installer;
-        installer.m_vecResults = row.vecResults;
+        installer.m_vecResults = vecResults;
         AgentServices services = m_fakes->Get();
         services.m_pInstaller = &installer;
-        EXPECT_EQ(Run(services), row.nResult) << Dump();
+        EXPECT_EQ(Run(services), nResult) << Dump();
         EXPECT_EQ(installer.m_vecCmdLines.front(), L" A=\"1\" REBOOT=\"ReallySuppress\"");
         Names vecAutostart = m_fakes->m_autostart.m_vecCalls;
         vecAutostart.erase(std::remove(vecAutostart.begin(), vecAutostart.end(), L"Register(1)"),
                            vecAutostart.end());
-        EXPECT_EQ(vecAutostart, row.vecAutostart);
-        if (row.szTraced) {
-            EXPECT_TRUE(Traced({row.szTraced}));
+        EXPECT_EQ(vecAutostart, vecAutostartCalls);
+        if (szTraced) {
+            EXPECT_TRUE(Traced({szTraced}));
         }
     }
     EXPECT_TRUE(

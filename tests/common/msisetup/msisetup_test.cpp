@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <tuple>
 
 #include "tests/testutil/fsutil.h"
 
@@ -109,49 +110,31 @@ TEST(MsiCommandLinesTest, EveryParameterIsPassedOnlyTheAgentsAreLoggedSecretsHid
 // The order of the calls, the handlers put back on every path, a patch by its extension in any case.
 TEST(MsiLaunchTest, HandlersAreSetAndRestoredAroundTheInstallationOrThePatch)
 {
-    struct Row
-    {
-        const char* szWhat;
-        const wchar_t* szPackage;
-        uint32_t nVersion;
-        uint32_t nRecordError;
-        uint32_t nResult;
-        std::vector<std::wstring> vecCalls;
-    };
+    // What is tried, the package, msi.dll's version, the record handler's error, the result and the calls.
+    using Row =
+        std::tuple<const char*, const wchar_t*, uint32_t, uint32_t, uint32_t, std::vector<std::wstring>>;
     const Row rows[] = {
-        {"product",
-         L"p.msi",
-         5u << 16,
-         0,
-         0,
-         {L"log 13312 l.txt", L"record 496", L"string 3615", L"install p.msi [ A=\"1\"]", L"restore+record"}},
-        {"patch in mixed case",
-         L"C:\\x.y\\fix.MsP",
-         (3u << 16) | 1,
-         0,
-         3010,
-         {L"log 13312 l.txt", L"record 496", L"string 3615", L"patch C:\\x.y\\fix.MsP [ A=\"1\"]",
-          L"restore+record"}},
-        {"no extension, msi.dll 3.0",
-         L"C:\\x.msp\\pkg",
-         3u << 16,
-         0,
-         1603,
-         {L"log 13312 l.txt", L"string 3615", L"install C:\\x.msp\\pkg [ A=\"1\"]", L"restore"}},
-        {"the record handler refused", L"p.msi", 5u << 16, 87, 87, {L"log 13312 l.txt", L"record 496"}},
+        Row("product", L"p.msi", 5u << 16, 0, 0,
+            {L"log 13312 l.txt", L"record 496", L"string 3615", L"install p.msi [ A=\"1\"]",
+             L"restore+record"}),
+        Row("patch in mixed case", L"C:\\x.y\\fix.MsP", (3u << 16) | 1, 0, 3010,
+            {L"log 13312 l.txt", L"record 496", L"string 3615", L"patch C:\\x.y\\fix.MsP [ A=\"1\"]",
+             L"restore+record"}),
+        Row("no extension, msi.dll 3.0", L"C:\\x.msp\\pkg", 3u << 16, 0, 1603,
+            {L"log 13312 l.txt", L"string 3615", L"install C:\\x.msp\\pkg [ A=\"1\"]", L"restore"}),
+        Row("the record handler refused", L"p.msi", 5u << 16, 87, 87, {L"log 13312 l.txt", L"record 496"}),
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, szPackage, nVersion, nRecordError, nResult, vecCalls] : rows) {
+        SCOPED_TRACE(szWhat);
         FakeInstaller installer;
-        installer.m_nVersion = row.nVersion;
-        installer.m_nRecordError = row.nRecordError;
-        installer.m_vecResults = {row.nResult};
+        installer.m_nVersion = nVersion;
+        installer.m_nRecordError = nRecordError;
+        installer.m_vecResults = {nResult};
         RecordingCallback callback;
-        QZMsiSetup::Ptr pSetup =
-            CreateMsiSetup(row.szPackage, {{L"A", L"1", 0}}, callback, installer, L"l.txt");
+        QZMsiSetup::Ptr pSetup = CreateMsiSetup(szPackage, {{L"A", L"1", 0}}, callback, installer, L"l.txt");
         Params vecExternal;
-        EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), row.nResult);
-        EXPECT_EQ(installer.m_vecCalls, row.vecCalls);
+        EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), nResult);
+        EXPECT_EQ(installer.m_vecCalls, vecCalls);
         EXPECT_EQ(CurrentMsiSetup(), nullptr);
     }
     FakeInstaller installer;
@@ -209,37 +192,32 @@ TEST(MsiLaunchTest, MessagesGoToTheCallbackPropertiesAreCollectedAFailureIsExpla
 // Busy: tried again after growing pauses until the limit, never beyond it; a stop ends the waiting.
 TEST(MsiLaunchTest, ABusyInstallerIsTriedAgainAfterGrowingPausesUpToTheLimit)
 {
-    struct Row
-    {
-        const char* szWhat;
-        std::vector<uint32_t> vecResults;
-        long lLimitMs;
-        bool bStopAtSecondWait;
-        uint32_t nResult;
-        std::vector<uint32_t> vecPauses;
-    };
+    // What is tried, the installer's answers, the limit, whether a stop comes at the second pause, the
+    // result and the pauses.
+    using Row = std::tuple<const char*, std::vector<uint32_t>, long, bool, uint32_t, std::vector<uint32_t>>;
     const Row rows[] = {
         {"free after two waits", {1618, 1618, 0}, 600000, false, 0, {5000, 10000}},
         {"busy until the limit", {1618, 1618, 1618, 1618}, 12000, false, 1618, {5000, 7000}},
         {"stopped while waiting", {1618, 1618, 1618}, 600000, true, 1618, {5000, 10000}},
         {"no limit", {1618}, 0, false, 1618, {}},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, vecResults, lLimitMs, bStopAtSecondWait, nResult, vecExpectedPauses] : rows) {
+        SCOPED_TRACE(szWhat);
         FakeInstaller installer;
-        installer.m_vecResults = row.vecResults;
+        installer.m_vecResults = vecResults;
         RecordingCallback callback;
         QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"p.msi", {}, callback, installer, L"l.txt");
         std::vector<uint32_t> vecPauses;
         MsiLaunchOptions options;
-        options.m_lBusyLimitMs = row.lLimitMs;
+        options.m_lBusyLimitMs = lLimitMs;
+        const bool bStop = bStopAtSecondWait;
         options.m_fnWait = [&](uint32_t nMs) {
             vecPauses.push_back(nMs);
-            return !(row.bStopAtSecondWait && vecPauses.size() == 2);
+            return !(bStop && vecPauses.size() == 2);
         };
         Params vecExternal;
-        EXPECT_EQ(pSetup->Launch(options, vecExternal), row.nResult);
-        EXPECT_EQ(vecPauses, row.vecPauses);
+        EXPECT_EQ(pSetup->Launch(options, vecExternal), nResult);
+        EXPECT_EQ(vecPauses, vecExpectedPauses);
     }
 }
 
