@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <map>
+#include <tuple>
 
 // testchild.h brings <windows.h>, whose GetProfileInt macro std/profile.h takes away again.
 #include "tests/std/process/testchild.h"
@@ -31,21 +32,16 @@ std::wstring Native(const std::wstring& wstr)
 
 TEST(QztskSetup, InstallerCommandLine)
 {
-    const struct
-    {
-        const wchar_t* szArguments;
-        bool bUserMode;
-        const wchar_t* szExpected;
-    } cases[] = {
+    // The setup's arguments, whether it runs in user mode, and the command line.
+    const std::tuple<const wchar_t*, bool, const wchar_t*> cases[] = {
         {L"", false, L"\"C:\\p\\setup.exe\""},
         {L"/s /v\"/qn\"", false, L"\"C:\\p\\setup.exe\" /s /v\"/qn\""},
         {L"/s", true, L"\"C:\\p\\setup.exe\" /s USRMOD=1 "},
         {L"", true, L"\"C:\\p\\setup.exe\" USRMOD=1 "},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(QZTSK::BuildInstallerCommandLine(L"C:\\p\\setup.exe", c.szArguments, c.bUserMode),
-                  c.szExpected)
-            << c.szArguments << c.bUserMode;
+    for (const auto& [szArguments, bUserMode, szExpected] : cases)
+        EXPECT_EQ(QZTSK::BuildInstallerCommandLine(L"C:\\p\\setup.exe", szArguments, bUserMode), szExpected)
+            << szArguments << bUserMode;
 }
 
 // The package's setup program is this executable; the child mode says what it does.
@@ -56,50 +52,44 @@ TEST(QztskSetup, RunsTheInstallerThroughTheWrapperAndReadsItsResult)
 #else
     const int nExitCode = 42;  // exit codes are 8 bits here
 #endif
-    const struct
-    {
-        std::wstring wstrChildMode;
-        std::string strQpd;
-        std::string strQud;
-        bool bUserMode;
-        bool bExecutablePackage;
-        int32_t nAdaptedProduct;
-        int32_t nResult;
-        const char* szStdErr;
-    } cases[] = {
-        {L"exit:" + std::to_wstring(nExitCode), "[Product]\nName=executable_package\nAdaptedProduct=1\n",
-         "[Product]\nAdaptedProduct=2\n", true, true, 2, nExitCode, ""},
-        {L"echo", "[Product]\nName=Product X\n", "", false, false, 0, 0, "err-line"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(QZSTD::WideToUtf8(c.wstrChildMode));
+    // The child's mode, the qpd file, its companion (empty: none), whether the setup runs in user mode,
+    // and the result: an executable package, the adapted product, the result code and standard error.
+    const std::tuple<std::wstring, std::string, std::string, bool, bool, int32_t, int32_t, const char*>
+        cases[] = {
+            {L"exit:" + std::to_wstring(nExitCode), "[Product]\nName=executable_package\nAdaptedProduct=1\n",
+             "[Product]\nAdaptedProduct=2\n", true, true, 2, nExitCode, ""},
+            {L"echo", "[Product]\nName=Product X\n", "", false, false, 0, 0, "err-line"},
+        };
+    for (const auto& [wstrChildMode, strQpd, strQud, bUserMode, bExecutablePackage, nAdaptedProduct, nResult,
+                      szStdErr] : cases) {
+        SCOPED_TRACE(QZSTD::WideToUtf8(wstrChildMode));
         QZTEST::TempFolder folder;
         const std::wstring wstrPackage = folder.MakeSubFolder(L"pkg");
         // A folder with a blank and a parenthesis, as "C:\Program Files (x86)\..." has them.
         const std::wstring wstrWork = folder.MakeSubFolder(L"work dir (x86)");
         std::filesystem::copy_file(QZTEST::SelfPath(), QZRI::PathFromWide(wstrPackage + L"setup.exe"));
-        QZTEST::WriteFileBytes(wstrPackage + L"pkg.qpd", c.strQpd);
-        if (!c.strQud.empty())
-            QZTEST::WriteFileBytes(wstrPackage + L"pkg.qud", c.strQud);
+        QZTEST::WriteFileBytes(wstrPackage + L"pkg.qpd", strQpd);
+        if (!strQud.empty())
+            QZTEST::WriteFileBytes(wstrPackage + L"pkg.qud", strQud);
         // A result of an earlier run must not be taken for this one.
         QZTEST::WriteFileBytes(wstrWork + L"$qzsetuprslt.ini", "[cmd_proc_rslt]\nresult=77\nready=1\n");
 
-        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZTEST::EnvOf({{L"QZ_TEST_CHILD", c.wstrChildMode}});
+        QZSTD::CAutoPtr<QZPAR::Params> pEnv = QZTEST::EnvOf({{L"QZ_TEST_CHILD", wstrChildMode}});
         QZTSK::SetupRequest request;
         request.m_wstrPackageFolder = wstrPackage;
         request.m_wstrQpdPath = wstrPackage + L"pkg.qpd";
         request.m_wstrAgentFolder = folder.Path();
         request.m_wstrWorkingFolder = wstrWork;
         request.m_wstrArguments = L"/s";
-        request.m_bUserMode = c.bUserMode;
+        request.m_bUserMode = bUserMode;
         request.m_pEnvironment = pEnv.Get();
         request.m_lTimeoutMs = 60000;
         const QZTSK::SetupResult result = QZTSK::Setup(request);
 
-        EXPECT_EQ(result.m_bExecutablePackage, c.bExecutablePackage);
-        EXPECT_EQ(result.m_nAdaptedProduct, c.nAdaptedProduct);
+        EXPECT_EQ(result.m_bExecutablePackage, bExecutablePackage);
+        EXPECT_EQ(result.m_nAdaptedProduct, nAdaptedProduct);
         EXPECT_EQ(result.m_wstrInstallerCommandLine,
-                  QZTSK::BuildInstallerCommandLine(Native(wstrPackage + L"setup.exe"), L"/s", c.bUserMode));
+                  QZTSK::BuildInstallerCommandLine(Native(wstrPackage + L"setup.exe"), L"/s", bUserMode));
         EXPECT_EQ(result.m_wstrRebootAgentCommandLine, L"\"" + Native(folder.Join(L"qzrbtagt.exe")) + L"\"");
         ASSERT_TRUE(result.m_bFinished);
         const std::wstring wstrResultFile = wstrWork + L"$qzsetuprslt.ini";
@@ -108,11 +98,11 @@ TEST(QztskSetup, RunsTheInstallerThroughTheWrapperAndReadsItsResult)
             // Wine's cmd.exe sets errorlevel 1 after "call" of any program: only a fresh file is certain.
             EXPECT_NE(77, result.m_nResultCode);
         } else {
-            EXPECT_EQ(c.nResult, result.m_nResultCode);
+            EXPECT_EQ(nResult, result.m_nResultCode);
         }
         // Standard error, and only it, goes to the file.
         const std::string strStdErr = QZTEST::ReadFileBytes(wstrWork + L"$qzsetuperr.txt");
-        EXPECT_NE(std::string::npos, strStdErr.find(c.szStdErr));
+        EXPECT_NE(std::string::npos, strStdErr.find(szStdErr));
         EXPECT_EQ(std::string::npos, strStdErr.find("out-line"));
     }
 }
@@ -142,13 +132,8 @@ TEST(QztskLocalWritableFolder, StorageFirstThenRegistryThenEmpty)
         NOT_A_STRING,
         VALUE
     };
-    const struct
-    {
-        const char* szName;
-        Storage eStorage;
-        bool bRegistry;
-        std::wstring wstrExpected;
-    } cases[] = {
+    // What is stored, whether the registry names the shared folder, and the folder found.
+    const std::tuple<const char*, Storage, bool, std::wstring> cases[] = {
         {"storage value wins", VALUE, true, L"C:\\lwf"},
         {"no storage file", NO_FILE, true, Native(L"D:\\shared/Data")},
         {"no section", NO_SECTION, true, Native(L"D:\\shared/Data")},
@@ -156,27 +141,27 @@ TEST(QztskLocalWritableFolder, StorageFirstThenRegistryThenEmpty)
         {"value not a string", NOT_A_STRING, true, Native(L"D:\\shared/Data")},
         {"nothing anywhere", NO_VALUE, false, L""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.szName);
+    for (const auto& [szName, eStorage, bRegistry, wstrExpected] : cases) {
+        SCOPED_TRACE(szName);
         QZTEST::TempFolder folder;
         const std::wstring wstrPath = folder.Join(L"e2s_subscription.xml");
-        if (c.eStorage != NO_FILE) {
+        if (eStorage != NO_FILE) {
             QZSTD::CAutoPtr<QZSTD::SettingsStorage> pSs = QZSTD::SettingsStorage::OpenOrCreate(wstrPath);
             pSs->CreateSection(L".core", L".independent",
-                               c.eStorage == NO_SECTION ? L"Other" : L"SubscriptionData");
+                               eStorage == NO_SECTION ? L"Other" : L"SubscriptionData");
             QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
             QZPAR::SetStringValue(pEntries.Get(), L"Unrelated", L"x");
-            if (c.eStorage == VALUE)
+            if (eStorage == VALUE)
                 QZPAR::SetStringValue(pEntries.Get(), L"LocalWritableFolder", L"C:\\lwf");
-            if (c.eStorage == NOT_A_STRING)
+            if (eStorage == NOT_A_STRING)
                 QZPAR::SetIntValue(pEntries.Get(), L"LocalWritableFolder", 5);
             pSs->ReplaceEntries(L".core", L".independent",
-                                c.eStorage == NO_SECTION ? L"Other" : L"SubscriptionData", pEntries.Get());
+                                eStorage == NO_SECTION ? L"Other" : L"SubscriptionData", pEntries.Get());
         }
         MapRegistry registry;
-        if (c.bRegistry)
+        if (bRegistry)
             registry.m_mapValues[L"Software\\OrvaneLab\\SharedFiles|Folder"] = L"D:\\shared";
-        EXPECT_EQ(QZTSK::GetLocalWritableFolder(wstrPath, registry), c.wstrExpected);
+        EXPECT_EQ(QZTSK::GetLocalWritableFolder(wstrPath, registry), wstrExpected);
     }
 }
 
@@ -200,13 +185,8 @@ TEST(QztskLocalWritableFolder, SystemRegistryReadsStringsOnly)
     const DWORD dwNumber = 5;
     SetValue(L"Number", REG_DWORD, &dwNumber, sizeof(dwNumber));
     ::RegCloseKey(hKey);
-    const struct
-    {
-        const wchar_t* szKey;
-        const wchar_t* szName;
-        bool bFound;
-        const wchar_t* szValue;
-    } cases[] = {
+    // The key, the value's name, whether it is found and what is read.
+    const std::tuple<const wchar_t*, const wchar_t*, bool, const wchar_t*> cases[] = {
         {wstrKey.c_str(), L"Folder", true, L"C:\\Shared"},
         {wstrKey.c_str(), L"Unterminated", true, L"abc"},
         {wstrKey.c_str(), L"Empty", true, L""},
@@ -214,11 +194,10 @@ TEST(QztskLocalWritableFolder, SystemRegistryReadsStringsOnly)
         {wstrKey.c_str(), L"Missing", false, L"untouched"},
         {L"Software\\QzTest\\NoSuchKey", L"Folder", false, L"untouched"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [szKey, szName, bFound, szValue] : cases) {
         std::wstring wstrValue = L"untouched";
-        EXPECT_EQ(QZRI::SystemRegistry().ReadLocalMachineString(c.szKey, c.szName, wstrValue), c.bFound)
-            << c.szName;
-        EXPECT_EQ(wstrValue, c.szValue) << c.szName;
+        EXPECT_EQ(QZRI::SystemRegistry().ReadLocalMachineString(szKey, szName, wstrValue), bFound) << szName;
+        EXPECT_EQ(wstrValue, szValue) << szName;
     }
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, wstrKey.c_str());
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "qzri/riwrap/riwrpdata.h"
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/servicemain.h"
@@ -35,15 +37,9 @@ protected:
 // stop ends the retries.
 TEST_F(AgentServiceTest, AutostartIsAServiceOfALocalFolderRetriedWhileMarkedForDeletion)
 {
-    struct Row
-    {
-        const char* szWhat;
-        const wchar_t* szDir;  // nullptr: the package folder
-        std::vector<int> vecCreateErrors;
-        bool bStopped;
-        bool bRegistered;
-        int nStopWaits;
-    };
+    // What is tried, the folder (nullptr: the package folder), the errors of the creations in turn,
+    // whether a stop is raised, whether the service is registered and the waits for the stop.
+    using Row = std::tuple<const char*, const wchar_t*, std::vector<int>, bool, bool, int>;
     const Row rows[] = {
         {"at once", nullptr, {}, false, true, 0},
         {"after two attempts", nullptr, {1072, 1072}, false, true, 4},
@@ -54,23 +50,23 @@ TEST_F(AgentServiceTest, AutostartIsAServiceOfALocalFolderRetriedWhileMarkedForD
         {"network share with slashes", L"//srv/share/", {}, false, false, 0},
         {"too short", L"C:", {}, false, false, 0},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, szDir, vecCreateErrors, bStopped, bRegistered, nStopWaits] : rows) {
+        SCOPED_TRACE(szWhat);
         RiWrpData data;
-        data.m_wstrDirPath = row.szDir ? row.szDir : m_data.m_wstrDirPath;
+        data.m_wstrDirPath = szDir ? szDir : m_data.m_wstrDirPath;
         data.m_wstrMasterServiceId = L"m1";
         data.m_nStartCounter = 4;
         m_fakes.m_serviceControl = QZRITEST::FakeServiceControl();
-        m_fakes.m_serviceControl.m_vecCreateErrors = row.vecCreateErrors;
+        m_fakes.m_serviceControl.m_vecCreateErrors = vecCreateErrors;
         m_fakes.m_waits = QZRITEST::ScriptedWaits();
-        m_fakes.m_waits.m_bStopped = row.bStopped;
+        m_fakes.m_waits.m_bStopped = bStopped;
         const AgentServices services = m_fakes.Get();
         ServiceAutostart autostart(services);
-        EXPECT_EQ(autostart.RegisterAutostart(data, QZRI_ACTION_RUN), row.bRegistered);
-        EXPECT_EQ(m_fakes.m_waits.m_nStopWaits, row.nStopWaits);
+        EXPECT_EQ(autostart.RegisterAutostart(data, QZRI_ACTION_RUN), bRegistered);
+        EXPECT_EQ(m_fakes.m_waits.m_nStopWaits, nStopWaits);
         const auto& mapServices = m_fakes.m_serviceControl.m_mapServices;
-        EXPECT_EQ(mapServices.size(), row.bRegistered ? 1u : 0u);
-        if (!row.bRegistered)
+        EXPECT_EQ(mapServices.size(), bRegistered ? 1u : 0u);
+        if (!bRegistered)
             continue;
         EXPECT_EQ(mapServices.at(L"QZ Deployment Wrapperm1"),
                   L"\"" + m_data.m_wstrDirPath + L"qzriwrap.exe\" QZRI$ID=m1");

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "qzri/riwrap/resultreport.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/profile.h"
@@ -15,15 +17,9 @@ using namespace QZRI;
 
 TEST(AskUserForStartTest, TheDialoguesAnswerDecidesAndIsRecorded)
 {
-    struct Row
-    {
-        const char* szWhat;
-        bool bUserLoggedOn;
-        std::vector<std::optional<uint32_t>> vecAnswers;
-        Consent eConsent;
-        size_t nAsks;
-        int nRecorded;  // "askusr.log" ResultCode; 0: nothing written
-    };
+    // What is answered, whether a user is logged on, the dialogue's answers in turn, the consent, the
+    // questions asked and the ResultCode in "askusr.log" (0: nothing written).
+    using Row = std::tuple<const char*, bool, std::vector<std::optional<uint32_t>>, Consent, size_t, int>;
     const Row rows[] = {
         {"install now", true, {6}, Consent::AGREED, 1, USER_ACTION_OK},
         {"later", true, {4}, Consent::DECLINED, 1, USER_ACTION_DEFER},
@@ -32,19 +28,19 @@ TEST(AskUserForStartTest, TheDialoguesAnswerDecidesAndIsRecorded)
         {"cannot be shown", true, {std::nullopt}, Consent::NOT_ASKED, 1, 0},
         {"nobody logged on", false, {6}, Consent::NOT_ASKED, 0, 0},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, bUserLoggedOn, vecAnswers, eConsent, nAsks, nRecorded] : rows) {
+        SCOPED_TRACE(szWhat);
         QZTEST::TempFolder folder;
         QZRITEST::TestServices fakes;
-        fakes.m_consent.m_vecAnswers = row.vecAnswers;
+        fakes.m_consent.m_vecAnswers = vecAnswers;
         RiWrpData data;
         data.m_wstrDirPath = folder.Path();
-        if (row.bUserLoggedOn)
+        if (bUserLoggedOn)
             data.m_vecUserSessions = {{3, L"Console"}, {5, L"RDP-Tcp#1"}};
-        EXPECT_EQ(AskUserForStart(data, fakes.Get()), row.eConsent);
-        EXPECT_EQ(fakes.m_consent.m_vecSessions, std::vector<unsigned long>(row.nAsks, 3));
+        EXPECT_EQ(AskUserForStart(data, fakes.Get()), eConsent);
+        EXPECT_EQ(fakes.m_consent.m_vecSessions, std::vector<unsigned long>(nAsks, 3));
         EXPECT_EQ(QZSTD::GetProfileInt(folder.Join(USER_ACTION_FILE), RESPONSE_SECTION, L"ResultCode", 0),
-                  row.nRecorded);
+                  nRecorded);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <tuple>
 
 namespace {
 
@@ -17,12 +18,7 @@ TEST(CmdLineKeysTest, KeysAndTheirValues)
     EXPECT_TRUE(HasKey(L"C:\\QZRI$GUI\\qzriwrap.exe", Keys::GUI_PROCESS));
     EXPECT_TRUE(HasKey(L"x.exe TASK_ID=xPxgRequest", Keys::PXG_REQUEST));
     EXPECT_FALSE(HasKey(L"x.exe service_id=1", Keys::MASTER_SERVICE_ID));
-    struct Row
-    {
-        const wchar_t* szLine;
-        std::wstring_view wsvKey;
-        const wchar_t* szValue;
-    };
+    using Row = std::tuple<const wchar_t*, std::wstring_view, const wchar_t*>;
     const Row rows[] = {
         {L"x.exe TASK_ID=T-17 RI_ID=r1", Keys::TASK_ID, L"T-17"},
         {L"x.exe TASK_ID=T-17 RI_ID=r1 QZRI_START_CNT=3", Keys::START_COUNTER, L"3"},
@@ -34,8 +30,8 @@ TEST(CmdLineKeysTest, KeysAndTheirValues)
         {L"x.exe QZRI$ID", Keys::SERVICE_RESTART, L""},
         {L"", Keys::TASK_ID, L""},
     };
-    for (const Row& row : rows)
-        EXPECT_EQ(GetKeyValue(row.szLine, row.wsvKey), row.szValue) << row.szLine;
+    for (const auto& [szLine, wsvKey, szValue] : rows)
+        EXPECT_EQ(GetKeyValue(szLine, wsvKey), szValue) << szLine;
 }
 
 TEST(CmdLineKeysTest, SilentSwitchIsOnlyTheFourExactWordsAfterTheProgramName)

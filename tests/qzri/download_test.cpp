@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -60,17 +62,11 @@ TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime
         WRONG,
         NONE
     };
-    struct Row
-    {
-        const char* szWhat;
-        int nShouldDownload;  // in qzriwrap.cfg; -1: no such file
-        const char* szUrlFile;
-        Hash eHash;
-        const char* szRelPaths;
-        const wchar_t* szFailure;  // the message id; nullptr: success
-        size_t nFetches;
-        const char* szPackage;  // the package folder's names afterwards, beside qzpkgsrc.ini
-    };
+    // What is tried, should_download in qzriwrap.cfg (-1: no such file), the file named by the URL, the
+    // hash given, rel_paths, the failure's message id (nullptr: success), the fetches and the package
+    // folder's names afterwards, beside qzpkgsrc.ini.
+    using Row =
+        std::tuple<const char*, int, const char*, Hash, const char*, const wchar_t*, size_t, const char*>;
     const wchar_t* VERIFY = L"QZRI_MSG_DATA_FILE_VERIFYING_ERROR";
     const wchar_t* COPY = L"QZRI_MSG_DATA_FILE_COPY_ERROR";
     const Row rows[] = {
@@ -87,11 +83,12 @@ TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime
          " qzriwrap.cfg setup.exe unpacked"},
         {"hostile archive", 1, "p.zip", RIGHT, "evil.exe", COPY, 1, " qzriwrap.cfg unpacked"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, nShouldDownload, szUrlFile, eHash, szRelPaths, szFailure, nFetches, szPackage] :
+         rows) {
+        SCOPED_TRACE(szWhat);
         QZTEST::TempFolder folder;
         const std::wstring wstrPkg = folder.MakeSubFolder(L"a/pkg");
-        const std::string strWhat = row.szWhat;
+        const std::string strWhat = szWhat;
         QZTEST::WriteZip(
             folder.Join(L"served.zip"),
             strWhat == "hostile archive"
@@ -100,17 +97,16 @@ TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime
         ServingTransfer transfer;
         transfer.m_strBytes = QZTEST::ReadFileBytes(folder.Join(L"served.zip"));
         transfer.m_strStale = strWhat == "stale bytes of an earlier transfer" ? "stale" : "";
-        const std::string strHash = row.eHash == RIGHT   ? HashOf(transfer.m_strBytes, folder)
-                                    : row.eHash == WRONG ? std::string(64, '0')
-                                                         : std::string();
-        if (row.nShouldDownload >= 0)
+        const std::string strHash = eHash == RIGHT   ? HashOf(transfer.m_strBytes, folder)
+                                    : eHash == WRONG ? std::string(64, '0')
+                                                     : std::string();
+        if (nShouldDownload >= 0)
             QZTEST::WriteFileBytes(
                 wstrPkg + PACKAGE_SOURCE_CONFIG,
-                "[qzpkgsrc]\r\nshould_download=" + std::to_string(row.nShouldDownload) + "\r\n");
+                "[qzpkgsrc]\r\nshould_download=" + std::to_string(nShouldDownload) + "\r\n");
         QZTEST::WriteFileBytes(wstrPkg + PACKAGE_SOURCE_INI,
-                               "[source]\r\nurl=http://h/" + std::string(row.szUrlFile) +
-                                   "\r\nsha256=" + strHash +
-                                   "\r\nextract_root=unpacked\r\nrel_paths=" + row.szRelPaths + "\r\n");
+                               "[source]\r\nurl=http://h/" + std::string(szUrlFile) + "\r\nsha256=" +
+                                   strHash + "\r\nextract_root=unpacked\r\nrel_paths=" + szRelPaths + "\r\n");
         NoProxy proxy;
         QZRITEST::TestServices fakes;
         AgentServices services = fakes.Get();
@@ -120,18 +116,18 @@ TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime
         data.m_wstrDirPath = wstrPkg;
         DownloadFailure failure;
         const EResult eResult = CheckAndDownloadExecutableIfNeeded(data, &failure, services);
-        EXPECT_EQ(eResult == EResult::SUCCESS, row.szFailure == nullptr);
-        EXPECT_STREQ(row.szFailure ? failure.m_msg.m_szId : nullptr, row.szFailure);
-        EXPECT_EQ(transfer.m_vecUrls.size(), row.nFetches);
+        EXPECT_EQ(eResult == EResult::SUCCESS, szFailure == nullptr);
+        EXPECT_STREQ(szFailure ? failure.m_msg.m_szId : nullptr, szFailure);
+        EXPECT_EQ(transfer.m_vecUrls.size(), nFetches);
         std::string strNames = "";
         for (const std::string& strName : QZTEST::FileNamesIn(wstrPkg))
             strNames += strName == "qzpkgsrc.ini" ? "" : " " + strName;
-        EXPECT_EQ(strNames, row.szPackage);
+        EXPECT_EQ(strNames, szPackage);
         EXPECT_EQ(QZTEST::FileNamesIn(folder.Join(L"a")), std::vector<std::string>{"pkg"})
             << "nothing outside";
         const int nShould =
             QZSTD::GetProfileInt(wstrPkg + PACKAGE_SOURCE_CONFIG, L"qzpkgsrc", L"should_download", -1);
-        EXPECT_EQ(nShould, row.nFetches == 0 ? row.nShouldDownload : row.szFailure ? 1 : 0);
+        EXPECT_EQ(nShould, nFetches == 0 ? nShouldDownload : szFailure ? 1 : 0);
     }
 }
 

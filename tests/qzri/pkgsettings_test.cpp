@@ -2,18 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace {
 
 using namespace QZRI;
 
 TEST(QpdChoiceTest, TheFirstDescriptionByNameWithoutRegardToCase)
 {
-    struct Row
-    {
-        std::vector<std::wstring> vecNames;
-        const wchar_t* szChosen;
-        size_t nCandidates;
-    };
+    // The folder's names, the description chosen and the candidates.
+    using Row = std::tuple<std::vector<std::wstring>, const wchar_t*, size_t>;
     const Row rows[] = {
         {{L"setup.exe", L"package.qpd", L"package.qud"}, L"package.qpd", 1},
         {{L"b.qpd", L"C.QPD", L"a.Qpd", L"a.qpdx"}, L"a.Qpd", 3},
@@ -22,10 +20,10 @@ TEST(QpdChoiceTest, TheFirstDescriptionByNameWithoutRegardToCase)
         {{L"setup.exe", L"x.qpd.bak", L"qpd"}, L"", 0},
         {{L".qpd"}, L"", 0},
     };
-    for (const Row& row : rows) {
-        const QpdChoice choice = ChooseQpdFile(row.vecNames);
-        EXPECT_EQ(choice.m_wstrFileName, row.szChosen);
-        EXPECT_EQ(choice.m_nCandidates, row.nCandidates);
+    for (const auto& [vecNames, szChosen, nCandidates] : rows) {
+        const QpdChoice choice = ChooseQpdFile(vecNames);
+        EXPECT_EQ(choice.m_wstrFileName, szChosen);
+        EXPECT_EQ(choice.m_nCandidates, nCandidates);
     }
 }
 

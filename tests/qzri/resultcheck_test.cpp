@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <tuple>
 
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/profile.h"
@@ -72,17 +73,9 @@ TEST_F(ResultCheckTest, CheckResultDecidesInItsOrder)
         QZSTD::WideToUtf8(m_folder.Join(L"main.ini")) + "\r\nSection=Result\r\n");
     QZTEST::WriteFileBytes(m_folder.Join(L"main.ini"), "[Result]\r\nResultCode=77\r\n");
     const CheckInput kPlainUninstaller{true, false, true, 3010, false, false, false, true, true};
-    struct Row
-    {
-        const char* szWhat;
-        CheckInput in;
-        bool bMsi;
-        bool bReturn;
-        int32_t nExitCode;
-        int32_t nErrClass;
-        const wchar_t* szDescr;
-        Calls vecCalls;
-    };
+    // What is decided, the input, whether the package is a Windows Installer one, what CheckResult
+    // returns, the exit code, the error class, the description and the autostart calls.
+    using Row = std::tuple<const char*, CheckInput, bool, bool, int32_t, int32_t, const wchar_t*, Calls>;
     const Row rows[] = {
         {"nothing to process", {false}, false, false, 0, 0, L"", {}},
         {"result files", {true, false, true, 5, false, false, true}, false, true, 77, 0, L"77", {}},
@@ -92,17 +85,17 @@ TEST_F(ResultCheckTest, CheckResultDecidesInItsOrder)
         {"listed error", {true, false, true, 1603, true}, false, true, 1603, 0, L"Fatal error", {}},
         {"unlisted", {true, false, true, 12}, false, true, 12, 0, L"12", {}},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, in, bMsi, bReturn, nExpectedExitCode, nErrClass, szDescr, vecCalls] : rows) {
+        SCOPED_TRACE(szWhat);
         m_fakes.m_autostart.m_vecCalls.clear();
-        m_data.m_bIsMsi = row.bMsi;
+        m_data.m_bIsMsi = bMsi;
         RiResult rslt;
         int32_t nExitCode = -7;
-        EXPECT_EQ(CheckResult(m_data, row.in, rslt, nExitCode, m_fakes.Get()), row.bReturn);
-        EXPECT_EQ(nExitCode, row.nExitCode);
-        EXPECT_EQ(rslt.m_nErrClass, row.nErrClass);
-        EXPECT_EQ(rslt.m_wstrDescription, row.szDescr);
-        EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, row.vecCalls);
+        EXPECT_EQ(CheckResult(m_data, in, rslt, nExitCode, m_fakes.Get()), bReturn);
+        EXPECT_EQ(nExitCode, nExpectedExitCode);
+        EXPECT_EQ(rslt.m_nErrClass, nErrClass);
+        EXPECT_EQ(rslt.m_wstrDescription, szDescr);
+        EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, vecCalls);
     }
     // A silent final check takes the registration back first.
     m_data.m_bSilentModeCmdLine = true;
@@ -184,15 +177,9 @@ TEST_F(ResultWaitTest, TheWaitEndsOnTheFileQuitStopWithdrawalOrTimeOut)
     const auto Nothing = [] {};
     const auto Appears = [this] { QZTEST::WriteFileBytes(Result(), "[R]\r\nResultCode=5\r\n"); };
     const auto Withdrawn = [this] { QZTEST::RemoveAll(m_folder.Join(L"p.qpd")); };
-    struct Row
-    {
-        const char* szWhat;
-        std::function<void()> fnStep2;
-        Slice eStep2;
-        long lTimeout;
-        ResultWaitEnd eEnd;
-        size_t nSlices;
-    };
+    // What ends the wait, the second step of the message loop and its answer, the time-out, how the wait
+    // ends and the slices it took.
+    using Row = std::tuple<const char*, std::function<void()>, Slice, long, ResultWaitEnd, size_t>;
     const Row rows[] = {
         {"appears", Appears, Slice::ELAPSED, -1, ResultWaitEnd::READY, 2},
         {"quit", Nothing, Slice::QUIT, -1, ResultWaitEnd::QUIT, 2},
@@ -201,17 +188,17 @@ TEST_F(ResultWaitTest, TheWaitEndsOnTheFileQuitStopWithdrawalOrTimeOut)
         {"time-out across the counter's wrap", Nothing, Slice::ELAPSED, 5000, ResultWaitEnd::TIMEOUT, 3},
         {"checked once", Nothing, Slice::ELAPSED, 0, ResultWaitEnd::TIMEOUT, 1},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, fnStep2, eStep2, lTimeout, eEnd, nSlices] : rows) {
+        SCOPED_TRACE(szWhat);
         QZTEST::RemoveAll(Result());
         MainResultPackage();
         m_fakes.m_waits = QZRITEST::ScriptedWaits();
         m_fakes.m_waits.m_nTick = 0xFFFFF000u;
-        m_fakes.m_waits.m_vecSteps = {Step(Nothing), Step(row.fnStep2, row.eStep2)};
-        const ResultWait wait = WaitForResultFile(m_data, MAIN_RESULT_KIND, row.lTimeout, m_fakes.Get());
-        EXPECT_EQ(wait.eEnd, row.eEnd);
-        EXPECT_EQ(m_fakes.m_waits.m_nSlices, row.nSlices);
-        EXPECT_EQ(wait.nValue, row.eEnd == ResultWaitEnd::READY ? 5 : 0);
+        m_fakes.m_waits.m_vecSteps = {Step(Nothing), Step(fnStep2, eStep2)};
+        const ResultWait wait = WaitForResultFile(m_data, MAIN_RESULT_KIND, lTimeout, m_fakes.Get());
+        EXPECT_EQ(wait.eEnd, eEnd);
+        EXPECT_EQ(m_fakes.m_waits.m_nSlices, nSlices);
+        EXPECT_EQ(wait.nValue, eEnd == ResultWaitEnd::READY ? 5 : 0);
     }
     EXPECT_EQ(WaitForResultFile(m_data, DETAILED_RESULT_KIND, -1, m_fakes.Get()).eEnd,
               ResultWaitEnd::NOT_NAMED);

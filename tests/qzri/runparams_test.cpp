@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/error.h"
@@ -40,13 +41,8 @@ protected:
 // ANSI code page and lengths beyond the 4096-character value buffer.
 TEST_F(RunParamsTest, WhatIsWrittenIsReadBack)
 {
-    struct Row
-    {
-        QzriAction eAction;
-        const wchar_t* szCmdLine;
-        const wchar_t* szStoredCounter;
-        const wchar_t* szStoredCmdLine;  // nullptr: only read back
-    };
+    // The action, the command line, and start_counter and cmdline as stored (nullptr: only read back).
+    using Row = std::tuple<QzriAction, const wchar_t*, const wchar_t*, const wchar_t*>;
     const std::wstring wstrLong = L"setup.exe " + std::wstring(3000, L'x');
     const Row rows[] = {
         {QZRI_ACTION_RUN, L"a b", L"5", L"$HEX_610020006200"},
@@ -55,21 +51,21 @@ TEST_F(RunParamsTest, WhatIsWrittenIsReadBack)
          L"<absent>", nullptr},
         {QZRI_ACTION_ASK_USER, wstrLong.c_str(), L"<absent>", nullptr},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.eAction);
+    for (const auto& [eAction, szCmdLine, szStoredCounter, szStoredCmdLine] : rows) {
+        SCOPED_TRACE(eAction);
         QZTEST::RemoveAll(m_data.RunParamsFilePath());
         m_data.m_nStartCounter = 4;
-        m_data.m_wstrSavedCmdLine = row.szCmdLine;
-        ASSERT_TRUE(m_data.SetServiceRunParams(row.eAction));
+        m_data.m_wstrSavedCmdLine = szCmdLine;
+        ASSERT_TRUE(m_data.SetServiceRunParams(eAction));
         EXPECT_EQ(m_data.m_nStartCounter, 4) << "only the file changes";
-        EXPECT_EQ(Stored(L"action"), std::to_wstring(row.eAction));
-        EXPECT_EQ(Stored(L"start_counter"), row.szStoredCounter);
-        if (row.szStoredCmdLine) {
-            EXPECT_EQ(Stored(L"cmdline"), row.szStoredCmdLine);
+        EXPECT_EQ(Stored(L"action"), std::to_wstring(eAction));
+        EXPECT_EQ(Stored(L"start_counter"), szStoredCounter);
+        if (szStoredCmdLine) {
+            EXPECT_EQ(Stored(L"cmdline"), szStoredCmdLine);
         }
         const RiWrpData data = ReadBack();
-        EXPECT_EQ(data.m_eAct, row.eAction);
-        EXPECT_EQ(data.m_wstrSavedCmdLine, row.szCmdLine);
+        EXPECT_EQ(data.m_eAct, eAction);
+        EXPECT_EQ(data.m_wstrSavedCmdLine, szCmdLine);
     }
     m_data.m_wstrDirPath = m_folder.Path() + L"missing" + PATH_SEPARATOR;
     EXPECT_FALSE(m_data.SetServiceRunParams(QZRI_ACTION_RUN));

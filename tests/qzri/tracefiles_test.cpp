@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "std/strconv.h"
 #include "std/trace.h"
 #include "tests/qzri/qzritestutil.h"
@@ -68,14 +70,9 @@ TEST_F(TraceFilesTest, FolderFromTheEnvironmentOnlyWhenItIsAWritableFolder)
 // 'o': run-0 and then this run's trace, a digit d: "run-d" as it was).
 TEST_F(TraceFilesTest, RotationMovesEachGenerationOneStepAndNeverOverwritesAnUnmovedOne)
 {
-    struct Row
-    {
-        const char* szWhat;
-        int nGenerations;
-        int nFailingRename;  // -1: none
-        bool bRestart;
-        const char* szExpected;  // generations 0..4
-    };
+    // What is tried, the generations, the one whose rename fails (-1: none), whether the run is a
+    // restart, and generations 0..4 afterwards.
+    using Row = std::tuple<const char*, int, int, bool, const char*>;
     const Row rows[] = {
         {"five generations, the oldest falls off", 5, -1, true, "n0123"},
         {"a short chain fills the next level", 2, -1, false, "n01--"},
@@ -83,17 +80,17 @@ TEST_F(TraceFilesTest, RotationMovesEachGenerationOneStepAndNeverOverwritesAnUnm
         {"a restart appends to what could not be moved", 1, 0, true, "o----"},
         {"a failed rename stops the rotation", 4, 2, true, "o12-3"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, nGenerations, nFailingRename, bRestart, szExpected] : rows) {
+        SCOPED_TRACE(szWhat);
         for (int n = 0; n < TRACE_GENERATIONS; ++n)
             QZTEST::RemoveAll(File(n));
-        WriteGenerations(row.nGenerations);
+        WriteGenerations(nGenerations);
         m_os.m_setFailingRenames.clear();
-        if (row.nFailingRename >= 0)
-            m_os.m_setFailingRenames.insert(File(row.nFailingRename));
-        ASSERT_TRUE(Start(row.bRestart ? L"qzriwrap.exe QZRI$ID=svc1" : L"qzriwrap.exe"));
+        if (nFailingRename >= 0)
+            m_os.m_setFailingRenames.insert(File(nFailingRename));
+        ASSERT_TRUE(Start(bRestart ? L"qzriwrap.exe QZRI$ID=svc1" : L"qzriwrap.exe"));
         for (int n = 0; n < TRACE_GENERATIONS; ++n) {
-            const char c = row.szExpected[n];
+            const char c = szExpected[n];
             const std::string strContent = QZTEST::PathExists(File(n)) ? QZTEST::ReadFileBytes(File(n)) : "-";
             if (c == 'n' || c == 'o') {
                 EXPECT_EQ(strContent.rfind("run-0\n", 0) == 0, c == 'o') << strContent;

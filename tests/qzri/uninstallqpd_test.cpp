@@ -4,6 +4,7 @@
 
 #include <cwchar>
 #include <string>
+#include <tuple>
 
 #include "tests/testutil/memoryfiles.h"
 
@@ -11,12 +12,8 @@ namespace {
 
 TEST(CUninstallQpd, ResultQpdReplacesThePackagesOwnWhenTheProviderFindsIt)
 {
-    struct Row
-    {
-        const wchar_t* szResult;
-        const wchar_t* szWantQpd;
-        const wchar_t* szWantDir;
-    };
+    // The result qpd file named, and the qpd file and folder taken.
+    using Row = std::tuple<const wchar_t*, const wchar_t*, const wchar_t*>;
     const Row rows[] = {
         // no result file named: the package's own qpd and folder
         {L"", L"C:\\pkg\\p.qpd", L"C:\\pkg\\"},
@@ -32,12 +29,12 @@ TEST(CUninstallQpd, ResultQpdReplacesThePackagesOwnWhenTheProviderFindsIt)
     pFiles->m_mapFiles[L"D:\\Installed\\Prod\\r.qpd"] = "[Setup]\r\n";
     pFiles->m_mapFiles[L"/opt/prod/r.qpd"] = "[Setup]\n";
     pFiles->m_mapFiles[L"C:\\pkg\\sub\\r.qpd"] = "[Setup]\r\n";
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.szResult, row.szResult + wcslen(row.szResult)));
-        QZRI::CUninstallQpd uninstall(L"C:\\pkg\\p.qpd", row.szResult, pFiles.Get());
+    for (const auto& [szResult, szWantQpd, szWantDir] : rows) {
+        SCOPED_TRACE(std::string(szResult, szResult + wcslen(szResult)));
+        QZRI::CUninstallQpd uninstall(L"C:\\pkg\\p.qpd", szResult, pFiles.Get());
         EXPECT_NO_THROW(uninstall.BeforeUninstall());
-        EXPECT_EQ(uninstall.GetQpdPath(), row.szWantQpd);
-        EXPECT_EQ(uninstall.GetExecDirPath(), row.szWantDir);
+        EXPECT_EQ(uninstall.GetQpdPath(), szWantQpd);
+        EXPECT_EQ(uninstall.GetExecDirPath(), szWantDir);
     }
     // Without a files provider no substitution is made; its absence is reported and the run goes on.
     QZRI::CUninstallQpd uninstall(L"C:\\pkg\\p.qpd", L"D:\\Installed\\r.qpd", nullptr);

@@ -24,28 +24,22 @@ TEST(ExtractArchive, WritesTheFilesOfAZipIntoItsFolder)
 
 TEST(ExtractArchive, RefusesEntriesThatWouldLeaveTheFolderAndDamagedData)
 {
-    struct Row
-    {
-        const char* szWhat;
-        ZipEntry entry;
-        int nCode;
+    const std::pair<const char*, ZipEntry> rows[] = {
+        {"climbs out", {"../evil.txt", "x", ""}},
+        {"climbs out later", {"a/../../evil.txt", "x", ""}},
+        {"backslashes climb out", {"a\\..\\..\\evil.txt", "x", ""}},
+        {"absolute", {"/tmp/evil.txt", "x", ""}},
+        {"drive", {"C:/evil.txt", "x", ""}},
+        {"symbolic link out", {"link", "", "../../etc"}},
     };
-    const Row rows[] = {
-        {"climbs out", {"../evil.txt", "x", ""}, QZSTD::ArchiveErr::ENTRY_REFUSED},
-        {"climbs out later", {"a/../../evil.txt", "x", ""}, QZSTD::ArchiveErr::ENTRY_REFUSED},
-        {"backslashes climb out", {"a\\..\\..\\evil.txt", "x", ""}, QZSTD::ArchiveErr::ENTRY_REFUSED},
-        {"absolute", {"/tmp/evil.txt", "x", ""}, QZSTD::ArchiveErr::ENTRY_REFUSED},
-        {"drive", {"C:/evil.txt", "x", ""}, QZSTD::ArchiveErr::ENTRY_REFUSED},
-        {"symbolic link out", {"link", "", "../../etc"}, QZSTD::ArchiveErr::ENTRY_REFUSED},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, entry] : rows) {
+        SCOPED_TRACE(szWhat);
         QZTEST::TempFolder folder;
         const std::wstring wstrZip = folder.Join(L"bad.zip");
-        QZTEST::WriteZip(wstrZip, {row.entry});
+        QZTEST::WriteZip(wstrZip, {entry});
         EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZSTD::ExtractArchive(wstrZip, folder.Join(L"x/out")); },
                                       QZSTD::ArchiveErr::MODULE),
-                  row.nCode);
+                  QZSTD::ArchiveErr::ENTRY_REFUSED);
         EXPECT_EQ(QZTEST::FileNamesIn(folder.Path()), (std::vector<std::string>{"bad.zip", "x"}));
         EXPECT_EQ(QZTEST::FileNamesIn(folder.Join(L"x")), std::vector<std::string>{"out"});
     }
