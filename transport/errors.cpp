@@ -12,6 +12,7 @@ const QZSTD::ErrorEntry g_transportErrors[] = {
     {WRITE_FAILED, L"The downloaded file \"%ls\" could not be written"},
     {BAD_JSON, L"The body is not a Params in typed JSON: %hs"},
     {ACCESS_DENIED, L"The server denied access (HTTP status %ld)"},
+    {NO_CONNECTION_SETTINGS, L"Cannot load connection settings from nagent installation"},
     {0, nullptr},
 };
 

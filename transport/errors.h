@@ -16,6 +16,8 @@ enum : int
     BAD_JSON = 2004,
     // The server refused the caller (HTTP 401 or 403).
     ACCESS_DENIED = 2005,
+    // Neither the package nor the installed management agent names an administration server.
+    NO_CONNECTION_SETTINGS = 2006,
 };
 
 // Registers the module's message table; every entry point of the transport calls it first.

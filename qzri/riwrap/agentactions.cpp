@@ -5,6 +5,7 @@
 
 #include "qzri/riwrap/agentservice.h"
 #include "qzri/riwrap/driver.h"
+#include "qzri/riwrap/rebootrequest.h"
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/servicemain.h"
 
@@ -18,6 +19,11 @@ int ThisBuildActions::StartNewRebootWorker(RiWrpData&)
     QZ_TRACE_SCOPE("QZRIWRP", "QZCS_Main");
     QZ_TRACE_E(L"%hs: The new reboot worker is not available in this build.\n", QZ_SCOPE_NAME);
     return QZRI_RSLT_REBOOT_WORKER_NOT_AVAILABLE;
+}
+
+int ThisBuildActions::RunRebootRequestWorker(RiWrpData& data)
+{
+    return RunRebootRequestInstance(data, data.m_wstrSavedCmdLine, m_services);
 }
 
 int ThisBuildActions::RunAsService(RiWrpData& data)

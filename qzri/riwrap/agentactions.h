@@ -31,6 +31,8 @@ public:
 
     // Each returns the run's exit code.
     virtual int StartNewRebootWorker(RiWrpData& data) = 0;
+    // The second instance that delivers a pending reboot's result ("PxgRequest=<request file>").
+    virtual int RunRebootRequestWorker(RiWrpData& data) = 0;
     virtual int RunAsService(RiWrpData& data) = 0;
     virtual int AskUserForStart(RiWrpData& data) = 0;
     virtual DriverResult RunExecutable(RiWrpData& data) = 0;
@@ -48,6 +50,7 @@ public:
     // The services must outlive the actions.
     explicit ThisBuildActions(const AgentServices& services) : m_services(services) {}
     int StartNewRebootWorker(RiWrpData& data) override;
+    int RunRebootRequestWorker(RiWrpData& data) override;
     int RunAsService(RiWrpData& data) override;
     int AskUserForStart(RiWrpData& data) override;
     DriverResult RunExecutable(RiWrpData& data) override;

@@ -55,6 +55,10 @@ struct AgentServices
     // Downloads a package's setup files (download.h), through the proxy the source names.
     class Transfer* m_pTransfer = nullptr;
     class ProxySource* m_pProxy = nullptr;
+    // The administration server, for the reboot-request worker (servcon.h).
+    class ServerLink* m_pServerLink = nullptr;
+    // Starts the second instance that delivers a pending reboot's result (rebootrequest.h).
+    class InstanceStarter* m_pStarter = nullptr;
 };
 
 }  // namespace QZRI

@@ -92,6 +92,10 @@ int RunDecidedBranch(RiWrpData& data, const std::wstring& wstrCmdLine, AgentActi
         case MainBranch::NEW_REBOOT_WORKER:
             QZ_TRACE_I(L"%hs: Call for new reboot worker.\n", QZ_SCOPE_NAME);
             return actions.StartNewRebootWorker(data);
+        case MainBranch::REBOOT_REQUEST:
+            QZ_TRACE_I(L"%hs: Deliver the result and wait for the server's reboot decision.\n",
+                       QZ_SCOPE_NAME);
+            return actions.RunRebootRequestWorker(data);
         case MainBranch::SERVICE:
             return ContinueAsService(data, wstrCmdLine, actions);
         case MainBranch::ASK_USER:
@@ -135,6 +139,8 @@ MainBranch DecideMainBranch(bool bNewRebootWorker, const RiWrpData& data)
 {
     if (bNewRebootWorker)
         return MainBranch::NEW_REBOOT_WORKER;
+    if (data.m_bPxgRequest)
+        return MainBranch::REBOOT_REQUEST;
     if (data.m_bRestartedAsService)
         return MainBranch::SERVICE;
     if (data.m_eAct == QZRI_ACTION_ASK_USER)

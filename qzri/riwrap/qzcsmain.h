@@ -1,6 +1,6 @@
 // QZCS_Main: what one start of the agent does. It opens the trace, fills the run data, removes a stale
 // force-reboot marker and then decides, in this order, between handing over to a new reboot worker,
-// continuing as the agent's Windows service, asking the user, and running the installation driver.
+// delivering a pending reboot's result to the administration server, continuing as the agent's Windows service, asking the user, and running the installation driver.
 #pragma once
 
 #include <string>
@@ -15,6 +15,7 @@ class AgentActions;
 enum class MainBranch
 {
     NEW_REBOOT_WORKER,
+    REBOOT_REQUEST,
     SERVICE,
     ASK_USER,
     RUN_EXECUTABLE,

@@ -15,9 +15,11 @@
 #include "qzri/riwrap/download.h"
 #include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/qzcsmain.h"
+#include "qzri/riwrap/rebootrequest.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/runtime.h"
+#include "qzri/riwrap/servcon.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/waits.h"
@@ -56,6 +58,8 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<ShellOpener> pShell = CreateSystemShellOpener();
     std::unique_ptr<Transfer> pTransfer = CreateCurlTransfer();
     std::unique_ptr<ProxySource> pProxy = CreateProxySource(QZSTD::GetLocalSettingsStoragePath());
+    std::unique_ptr<ServerLink> pServerLink = CreateServerLink(QZSTD::GetLocalSettingsStoragePath(), *pProxy);
+    std::unique_ptr<InstanceStarter> pStarter = CreateSystemInstanceStarter();
 
     AgentServices services;
     services.m_pOs = pOs.get();
@@ -73,6 +77,8 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pShell = pShell.get();
     services.m_pTransfer = pTransfer.get();
     services.m_pProxy = pProxy.get();
+    services.m_pServerLink = pServerLink.get();
+    services.m_pStarter = pStarter.get();
     // These three act through the services themselves.
     ServiceAutostart autostart(services);
     services.m_pAutostart = &autostart;

@@ -8,6 +8,7 @@
 #include "common/rmtinstutils.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/clock.h"
+#include "qzri/riwrap/rebootrequest.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/par/dump.h"
 #include "std/par/paramshelpers.h"
@@ -76,19 +77,6 @@ void AddByTaskId(QZPAR::Params* pEntries, const wchar_t* szEntry, const std::wst
     if (pValue)
         pByTask->AddValue(wstrTaskId.c_str(), pValue);
     QZPAR::SetParamsValue(pEntries, szEntry, pByTask);
-}
-
-// Letters, digits, '-' and '_' of the task id; anything else becomes '_'.
-std::wstring FileNamePartOf(const std::wstring& wstrTaskId)
-{
-    std::wstring wstrOut = wstrTaskId;
-    for (wchar_t& ch : wstrOut) {
-        const bool bKeep = (ch >= L'a' && ch <= L'z') || (ch >= L'A' && ch <= L'Z') ||
-                           (ch >= L'0' && ch <= L'9') || ch == L'-' || ch == L'_';
-        if (!bKeep)
-            ch = L'_';
-    }
-    return wstrOut;
 }
 
 }  // namespace
@@ -264,45 +252,6 @@ void ReportUserAction(const RiWrpData& data, int32_t nUserAction, const AgentSer
     } catch (const std::exception& e) {
         QZ_TRACE_EXCEPTION(e);
     }
-}
-
-std::wstring RequestPxgReboot(const RiWrpData& data, const std::wstring& wstrTaskId, const RiResult& rslt,
-                              const AgentServices& services)
-{
-    QZ_TRACE_SCOPE(MODULE, "QZRI::RequestPxgReboot");
-    if (rslt.m_rebootState != 1) {
-        QZ_TRACE_I(L"%hs: Reboot not need", QZ_SCOPE_NAME);
-        return std::wstring();
-    }
-    const std::wstring wstrBase = data.m_wstrDirPath + L"$qzriwrp_srvri_" + FileNamePartOf(wstrTaskId);
-    // The server reads the package's companion as the task left it; the copy keeps it when the package
-    // folder changes before the delivery.
-    std::wstring wstrQudCopy;
-    const std::wstring wstrQud = data.m_pQpd ? data.m_pQpd->GetCompanionPath() : std::wstring();
-    if (!wstrQud.empty() && services.m_pOs->FileExists(wstrQud)) {
-        wstrQudCopy = wstrBase + L".qud";
-        try {
-            Copy(wstrQud, wstrQudCopy, services.m_pFiles);
-        } catch (const QZSTD::QZError& e) {
-            QZ_TRACE_EXCEPTION(e);
-            wstrQudCopy.clear();
-        }
-    }
-    QZSTD::CAutoPtr<QZPAR::Params> pData = QZPAR::CreateParams();
-    QZPAR::SetStringValue(pData, L"QZRI_SRVRI_TASK_ID", wstrTaskId);
-    QZPAR::SetStringValue(pData, L"QZRI_SRVRI_RES_DESCR", rslt.m_wstrDescription);
-    QZPAR::SetIntValue(pData, L"QZRI_SRVRI_RES_CODE", rslt.m_nResultCode);
-    QZPAR::SetStringValue(pData, L"QZRI_SRVRI_QUD", wstrQudCopy);
-    QZPAR::SetBoolValue(pData, L"QZRI_SRVRI_SEND", true);
-    QZ_TRACE_I(L"%hs: pData:", QZ_SCOPE_NAME);
-    QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(pData));
-    const std::wstring wstrRequest = wstrBase + L".par";
-    QZPAR::WriteParamsFile(wstrRequest, pData);
-    QZ_TRACE_W(
-        L"%hs: Request written to '%ls'; delivering it to the administration server is not available "
-        L"in this build.",
-        QZ_SCOPE_NAME, wstrRequest);
-    return wstrRequest;
 }
 
 }  // namespace QZRI

@@ -71,12 +71,4 @@ void ReportUserAction(const RiWrpData& data, int32_t nUserAction, const AgentSer
 // "<whole seconds since 1970>.<milliseconds, three digits>" of the clock's time.
 std::wstring ResultTimeText(const AgentServices& services);
 
-// With reboot state 1: writes the request for the administration server (task id, description, result
-// code, a copy of the package's ".qud" companion, the send flag) as a binary Params file in the agent's
-// folder, "$qzriwrp_srvri_<task id>.par" (characters other than letters, digits, '-' and '_' become
-// '_'), and returns its path. Another instance of the agent delivers it; until that is in place the
-// hand-off is traced. Any other reboot state: "Reboot not need" and an empty path.
-std::wstring RequestPxgReboot(const RiWrpData& data, const std::wstring& wstrTaskId, const RiResult& rslt,
-                              const AgentServices& services);
-
 }  // namespace QZRI

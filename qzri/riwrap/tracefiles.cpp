@@ -24,9 +24,14 @@ struct TraceStartNotes
     std::wstring wstrFile;
 };
 
-bool OpenCompetitorRemovalTrace(const std::wstring& wstrFolder)
+// The trace file of a run that writes beside the main chain, never rotating it; empty for a main run.
+const wchar_t* SideTraceFile(const std::wstring& wstrCmdLine)
 {
-    return QZSTD::TraceOpen(wstrFolder + COMPETITOR_TRACE_FILE, TRACE_LEVEL, false);
+    if (HasKey(wstrCmdLine, Keys::COMPETITOR_REMOVAL))
+        return COMPETITOR_TRACE_FILE;
+    if (HasKey(wstrCmdLine, Keys::PXG_REQUEST))
+        return REBOOT_REQUEST_TRACE_FILE;
+    return nullptr;
 }
 
 bool OpenMainTrace(const std::wstring& wstrCmdLine, AgentOs& os, TraceStartNotes& notes)
@@ -106,11 +111,13 @@ bool StartTrace(const std::wstring& wstrCmdLine, AgentOs& os)
 {
     TraceStartNotes notes;
     notes.folder = ChooseTraceFolder(os);
-    const bool bCompetitorRun = HasKey(wstrCmdLine, Keys::COMPETITOR_REMOVAL);
-    if (bCompetitorRun)
-        notes.wstrFile = notes.folder.m_wstrFolder + COMPETITOR_TRACE_FILE;
-    const bool bOpened = bCompetitorRun ? OpenCompetitorRemovalTrace(notes.folder.m_wstrFolder)
-                                        : OpenMainTrace(wstrCmdLine, os, notes);
+    const wchar_t* szSideFile = SideTraceFile(wstrCmdLine);
+    if (szSideFile)
+        notes.wstrFile = notes.folder.m_wstrFolder + szSideFile;
+    // Each reboot request of a day adds to the one trace of the deliveries.
+    const bool bAppend = szSideFile == REBOOT_REQUEST_TRACE_FILE;
+    const bool bOpened = szSideFile ? QZSTD::TraceOpen(notes.wstrFile, TRACE_LEVEL, bAppend)
+                                    : OpenMainTrace(wstrCmdLine, os, notes);
     if (bOpened)
         TraceStartNotesOf(notes.wstrFile, notes);
     return bOpened;

@@ -20,6 +20,9 @@
 //
 // An incompatible-software removal run ("QZRI$CMTRS") writes "$qzriwrp_cmpr.txt" from its start and
 // touches neither the chain nor "$qzriwrp.txt": it may run while another agent run writes there.
+// Likewise the second instance that takes a pending reboot to the administration server
+// ("PxgRequest=...") writes "$qzriwrp_srvri.txt": it starts while the run that started it still writes
+// its trace, and may poll the server for a day while the next task's runs come and go.
 #pragma once
 
 #include <string>
@@ -32,6 +35,7 @@ class AgentOs;
 inline constexpr const wchar_t* TRACE_FOLDER_ENV = L"QZCSAK_SYSTEMP_PATH";
 inline constexpr const wchar_t* TRACE_FILE = L"$qzriwrp.txt";
 inline constexpr const wchar_t* COMPETITOR_TRACE_FILE = L"$qzriwrp_cmpr.txt";
+inline constexpr const wchar_t* REBOOT_REQUEST_TRACE_FILE = L"$qzriwrp_srvri.txt";
 inline constexpr const wchar_t* CONCURRENT_TRACE_FILE = L"$qzriwrp_concurrent.txt";
 // "$qzriwrp.txt" and four ".bak" levels.
 inline constexpr int TRACE_GENERATIONS = 5;

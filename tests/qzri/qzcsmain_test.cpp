@@ -26,10 +26,13 @@ TEST(DecideMainBranchTest, ChecksAreMadeInTheirOrder)
         bool bRestarted;
         QzriAction eAct;
         MainBranch eExpected;
+        bool bPxgRequest = false;
     };
     const Row rows[] = {
-        {true, true, QZRI_ACTION_ASK_USER, MainBranch::NEW_REBOOT_WORKER},
+        {true, true, QZRI_ACTION_ASK_USER, MainBranch::NEW_REBOOT_WORKER, true},
         {true, false, QZRI_ACTION_RUN, MainBranch::NEW_REBOOT_WORKER},
+        {false, true, QZRI_ACTION_RUN, MainBranch::REBOOT_REQUEST, true},
+        {false, false, QZRI_ACTION_ASK_USER, MainBranch::REBOOT_REQUEST, true},
         {false, true, QZRI_ACTION_ASK_USER, MainBranch::SERVICE},
         {false, true, QZRI_ACTION_RUN, MainBranch::SERVICE},
         {false, false, QZRI_ACTION_ASK_USER, MainBranch::ASK_USER},
@@ -39,6 +42,7 @@ TEST(DecideMainBranchTest, ChecksAreMadeInTheirOrder)
     };
     for (const Row& row : rows) {
         RiWrpData data;
+        data.m_bPxgRequest = row.bPxgRequest;
         data.m_bRestartedAsService = row.bRestarted;
         data.m_eAct = row.eAct;
         EXPECT_EQ(DecideMainBranch(row.bWorker, data), row.eExpected)

@@ -2,6 +2,7 @@
 // to outside the process (the file helpers they share with every test are in tests/testutil/fsutil.h).
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -22,12 +23,15 @@
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/driverservices.h"
+#include "qzri/riwrap/rebootrequest.h"
 #include "qzri/riwrap/reports.h"
 #include "qzri/riwrap/riwrpdata.h"
+#include "qzri/riwrap/servcon.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/waits.h"
 #include "std/error.h"
+#include "transport/errors.h"
 
 namespace QZRITEST {
 
@@ -259,6 +263,10 @@ class RecordingActions : public QZRI::AgentActions
 public:
     int StartNewRebootWorker(QZRI::RiWrpData& data) override { return Record(L"StartNewRebootWorker", data); }
     int RunAsService(QZRI::RiWrpData& data) override { return Record(L"RunAsService", data); }
+    int RunRebootRequestWorker(QZRI::RiWrpData& data) override
+    {
+        return Record(L"RunRebootRequestWorker", data);
+    }
     int AskUserForStart(QZRI::RiWrpData& data) override { return Record(L"AskUserForStart", data); }
     QZRI::DriverResult RunExecutable(QZRI::RiWrpData& data) override
     {
@@ -340,6 +348,90 @@ public:
     int m_nError = 0;
 };
 
+// Records the command lines of the instances started.
+class RecordingStarter : public QZRI::InstanceStarter
+{
+public:
+    void StartInstance(const std::wstring& wstrCommandLine, const std::wstring&) override
+    {
+        m_vecCommandLines.push_back(wstrCommandLine);
+    }
+    std::vector<std::wstring> m_vecCommandLines;
+};
+
+// The administration server as a script: each remote call takes the next answer (the last one repeats).
+// An answer is ShouldForceReboot2's result, or for a delivery any number means it arrived; the codes below
+// raise instead. Every call is recorded as "Connect", "SetRiTaskResults" or "ShouldForceReboot2(host,task)".
+class ScriptedServer : public QZRI::ServerLink
+{
+public:
+    enum : int
+    {
+        OLD_SERVER = -1194,   // QZSTD 1194
+        DENIED = -403,        // the transport's access denied
+        UNREACHABLE = -7,     // the transport's transfer failure
+        NO_SETTINGS = -2006,  // Connect fails
+    };
+    std::wstring GetHostId() override { return m_wstrHostId; }
+    std::unique_ptr<QZRI::SrvRi> Connect(const std::wstring&) override
+    {
+        m_vecCalls.push_back(L"Connect");
+        if (m_nFailingConnects > 0 && m_nFailingConnects--)
+            Raise(NO_SETTINGS);
+        return std::make_unique<Proxy>(*this);
+    }
+    std::wstring m_wstrHostId = L"host-1";
+    std::vector<int> m_vecAnswers;
+    int m_nFailingConnects = 0;
+    std::vector<std::wstring> m_vecCalls;
+
+private:
+    class Proxy : public QZRI::SrvRi
+    {
+    public:
+        explicit Proxy(ScriptedServer& server) : m_server(server) {}
+        void SetRiTaskResults(const std::wstring&, QZPAR::Params*) override
+        {
+            m_server.Next(L"SetRiTaskResults");
+        }
+        int ShouldForceReboot(const std::wstring&, const std::wstring&) override
+        {
+            return m_server.Next(L"ShouldForceReboot");
+        }
+        int ShouldForceReboot2(const std::wstring& wstrHost, const std::wstring& wstrTask) override
+        {
+            return m_server.Next(L"ShouldForceReboot2(" + wstrHost + L"," + wstrTask + L")");
+        }
+        void SetRebootConfirmedHosts(const std::vector<std::wstring>&) override
+        {
+            m_server.Next(L"SetRebootConfirmedHosts");
+        }
+
+    private:
+        ScriptedServer& m_server;
+    };
+    int Next(const std::wstring& wstrCall)
+    {
+        m_vecCalls.push_back(wstrCall);
+        const int nAnswer =
+            m_vecAnswers.empty() ? 0 : m_vecAnswers[std::min(m_nNext++, m_vecAnswers.size() - 1)];
+        Raise(nAnswer);
+        return nAnswer;
+    }
+    static void Raise(int nAnswer)
+    {
+        if (nAnswer == OLD_SERVER)
+            QZ_THROW_STD(QZSTD::Err::NOT_IMPLEMENTED);
+        if (nAnswer == DENIED)
+            QZ_THROW(QZTRANSPORT::MODULE, QZTRANSPORT::ACCESS_DENIED, 403);
+        if (nAnswer == UNREACHABLE)
+            QZ_THROW(QZTRANSPORT::MODULE, QZTRANSPORT::TRANSFER_FAILED, "refused", 7);
+        if (nAnswer == NO_SETTINGS)
+            QZ_THROW(QZTRANSPORT::MODULE, QZTRANSPORT::NO_CONNECTION_SETTINGS);
+    }
+    size_t m_nNext = 0;
+};
+
 // The stand-ins of one run, the driver's included, and the services structure that hands them to the
 // agent's routines.
 struct TestServices
@@ -360,6 +452,8 @@ struct TestServices
         services.m_pProducts = &m_products;
         services.m_pUninstaller = &m_uninstaller;
         services.m_pShell = &m_shell;
+        services.m_pStarter = &m_starter;
+        services.m_pServerLink = &m_server;
         return services;
     }
     TestOs m_os;
@@ -375,6 +469,8 @@ struct TestServices
     FakeProducts m_products;
     ScriptedUninstaller m_uninstaller;
     RecordingShell m_shell;
+    RecordingStarter m_starter;
+    ScriptedServer m_server;
 };
 
 }  // namespace QZRITEST

@@ -1,6 +1,7 @@
 // The report channels against real files in a private folder: the result file, the description
 // files, the user-action file, the settings storage of the task channel and the request for the server.
 #include "qzri/riwrap/resultreport.h"
+#include "qzri/riwrap/rebootrequest.h"
 
 #include <gtest/gtest.h>
 
@@ -223,6 +224,10 @@ TEST_F(ResultReportTest, ARebootRequestCarriesTheResultAndACopyOfTheCompanion)
     EXPECT_EQ(QZPAR::GetStringValue(p, L"QZRI_SRVRI_RES_DESCR"), L"done");
     EXPECT_EQ(QZPAR::GetIntValue(p, L"QZRI_SRVRI_RES_CODE"), 3010);
     EXPECT_EQ(QZTEST::ReadFileBytes(QZPAR::GetStringValue(p, L"QZRI_SRVRI_QUD")), "[Product]\r\nName=X\r\n");
+    // Only the second call started the instance that delivers it, by the request's name in this folder.
+    ASSERT_EQ(m_fakes.m_starter.m_vecCommandLines.size(), 1u);
+    EXPECT_EQ(m_fakes.m_starter.m_vecCommandLines[0],
+              L"\"" + m_fakes.m_os.m_wstrModulePath + L"\" PxgRequest=$qzriwrp_srvri_task_7.par");
 }
 
 // Agents of many tasks report into one storage at once: every task's entries are there afterwards.
