@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "common/msisetup/msisetup.h"
 #include "std/strconv.h"
 #include "std/trace.h"
@@ -184,35 +186,24 @@ TEST_F(WindowsInstallerTest, AFailedInstallationReturnsTheInstallersAnswerAndNam
     const bool bWine = QZTEST::RunningUnderWine();
     const uint32_t nInvalid = bWine ? ERROR_FUNCTION_FAILED : ERROR_INSTALL_PACKAGE_INVALID;
     const uint32_t nMissing = bWine ? ERROR_FILE_NOT_FOUND : ERROR_INSTALL_PACKAGE_OPEN_FAILED;
-    struct Row
-    {
-        const char* szWhat;
-        std::wstring wstrPackage;
-        Params vecParams;
-        uint32_t nResult;
-        std::wstring wstrFailure;  // what the description must hold ("" when nothing is asked)
-    };
+    // What is tried, the package, the parameters, the result and what the description must hold ("" when
+    // nothing is asked).
+    using Row = std::tuple<const char*, std::wstring, Params, uint32_t, std::wstring>;
     const Row rows[] = {
-        {"launch condition", FixtureMsi(L"condition"), {}, MSI_ERROR_INSTALL_FAILURE, L""},
-        {"failing custom action",
-         FixtureMsi(L"fail"),
-         {},
-         MSI_ERROR_INSTALL_FAILURE,
-         L"Action QzFailingAction"},
-        {"no installer database", wstrNotMsi, {}, nInvalid, L""},
-        {"damaged package", wstrDamaged, {}, nInvalid, L""},
-        {"missing package", m_folder.Join(L"absent.msi"), {}, nMissing, L""},
+        Row("launch condition", FixtureMsi(L"condition"), {}, MSI_ERROR_INSTALL_FAILURE, L""),
+        Row("failing custom action", FixtureMsi(L"fail"), {}, MSI_ERROR_INSTALL_FAILURE,
+            L"Action QzFailingAction"),
+        Row("no installer database", wstrNotMsi, {}, nInvalid, L""),
+        Row("damaged package", wstrDamaged, {}, nInvalid, L""),
+        Row("missing package", m_folder.Join(L"absent.msi"), {}, nMissing, L""),
         // A value goes to the installer as it is: a lone quote breaks its command line.
-        {"value with a quote",
-         FixtureMsi(L"plain"),
-         {{L"EXAMPLEDATA", L"a\"b", 0}},
-         ERROR_INVALID_COMMAND_LINE,
-         L""},
+        Row("value with a quote", FixtureMsi(L"plain"), {{L"EXAMPLEDATA", L"a\"b", 0}},
+            ERROR_INVALID_COMMAND_LINE, L""),
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
-        EXPECT_EQ(Install(row.wstrPackage, row.vecParams, m_folder.Join(L"failed.log")), row.nResult);
-        EXPECT_NE(m_pSetup->FailureDescription().find(row.wstrFailure), std::wstring::npos)
+    for (const auto& [szWhat, wstrPackage, vecParams, nResult, wstrFailure] : rows) {
+        SCOPED_TRACE(szWhat);
+        EXPECT_EQ(Install(wstrPackage, vecParams, m_folder.Join(L"failed.log")), nResult);
+        EXPECT_NE(m_pSetup->FailureDescription().find(wstrFailure), std::wstring::npos)
             << QZSTD::WideToUtf8(m_pSetup->FailureDescription() + L"\nactions:\n" + ActionsSeen());
     }
     EXPECT_FALSE(QZTEST::PathExists(L"C:\\Program Files\\QZ Test plain\\readme.txt"));
