@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <sstream>
+#include <utility>
 
 #include "tests/testutil/fsutil.h"
 
@@ -93,14 +94,12 @@ TEST_F(ProfileTest, IntegersAreReadTheWindowsWay)
     WriteRaw(
         "[n]\nplain=123\nneg=-5\nplus=+7\ntail=42abc\nword=abc\nhex=0x1A\nwrap=4294967297\n"
         "quoted=\"12\"\nempty=\n");
-    const struct
-    {
-        const wchar_t* szKey;
-        int nExpected;
-    } kCases[] = {{L"plain", 123}, {L"neg", -5}, {L"plus", 7},    {L"tail", 42},  {L"word", 0},
-                  {L"hex", 26},    {L"wrap", 1}, {L"quoted", 12}, {L"empty", -9}, {L"missing", -9}};
-    for (const auto& c : kCases)
-        EXPECT_EQ(GetProfileInt(m_wstrFile, L"n", c.szKey, -9), c.nExpected) << c.szKey;
+    // The key and the number read.
+    const std::pair<const wchar_t*, int> kCases[] = {
+        {L"plain", 123}, {L"neg", -5}, {L"plus", 7},    {L"tail", 42},  {L"word", 0},
+        {L"hex", 26},    {L"wrap", 1}, {L"quoted", 12}, {L"empty", -9}, {L"missing", -9}};
+    for (const auto& [szKey, nExpected] : kCases)
+        EXPECT_EQ(GetProfileInt(m_wstrFile, L"n", szKey, -9), nExpected) << szKey;
 }
 
 TEST_F(ProfileTest, MissingFilesGiveDefaultsAndUnwritablePlacesFalse)
