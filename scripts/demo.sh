@@ -9,7 +9,9 @@
 #      simulated reboot, the relaunch, and the final result;
 #   6. (Wine) the example Windows Installer package (examples/msi) installed in the agent's process
 #      with a property and a password, then removed again;
-#   7. a package whose setup is downloaded from a local server (a zip with its SHA-256), unpacked and run.
+#   7. a package whose setup is downloaded from a local server (a zip with its SHA-256), unpacked and run;
+#   8. a silent task whose setup needs a reboot: a second instance of the agent hands the result to a
+#      test administration server over TLS and waits for its decision, which accepts the reboot.
 #   scripts/demo.sh            the Windows build under wine64 (default)
 #   scripts/demo.sh --native   the Linux build
 # On a fresh Debian machine (as root) it installs and builds what it needs first.
@@ -213,6 +215,68 @@ download_install() {
   echo "files in the package folder:"; (cd "$pkg" && ls -1 | sed 's/^/  /')
 }
 
+# A task whose setup exits with 3010: the result goes to a test administration server (over TLS, its
+# certificate pinned by the package's ss_install.xml), which accepts the reboot at its second poll.
+reboot_request() {
+  local pkg=$work/reboot-request srv=$work/admin n=0 server
+  mkdir -p "$pkg" "$srv"
+  cp "build/$preset/qzri/riwrap/$exe" "$pkg/"
+  cp "build/$preset/examples/$setup" "$pkg/setup.exe"
+  printf '[Result]\r\nExitCode=3010\r\n' >"$pkg/examplesetup.ini"
+  # 3010 needs a reboot; natively the exit status keeps its low 8 bits, 194. The server is asked every
+  # second, at most ten times (a day's worth by default).
+  printf '[Product]\r\nName=Example Product\r\n[Setup]\r\nExecutable=setup.exe\r\n[SetupProcessResult_NeedReboot]\r\n3010=1\r\n194=1\r\n[ExtendedSettings]\r\nRebootPollAttempts=10\r\nRebootPollIntervalSec=1\r\n' >"$pkg/package.qpd"
+  bash tests/transport/make_test_ca.sh "$srv/ca"
+  cp "$srv/ca/ca.pem" "$pkg/server-ca.pem"
+  echo 0,0,1 >"$srv/script"
+  python3 tests/qzri/adminserver.py "$srv" "$srv/ca/server.pem" "$srv/ca/server.key" >"$srv/port" &
+  server=$!
+  until [ -s "$srv/port" ]; do sleep 0.1; done
+  cat >"$pkg/ss_install.xml" <<XML
+<?xml version="1.0" encoding="utf-8"?>
+<settings_storage format="1">
+  <product name="1103"><version name="1.0.0.0"><section name="SS_INSTALL">
+    <value name="ServerName" type="STRING_T" value="localhost"/>
+    <value name="ServerSSLPort" type="INT_T" value="$(head -n 1 "$srv/port")"/>
+    <value name="UseSSLConnection" type="BOOL_T" value="true"/>
+    <value name="ServerCert" type="STRING_T" value="server-ca.pem"/>
+  </section></version></product>
+</settings_storage>
+XML
+  cat >"$work/ss/local_ss.xml" <<'XML'
+<?xml version="1.0" encoding="utf-8"?>
+<settings_storage format="1">
+  <product name="1103"><version name="1.0.0.0"><section name="QZNAG_HOSTID_SECTION">
+    <value name="QZNAG_HOSTID" type="STRING_T" value="demo-host"/>
+    <value name="QZNAG_AUTH_NAGENT_ID" type="STRING_T" value="demo-agent-id"/>
+    <value name="QZNAG_AUTH_NAGENT_NAME" type="STRING_T" value="demo-agent"/>
+  </section></version></product>
+</settings_storage>
+XML
+  local second=$work/trace/\$qzriwrp_srvri_demo-task-8.txt
+  rm -f "$work/trace/\$qzriwrp.txt" "$work/trace/\$qzriwrp_srvri"*
+  set +e
+  if [ "$mode" = wine ]; then scripts/wine-run.sh "$pkg/$exe" /s TASK_ID=demo-task-8; else "$pkg/$exe" /s TASK_ID=demo-task-8; fi
+  echo "exit code:    $?"
+  set -e
+  tr -d '\r' <"$work/trace/\$qzriwrp.txt" | grep -E "Reboot|Run another instance|Exit code" |
+    sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /'
+  until grep -q "Exit. Attempts counter" "$second" 2>/dev/null || [ $n -ge 300 ]; do
+    sleep 0.2; n=$((n + 1))
+  done
+  kill "$server"
+  echo "the second instance ($(basename "$second")):"
+  tr -d '\r' <"$second" |
+    grep -E "GetServerConnection: Server|RequestPxgRebootWorker|CallShouldForceReboot" | grep -v -E "^\S+ \S+ \S+ [A-Z]+ D " |
+    sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /'
+  echo "what the server received:"
+  python3 -c 'import json, sys
+for line in open(sys.argv[1]):
+    c = json.loads(line)
+    print("  %s -> %s" % (c["op"], c["answer"]))' "$srv/calls.log"
+  echo "files in the package folder:"; (cd "$pkg" && ls -1 | sed 's/^/  /')
+}
+
 if [ "$mode" = wine ]; then
   say "5. an installation across a reboot: the service resumes the task and the result is reported"
   reboot_install
@@ -222,5 +286,8 @@ fi
 
 say "7. a package whose setup is downloaded from a local server"
 download_install
+
+say "8. a reboot-pending result handed to the administration server, which accepts the reboot"
+reboot_request
 
 say "done: the agent ran $([ "$mode" = wine ] && echo 'under wine64' || echo natively); files are in $work"

@@ -30,6 +30,7 @@ namespace {
 
 constexpr const char* MODULE = "QZRI";
 constexpr const wchar_t* REQUEST_PREFIX = L"$qzriwrp_srvri_";
+constexpr const wchar_t* REQUEST_EXTENSION = L".par";
 constexpr const wchar_t* TASK_ID = L"QZRI_SRVRI_TASK_ID";
 constexpr const wchar_t* SEND = L"QZRI_SRVRI_SEND";
 constexpr const wchar_t* QUD = L"QZRI_SRVRI_QUD";
@@ -258,10 +259,10 @@ std::wstring RequestPxgReboot(const RiWrpData& data, const std::wstring& wstrTas
     QZPAR::SetBoolValue(pData, SEND, true);
     QZ_TRACE_I(L"%hs: pData:", QZ_SCOPE_NAME);
     QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(pData));
-    const std::wstring wstrRequest = data.m_wstrDirPath + wstrName + L".par";
+    const std::wstring wstrRequest = data.m_wstrDirPath + wstrName + REQUEST_EXTENSION;
     QZPAR::WriteParamsFile(wstrRequest, pData);
     const std::wstring wstrCmdLine = L"\"" + services.m_pOs->GetModuleFilePath() + L"\" " +
-                                     std::wstring(Keys::PXG_REQUEST) + L"=" + wstrName + L".par";
+                                     std::wstring(Keys::PXG_REQUEST) + L"=" + wstrName + REQUEST_EXTENSION;
     QZ_TRACE_I(L"%hs: Run another instance of 'qzriwrap' with cmd_line '%ls'.", QZ_SCOPE_NAME, wstrCmdLine);
     services.m_pStarter->StartInstance(wstrCmdLine, data.m_wstrDirPath);
     return wstrRequest;
@@ -301,13 +302,23 @@ WorkerEnd RequestPxgRebootWorker(const RiWrpData& data, const std::wstring& wstr
     return eEnd;
 }
 
+std::wstring RequestFileNameOf(const std::wstring& wstrCmdLine)
+{
+    const std::wstring wstrName = GetKeyValue(wstrCmdLine, Keys::PXG_REQUEST);
+    const bool bOurs = wstrName.rfind(REQUEST_PREFIX, 0) == 0 &&
+                       EndsWithNoCase(wstrName, REQUEST_EXTENSION) &&
+                       wstrName.find_first_of(L"/\\:") == std::wstring::npos;
+    return bOurs ? wstrName : std::wstring();
+}
+
 int RunRebootRequestInstance(const RiWrpData& data, const std::wstring& wstrCmdLine,
                              const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, "QZRI::RunRebootRequestInstance");
-    const std::wstring wstrName = GetKeyValue(wstrCmdLine, Keys::PXG_REQUEST);
-    if (wstrName.rfind(REQUEST_PREFIX, 0) != 0 || wstrName.find_first_of(L"/\\:") != std::wstring::npos) {
-        QZ_TRACE_E(L"%hs: '%ls' is no request file of this folder.", QZ_SCOPE_NAME, wstrName);
+    const std::wstring wstrName = RequestFileNameOf(wstrCmdLine);
+    if (wstrName.empty()) {
+        QZ_TRACE_E(L"%hs: '%ls' is no request file of this folder.", QZ_SCOPE_NAME,
+                   GetKeyValue(wstrCmdLine, Keys::PXG_REQUEST));
         return QZRI_RSLT_INIT_FAILED;
     }
     const PollLimits limits = ReadPollLimits(data);

@@ -58,6 +58,10 @@ enum class WorkerEnd
 WorkerEnd RequestPxgRebootWorker(const RiWrpData& data, const std::wstring& wstrRequestPath,
                                  const PollLimits& limits, const AgentServices& services);
 
+// The request file that "PxgRequest=<name>" names when it is one of this agent's requests
+// ("$qzriwrp_srvri_<...>.par", without a folder: it lies in the package folder); empty otherwise.
+std::wstring RequestFileNameOf(const std::wstring& wstrCmdLine);
+
 // The second instance: runs the worker on a thread of its own while this thread keeps taking window
 // messages (WM_QUIT raises the shutdown). The request file is "PxgRequest=<name>" in the package folder.
 // Returns the exit code: 0 once the worker ran, QZRI_RSLT_INIT_FAILED without a usable request.

@@ -3,6 +3,7 @@
 
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/cmdlinekeys.h"
+#include "qzri/riwrap/rebootrequest.h"
 #include "std/trace.h"
 
 namespace QZRI {
@@ -25,13 +26,16 @@ struct TraceStartNotes
 };
 
 // The trace file of a run that writes beside the main chain, never rotating it; empty for a main run.
-const wchar_t* SideTraceFile(const std::wstring& wstrCmdLine)
+std::wstring SideTraceFile(const std::wstring& wstrCmdLine)
 {
     if (HasKey(wstrCmdLine, Keys::COMPETITOR_REMOVAL))
         return COMPETITOR_TRACE_FILE;
-    if (HasKey(wstrCmdLine, Keys::PXG_REQUEST))
+    if (!HasKey(wstrCmdLine, Keys::PXG_REQUEST))
+        return std::wstring();
+    const std::wstring wstrRequest = RequestFileNameOf(wstrCmdLine);
+    if (wstrRequest.empty())
         return REBOOT_REQUEST_TRACE_FILE;
-    return nullptr;
+    return wstrRequest.substr(0, wstrRequest.size() - 4) + L".txt";
 }
 
 bool OpenMainTrace(const std::wstring& wstrCmdLine, AgentOs& os, TraceStartNotes& notes)
@@ -111,13 +115,13 @@ bool StartTrace(const std::wstring& wstrCmdLine, AgentOs& os)
 {
     TraceStartNotes notes;
     notes.folder = ChooseTraceFolder(os);
-    const wchar_t* szSideFile = SideTraceFile(wstrCmdLine);
-    if (szSideFile)
-        notes.wstrFile = notes.folder.m_wstrFolder + szSideFile;
-    // Each reboot request of a day adds to the one trace of the deliveries.
-    const bool bAppend = szSideFile == REBOOT_REQUEST_TRACE_FILE;
-    const bool bOpened = szSideFile ? QZSTD::TraceOpen(notes.wstrFile, TRACE_LEVEL, bAppend)
-                                    : OpenMainTrace(wstrCmdLine, os, notes);
+    const std::wstring wstrSideFile = SideTraceFile(wstrCmdLine);
+    if (!wstrSideFile.empty())
+        notes.wstrFile = notes.folder.m_wstrFolder + wstrSideFile;
+    // A task's reboot request may be made again (the same task run anew): its trace goes on.
+    const bool bAppend = HasKey(wstrCmdLine, Keys::PXG_REQUEST);
+    const bool bOpened = !wstrSideFile.empty() ? QZSTD::TraceOpen(notes.wstrFile, TRACE_LEVEL, bAppend)
+                                               : OpenMainTrace(wstrCmdLine, os, notes);
     if (bOpened)
         TraceStartNotesOf(notes.wstrFile, notes);
     return bOpened;

@@ -21,8 +21,10 @@
 // An incompatible-software removal run ("QZRI$CMTRS") writes "$qzriwrp_cmpr.txt" from its start and
 // touches neither the chain nor "$qzriwrp.txt": it may run while another agent run writes there.
 // Likewise the second instance that takes a pending reboot to the administration server
-// ("PxgRequest=...") writes "$qzriwrp_srvri.txt": it starts while the run that started it still writes
-// its trace, and may poll the server for a day while the next task's runs come and go.
+// ("PxgRequest=$qzriwrp_srvri_<task>.par") writes "$qzriwrp_srvri_<task>.txt", appending: it starts while
+// the run that started it still writes its trace, may poll the server for a day while the next task's
+// runs come and go, and a task may hand over two requests at once (its result and the user's answer).
+// A request name that is not the agent's own gives "$qzriwrp_srvri.txt".
 #pragma once
 
 #include <string>
