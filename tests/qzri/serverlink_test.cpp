@@ -26,6 +26,7 @@
 #include "std/trace.h"
 #include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
+#include "tools/qzpkg/qzpkgverbs.h"
 
 namespace {
 
@@ -178,6 +179,27 @@ TEST_F(ServerLinkTest, AShutdownDuringAWaitEndsTheWorker)
     EXPECT_EQ(Run("0", {288, 600}), WorkerEnd::SHUTDOWN);
     stopper.join();
     EXPECT_EQ(Calls("ShouldForceReboot2"), 1u);
+}
+
+// The administrators' check of a package folder's server: the real connection, the failure in plain words.
+TEST_F(ServerLinkTest, QzpkgServerSaysWhetherTheServerAnswersThisHost)
+{
+    QZTEST::SetEnv("QZ_LOCAL_SS_PATH", Storage());
+    const auto Check = [&](const char* szScript) {
+        QZTEST::WriteFileBytes(QZTEST::GetEnv("QZ_TEST_ADMIN_DIR") + L"script", szScript);
+        std::wostringstream out, err;
+        const int nExit =
+            QZPKG::RunTool({{L"qzpkg", L"server", m_data.m_wstrDirPath, L"T9"}, L"", nullptr}, out, err);
+        return std::to_wstring(nExit) + L" " + out.str();
+    };
+    EXPECT_NE(Check("1").find(L"decision:    1 for task 'T9' (reboot accepted)\nok:"), std::wstring::npos);
+    EXPECT_NE(Check("403").find(L"failed:      the server refused this host's management agent"),
+              std::wstring::npos);
+    Install(QZTEST::GetEnv("QZ_TEST_OTHER_CA"));
+    const std::wstring wstrRefused = Check("1");
+    EXPECT_EQ(wstrRefused.rfind(L"1 server:", 0), 0u) << wstrRefused;
+    EXPECT_NE(wstrRefused.find(L"its certificate is not the one the settings trust"), std::wstring::npos);
+    QZTEST::SetEnv("QZ_LOCAL_SS_PATH", L"");
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include "qzri/riwrap/resultreport.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
+#include "qzri/riwrap/servcon.h"
 #include "std/cmdline.h"
 #include "std/error.h"
 #include "std/par/dump.h"
@@ -26,6 +27,7 @@
 #include "std/profile.h"
 #include "std/ss/settingsstorage.h"
 #include "std/strconv.h"
+#include "transport/errors.h"
 
 namespace QZPKG {
 namespace {
@@ -152,6 +154,11 @@ int RunVerb(const ToolCommand& cmd, std::wostream& out)
         ExpectArgCount(cmd, 3);
         return FetchVerb(wstrDir, cmd.m_fnProgress, out);
     }
+    if (wstrVerb == L"server") {
+        const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
+        ExpectArgCount(cmd, cmd.m_vecArgs.size() > 3 ? 4 : 3);
+        return ServerVerb(wstrDir, cmd.m_vecArgs.size() > 3 ? cmd.m_vecArgs[3] : L"qzpkg-check", out);
+    }
     if (wstrVerb == L"state") {
         const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
         ExpectArgCount(cmd, 3);
@@ -213,6 +220,7 @@ void PrintUsage(std::wostream& out)
            L"  argv CMDLINE       the words the agent splits CMDLINE into, one per line\n"
            L"  result DIR         the result files the agent left in DIR, each value explained\n"
            L"  fetch DIR          DIR's download step as the agent runs it: fetch, verify, unpack, copy\n"
+           L"  server DIR [TASK]  whether the administration server of DIR's settings answers this host\n"
            L"  ss dump FILE       the products, versions, sections and values of a settings storage\n"
            L"  params dump FILE   the values of a binary Params file\n"
            L"  ini [--utf8] FILE  the sections and keys the agent reads from an ini file (ANSI by default)\n"
@@ -256,6 +264,63 @@ private:
 };
 
 }  // namespace
+
+namespace {
+
+// What an administrator can do about a failed check, by the error.
+std::wstring PlainWordsFor(const QZSTD::QZError& e)
+{
+    if (e.Is(QZTRANSPORT::MODULE, QZTRANSPORT::TRANSFER_FAILED))
+        return L"the server cannot be reached, or its certificate is not the one the settings trust";
+    if (e.Is(QZTRANSPORT::MODULE, QZTRANSPORT::ACCESS_DENIED))
+        return L"the server refused this host's management agent (its id and name)";
+    if (e.Is(QZSTD::Err::MODULE, QZSTD::Err::NOT_IMPLEMENTED))
+        return L"the server is too old: it cannot decide on reboots (no ShouldForceReboot2)";
+    if (e.Is(QZTRANSPORT::MODULE, QZTRANSPORT::HTTP_STATUS) ||
+        e.Is(QZTRANSPORT::MODULE, QZTRANSPORT::BAD_JSON))
+        return L"something answered, but not as an administration server does";
+    if (e.Is(QZTRANSPORT::MODULE, QZTRANSPORT::NO_CONNECTION_SETTINGS))
+        return L"neither ss_install.xml nor the management agent names a server";
+    return L"the connection settings cannot be used";
+}
+
+}  // namespace
+
+int ServerVerb(const std::wstring& wstrDir, const std::wstring& wstrTaskId, std::wostream& out)
+{
+    const std::wstring wstrPkg = QZRI::WithTrailingSeparator(wstrDir);
+    const std::wstring wstrStorage = QZSTD::GetLocalSettingsStoragePath();
+    std::unique_ptr<QZRI::ProxySource> pProxy = QZRI::CreateProxySource(wstrStorage);
+    try {
+        const ServCon::ServerConnection connection =
+            ServCon::GetServerConnection(wstrPkg, wstrStorage, *pProxy);
+        const QZTRANSPORT::RemoteEndpoint& endpoint = connection.m_endpoint;
+        out << L"server:      " << QZSTD::Utf8ToWide(endpoint.m_strBase) << L" (from "
+            << connection.m_wstrSource << L")\n"
+            << L"trusted:     "
+            << (endpoint.m_wstrServerCert.empty() ? L"the system's roots" : endpoint.m_wstrServerCert)
+            << L"\n"
+            << L"proxy:       " << (endpoint.m_proxy.m_bUse ? endpoint.m_proxy.m_wstrLocation : L"none")
+            << L"\n";
+        const std::wstring wstrHostId = ServCon::ReadHostId(wstrStorage);
+        out << L"host id:     "
+            << (wstrHostId.empty() ? L"(none: the management agent has not registered this host)"
+                                   : wstrHostId)
+            << L"\n";
+        QZPXGPROXY::PxgSrvRiProxyImplT<QZRI::SrvRi> proxy(endpoint);
+        const int nDecision = proxy.ShouldForceReboot2(wstrHostId, wstrTaskId);
+        out << L"decision:    " << nDecision << L" for task '" << wstrTaskId << L"' ("
+            << (nDecision == 1   ? L"reboot accepted"
+                : nDecision == 2 ? L"request cancelled"
+                                 : L"not decided yet")
+            << L")\nok: the server answers this host\n";
+        return Exit::OK;
+    } catch (const QZSTD::QZError& e) {
+        out << L"failed:      " << PlainWordsFor(e) << L"\n             " << e.GetMessage() << L" (error "
+            << e.GetCode() << L" of " << QZSTD::Utf8ToWide(e.GetModule()) << L")\n";
+    }
+    return Exit::FAILED;
+}
 
 int FetchVerb(const std::wstring& wstrDir, const std::function<void(const std::wstring&)>& fnProgress,
               std::wostream& out)

@@ -56,6 +56,11 @@ int IniVerb(const std::wstring& wstrFile, bool bUtf8, std::wostream& out);
 int QpdVerb(const std::wstring& wstrFile, const std::wstring& wstrSection, const std::wstring& wstrKey,
             std::wostream& out);
 
+// "server DIR [TASK_ID]": whether the administration server that DIR's connection settings name answers
+// this host: the settings, the host id, then one ShouldForceReboot2 for TASK_ID ("qzpkg-check" when none
+// is given) over the real connection; a failure said in plain words.
+int ServerVerb(const std::wstring& wstrDir, const std::wstring& wstrTaskId, std::wostream& out);
+
 // "fetch DIR": the package's download step as the agent runs it (the management agent's proxy, the
 // hash, unpacking, the copies, should_download), with a progress line.
 int FetchVerb(const std::wstring& wstrDir, const std::function<void(const std::wstring&)>& fnProgress,
