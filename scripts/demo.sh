@@ -259,7 +259,7 @@ XML
   if [ "$mode" = wine ]; then scripts/wine-run.sh "$pkg/$exe" /s TASK_ID=demo-task-8; else "$pkg/$exe" /s TASK_ID=demo-task-8; fi
   echo "exit code:    $?"
   set -e
-  tr -d '\r' <"$work/trace/\$qzriwrp.txt" | grep -E "Reboot|Run another instance|Exit code" |
+  tr -d '\r' <"$work/trace/\$qzriwrp.txt" | grep -E "RequestPxgReboot: Run|Reboot state|Exit code" |
     sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /'
   until grep -q "Exit. Attempts counter" "$second" 2>/dev/null || [ $n -ge 300 ]; do
     sleep 0.2; n=$((n + 1))

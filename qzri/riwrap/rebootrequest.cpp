@@ -250,6 +250,7 @@ std::wstring RequestPxgReboot(const RiWrpData& data, const std::wstring& wstrTas
         QZ_TRACE_I(L"%hs: Reboot not need", QZ_SCOPE_NAME);
         return std::wstring();
     }
+    QZ_ASSERT(services.m_pOs && services.m_pStarter);
     const std::wstring wstrName = REQUEST_PREFIX + FileNamePartOf(wstrTaskId);
     QZSTD::CAutoPtr<QZPAR::Params> pData = QZPAR::CreateParams();
     QZPAR::SetStringValue(pData, TASK_ID, wstrTaskId);
@@ -286,6 +287,7 @@ WorkerEnd RequestPxgRebootWorker(const RiWrpData& data, const std::wstring& wstr
                                  const PollLimits& limits, const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, "QZRI::RequestPxgRebootWorker");
+    QZ_ASSERT(services.m_pServerLink && services.m_pWaits && services.m_pOs);
     QZSTD::CAutoPtr<QZPAR::Params> pData;
     try {
         pData = QZPAR::ReadParamsFile(wstrRequestPath);
