@@ -42,12 +42,6 @@ public:
     std::vector<std::string> m_vecUrls;
 };
 
-class NoProxy : public ProxySource
-{
-public:
-    QZTRANSPORT::ProxySettings Get() override { return {}; }
-};
-
 std::string HashOf(const std::string& strBytes, const QZTEST::TempFolder& folder)
 {
     QZTEST::WriteFileBytes(folder.Join(L"hashed"), strBytes);
@@ -107,7 +101,7 @@ TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime
         QZTEST::WriteFileBytes(wstrPkg + PACKAGE_SOURCE_INI,
                                "[source]\r\nurl=http://h/" + std::string(szUrlFile) + "\r\nsha256=" +
                                    strHash + "\r\nextract_root=unpacked\r\nrel_paths=" + szRelPaths + "\r\n");
-        NoProxy proxy;
+        QZRITEST::NoProxy proxy;
         QZRITEST::TestServices fakes;
         AgentServices services = fakes.Get();
         services.m_pTransfer = &transfer;

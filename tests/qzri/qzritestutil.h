@@ -22,6 +22,7 @@
 #include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/clock.h"
+#include "qzri/riwrap/download.h"
 #include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/rebootrequest.h"
 #include "qzri/riwrap/reports.h"
@@ -346,6 +347,13 @@ public:
     }
     std::vector<std::wstring> m_vecCalls;
     int m_nError = 0;
+};
+
+// A direct connection, whatever the management agent's settings say.
+class NoProxy : public QZRI::ProxySource
+{
+public:
+    QZTRANSPORT::ProxySettings Get() override { return {}; }
 };
 
 // Records the command lines of the instances started.

@@ -4,12 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/qzcsmain.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/par/paramshelpers.h"
 #include "std/par/serialize.h"
+#include "std/strconv.h"
 #include "std/trace.h"
 #include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/errorof.h"
@@ -222,3 +225,70 @@ TEST(ServerConnectorTest, EmptyIdsAndANullRequestAreRefusedBeforeAnyCall)
 }
 
 }  // namespace
+
+// Where the connection comes from, and what an unusable ss_install.xml or management agent profile says.
+TEST(ServerConnectionTest, FromTheInstallSettingsOrTheAgentsProfileOrAClearError)
+{
+    QZTEST::TempFolder folder;
+    const std::wstring wstrPkg = folder.MakeSubFolder(L"pkg");
+    const std::wstring wstrStorage = folder.Path() + L"local_ss.xml";
+    QZRITEST::NoProxy proxy;
+    const auto Write = [](const std::wstring& wstrFile, const wchar_t* szSection,
+                          const std::string& strValues) {
+        QZTEST::WriteFileBytes(wstrFile,
+                               "<?xml version=\"1.0\"?><settings_storage format=\"1\"><product name=\"1103\">"
+                               "<version name=\"1.0.0.0\"><section name=\"" +
+                                   QZSTD::WideToUtf8(szSection) + "\">" + strValues +
+                                   "</section></version></product></settings_storage>");
+    };
+    const std::string strName = "<value name=\"ServerName\" type=\"STRING_T\" value=\"srv\"/>";
+    const std::string strSsl = "<value name=\"UseSSLConnection\" type=\"BOOL_T\" value=\"true\"/>";
+    // The install settings' values; the management agent's profile (empty: none); the base or the error.
+    using Case = std::tuple<const char*, std::string, std::string>;
+    const Case cases[] = {
+        {"", "", "QZTRANSPORT 2006"},
+        {"absent",
+         "<value name=\"UseSsl\" type=\"BOOL_T\" value=\"true\"/><value name=\"ServerAddress\" "
+         "type=\"STRING_T\" value=\"nag\"/><value name=\"ServerSslPorts\" type=\"ARRAY_T\"><item "
+         "type=\"INT_T\" value=\"13000\"/><item type=\"INT_T\" value=\"13001\"/></value>",
+         "https://nag:13000"},
+        {"absent", "<value name=\"ServerAddress\" type=\"STRING_T\" value=\"nag\"/>", "QZTRANSPORT 2006"},
+        {"plain", "", "http://srv:14000"},
+        {"ssl", "", "https://srv:13000"},
+        {"ssl without its port", "", "QZPAR 1044"},
+        {"port as text", "", "QZPAR"},
+        {"hosted over http", "", "QZSTD 1187"},
+    };
+    for (const auto& [szInstall, strProfile, strExpected] : cases) {
+        SCOPED_TRACE(szInstall);
+        QZTEST::RemoveAll(wstrPkg + L"ss_install.xml");
+        QZTEST::RemoveAll(wstrStorage);
+        const std::string strInstall = szInstall;
+        if (strInstall == "plain")
+            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
+                  strName + "<value name=\"ServerPort\" type=\"INT_T\" value=\"14000\"/>");
+        if (strInstall == "ssl")
+            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
+                  strName + strSsl + "<value name=\"ServerSSLPort\" type=\"INT_T\" value=\"13000\"/>");
+        if (strInstall == "ssl without its port")
+            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
+                  strName + strSsl + "<value name=\"ServerPort\" type=\"INT_T\" value=\"1\"/>");
+        if (strInstall == "port as text")
+            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
+                  strName + "<value name=\"ServerPort\" type=\"STRING_T\" value=\"14000\"/>");
+        if (strInstall == "hosted over http")
+            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
+                  "<value name=\"HOSTED_MODE\" type=\"BOOL_T\" value=\"true\"/><value name=\"HdsUrl\" "
+                  "type=\"STRING_T\" value=\"http://h\"/>");
+        if (!strProfile.empty())
+            Write(wstrStorage, L"SSP_SETTINGS",
+                  "<value name=\"QZNLA_CUR_PROFILE\" type=\"PARAMS_T\">" + strProfile + "</value>");
+        std::string strGot;
+        try {
+            strGot = ServCon::GetServerConnection(wstrPkg, wstrStorage, proxy).m_endpoint.m_strBase;
+        } catch (const QZSTD::QZError& e) {
+            strGot = e.GetModule() + " " + std::to_string(e.GetCode());
+        }
+        EXPECT_EQ(strGot.substr(0, strExpected.size()), strExpected);
+    }
+}

@@ -34,12 +34,6 @@ using namespace QZRI;
 
 constexpr const wchar_t* AGENT_ID = L"Canary-agent-id-4711";
 
-class NoProxy : public ProxySource
-{
-public:
-    QZTRANSPORT::ProxySettings Get() override { return {}; }
-};
-
 void WriteSection(const std::wstring& wstrFile, const wchar_t* szSection, QZPAR::Params* pEntries)
 {
     QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage = QZSTD::SettingsStorage::OpenOrCreate(wstrFile);
@@ -111,7 +105,7 @@ protected:
 
     QZTEST::TempFolder m_folder;
     QZRITEST::TestServices m_fakes;
-    NoProxy m_proxy;
+    QZRITEST::NoProxy m_proxy;
     QZSTD::ShutdownSignal m_shutdown;
     std::unique_ptr<ServerLink> m_pLink;
     std::unique_ptr<Waits> m_pWaits;
