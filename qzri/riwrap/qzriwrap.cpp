@@ -51,7 +51,8 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<ServiceControl> pServices = CreateSystemServiceControl();
     LocalStorageServerId serverIds(QZSTD::GetLocalSettingsStoragePath());
     SystemClock clock;
-    UnavailableConsentDialog consent;
+    std::unique_ptr<QZWSSN::SessionDesktop> pDesktop = QZWSSN::CreateSystemSessionDesktop(QZSTD::ProcessShutdown());
+    SessionConsentDialog consent(*pSessions, *pDesktop, *pOs);
     std::unique_ptr<WindowsInstaller> pInstaller = CreateSystemWindowsInstaller();
     std::unique_ptr<Waits> pWaits = CreateSystemWaits(QZSTD::ProcessShutdown());
     LocalStorageProducts products(QZSTD::GetLocalSettingsStoragePath());

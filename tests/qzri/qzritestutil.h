@@ -242,19 +242,17 @@ public:
     size_t m_nSlices = 0;
 };
 
-// Answers with the scripted exit codes in turn (nothing: the dialogue could not be shown) and records
-// the sessions it was shown in.
+// Answers with the scripted exit codes in turn (nothing: nobody answered) and counts the questions.
 class ScriptedConsent : public QZRI::ConsentDialog
 {
 public:
-    std::optional<uint32_t> Ask(const QZRI::RiWrpData&, const QZRI::UserSession& session) override
+    std::optional<uint32_t> Ask(const QZRI::RiWrpData&) override
     {
-        m_vecSessions.push_back(session.m_nSessionId);
-        const size_t n = m_vecSessions.size() - 1;
+        const size_t n = m_nAsks++;
         return n < m_vecAnswers.size() ? m_vecAnswers[n] : std::nullopt;
     }
     std::vector<std::optional<uint32_t>> m_vecAnswers;
-    std::vector<unsigned long> m_vecSessions;
+    size_t m_nAsks = 0;
 };
 
 // Records the hand-overs as "RunExecutable", "RunAsService", "AskUserForStart",
