@@ -12,6 +12,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev
   wine64 msitools wixl osslsigncode openssl squid nginx-light bc
+  xvfb xauth xdotool imagemagick
 )
 
 log() { printf 'install-packages: %s\n' "$*"; }

@@ -42,7 +42,7 @@ check_win32_images() {
   local exe desc want bad=0 n=0
   while IFS= read -r exe; do
     desc=$(file -b "$exe")
-    case "$(basename "$exe")" in qzriwrap.exe) want="(GUI)" ;; *) want="(console)" ;; esac
+    case "$(basename "$exe")" in qzriwrap.exe | qzrbtagt.exe) want="(GUI)" ;; *) want="(console)" ;; esac
     n=$((n + 1))
     if [[ "$desc" != "PE32 executable $want Intel 80386"* ]]; then
       echo "unexpected image: $exe: $desc (want PE32 $want)"

@@ -175,7 +175,7 @@ void CountDeferral(const std::wstring& wstrSettingsFile, RebootSettings& setting
 
 bool DryRunRestarter::Restart(const std::wstring& wstrRunAfterRestart)
 {
-    std::ofstream file(QZSTD::FsPath(m_wstrFile), std::ios::app);
+    std::ofstream file(QZSTD::FsPath(m_wstrFile), std::ios::app | std::ios::binary);
     file << "restart\n";
     if (!wstrRunAfterRestart.empty())
         file << "run after restart: " << QZSTD::WideToUtf8(wstrRunAfterRestart) << "\n";

@@ -2,8 +2,10 @@
 #include <windows.h>
 
 #include <string>
+#include <vector>
 
 #include "common/ristrutils.h"
+#include "common/winsessions.h"
 #include "qzri/riwrap/agentservice.h"
 #include "qzri/riwrap/driver.h"
 #include "qzri/riwrap/resultcheck.h"
@@ -83,6 +85,39 @@ QZSTD::Win::ScopedHandle StartOnDesktop(const std::wstring& wstrProgram, std::ws
     return QZSTD::Win::ScopedHandle(pi.hProcess);
 }
 
+// The reboot agent in every interactive user session (a service's own desktop is seen by nobody); with
+// no session listed, on the service's desktop as before, where a later logon does not see it either.
+void StartRebootAgent(ServiceContext& ctx)
+{
+    QZ_TRACE_SCOPE(MODULE, "Service_Init");
+    RiWrpData& data = *ctx.pData;
+    const std::wstring wstrAgent = data.m_wstrDirPath + REBOOT_AGENT;
+    const std::wstring wstrAgentCmd = L"\"" + wstrAgent + L"\"";
+    QZ_TRACE_I(L"%hs: Command line: '%ls'.", QZ_SCOPE_NAME, wstrAgentCmd);
+    std::vector<UserSession> vecSessions;
+    try {
+        vecSessions = ctx.pServices->m_pSessions->GetInteractiveSessions();
+    } catch (const std::exception& e) {
+        QZ_TRACE_EXCEPTION(e);
+    }
+    for (const UserSession& session : vecSessions) {
+        const QZSTD::Win::ScopedHandle hAgent(
+            QZWSSN::CreateProcessForSession2(session.m_nSessionId, wstrAgentCmd));
+        if (hAgent.IsValid())
+            QZ_TRACE_I(L"%hs: Created process PID = '%d'.", QZ_SCOPE_NAME,
+                       static_cast<int>(::GetProcessId(hAgent.Get())));
+    }
+    if (!vecSessions.empty())
+        return;
+    DWORD dwPid = 0;
+    QZSTD::Win::ScopedHandle hAgent = StartOnDesktop(wstrAgent, wstrAgentCmd, data.m_wstrDirPath, &dwPid);
+    if (hAgent.IsValid())
+        QZ_TRACE_I(L"%hs: Created process PID = '%d'.", QZ_SCOPE_NAME, static_cast<int>(dwPid));
+    else
+        QZ_TRACE_W(L"%hs: '%ls' could not be started - %d\n", QZ_SCOPE_NAME, wstrAgent,
+                   static_cast<int>(::GetLastError()));
+}
+
 void RelaunchSetup(ServiceContext& ctx)
 {
     QZ_TRACE_SCOPE(MODULE, "Service_Init");
@@ -104,15 +139,7 @@ void RelaunchSetup(ServiceContext& ctx)
     ::Sleep(10);
     ::WaitForSingleObject(ctx.hSetup.Get(), RELAUNCH_WAIT_MS - 10);
 
-    const std::wstring wstrAgent = data.m_wstrDirPath + REBOOT_AGENT;
-    const std::wstring wstrAgentCmd = L"\"" + wstrAgent + L"\"";
-    QZ_TRACE_I(L"%hs: Command line: '%ls'.", QZ_SCOPE_NAME, wstrAgentCmd);
-    QZSTD::Win::ScopedHandle hAgent = StartOnDesktop(wstrAgent, wstrAgentCmd, data.m_wstrDirPath, &dwPid);
-    if (hAgent.IsValid())
-        QZ_TRACE_I(L"%hs: Created process PID = '%d'.", QZ_SCOPE_NAME, static_cast<int>(dwPid));
-    else
-        QZ_TRACE_W(L"%hs: '%ls' could not be started - %d\n", QZ_SCOPE_NAME, wstrAgent,
-                   static_cast<int>(::GetLastError()));
+    StartRebootAgent(ctx);
 }
 
 // A planned rerun starts the setup again; any other action is carried on by the service itself once it
