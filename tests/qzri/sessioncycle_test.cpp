@@ -12,6 +12,7 @@
 #include "std/qzbase.h"
 #include "std/strconv.h"
 #include "std/trace.h"
+#include "std/wformat.h"
 #include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
 
@@ -233,18 +234,20 @@ TEST_F(SessionCycleTest, TracesTheCycleAndTheCommandLine)
     EXPECT_EQ(Run(), 6u);
     const std::wstring wstrCmd = L"\"" + m_folder.Path() + L"qzrbtagt.exe\" PreInstall=1 SID=3";
     EXPECT_EQ(m_desktop.m_vecCmdLines, std::vector<std::wstring>{wstrCmd});
+    // The process handle as the trace prints pointers on this platform.
+    const std::string strProcess = QZSTD::WideToUtf8(QZSTD::FormatW(L"%p", reinterpret_cast<void*>(0x102)));
     EXPECT_TRUE(Traced({
         "QZWSSN I Platform Id = 2",
         "QZWSSN I Ready to get sessions.",
         "QZWSSN I Running main cycle.",
         "QZWSSN I Creating GUI process for session 3 (terminal sessions supported)...",
         "QZWSSN I GUIProcManImpl::CreateGUIProcess: Command line: " + QZSTD::WideToUtf8(wstrCmd) + ".",
-        "QZWSSN I Ready to wait for process: 0x102",
+        "QZWSSN I Ready to wait for process: " + strProcess,
         "QZWSSN I Run PeekMessage() cycle",
         "QZWSSN I ...Result: 258",
         "QZWSSN I Skipping session 3...",
         "QZWSSN I ...Result: 0",
-        "QZWSSN I Process 0x102 stopped.",
+        "QZWSSN I Process " + strProcess + " stopped.",
         "QZWSSN I Process result code: 6.",
         "QZWSSN I Should stop!",
         "QZWSSN I ...bShouldUpdateProcesses = false; break",
