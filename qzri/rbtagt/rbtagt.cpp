@@ -9,6 +9,8 @@
 #include "common/inifileparser.h"
 #include "common/qpdfile.h"
 #include "common/ristrutils.h"
+#include "qzri/riwrap/resultreport.h"
+#include "qzri/riwrap/riwrpdata.h"
 #include "std/cmdline.h"
 #include "std/fspath.h"
 #include "std/profile.h"
@@ -51,6 +53,13 @@ void ReplaceAll(std::wstring& wstr, const std::wstring& wstrWhat, const std::wst
         wstr.replace(n, wstrWhat.size(), wstrWith);
 }
 
+Arguments Refused(std::wstring wstrWhy)
+{
+    Arguments args;
+    args.m_wstrError = std::move(wstrWhy);
+    return args;
+}
+
 }  // namespace
 
 Arguments ParseArguments(const std::wstring& wstrCmdLine)
@@ -65,16 +74,26 @@ Arguments ParseArguments(const std::wstring& wstrCmdLine)
             const bool bDigits = !wstrValue.empty() && wstrValue.size() <= 9 &&
                                  wstrValue.find_first_not_of(L"0123456789") == std::wstring::npos;
             if (!bDigits)
-                return {false, {}, {}, L"SID is not a session number: '" + wstrValue + L"'"};
+                return Refused(L"SID is not a session number: '" + wstrValue + L"'");
             args.m_nSessionId = std::stoul(wstrValue);
+        } else if (StartsWithKey(vecWords[n], TASK_ID_KEY, &wstrValue)) {
+            args.m_wstrTaskId = wstrValue;
+        } else if (StartsWithKey(vecWords[n], AGENT_KEY, &wstrValue)) {
+            try {
+                args.m_wstrAgent = QZRI::DecodeHexString(wstrValue);
+            } catch (const std::exception&) {
+                return Refused(L"Agent is not a $HEX_ text");
+            }
+            if (args.m_wstrAgent.empty() || args.m_wstrAgent.find_first_of(L"/\\:") != std::wstring::npos)
+                return Refused(L"Agent is not a file name of the package folder");
         } else if (StartsWithKey(vecWords[n], RUN_AFTER_RESTART_KEY, &wstrValue)) {
             try {
                 args.m_wstrRunAfterRestart = QZRI::DecodeHexString(wstrValue);
             } catch (const std::exception&) {
-                return {false, {}, {}, L"RunAfterRestart is not a $HEX_ text"};
+                return Refused(L"RunAfterRestart is not a $HEX_ text");
             }
         } else {
-            return {false, {}, {}, L"unknown argument '" + vecWords[n] + L"'"};
+            return Refused(L"unknown argument '" + vecWords[n] + L"'");
         }
     }
     if (args.m_bPreInstall && !args.m_wstrRunAfterRestart.empty())
@@ -83,12 +102,17 @@ Arguments ParseArguments(const std::wstring& wstrCmdLine)
     return args;
 }
 
-std::wstring RebootAgentCommandLine(const std::wstring& wstrProgram, const std::wstring& wstrRunAfterRestart)
+std::wstring RebootAgentCommandLine(const std::wstring& wstrProgram, const std::wstring& wstrRunAfterRestart,
+                                    const std::wstring& wstrTaskId, const std::wstring& wstrAgent)
 {
     std::wstring wstrLine = L"\"" + wstrProgram + L"\"";
     if (!wstrRunAfterRestart.empty())
         wstrLine +=
             std::wstring(L" ") + RUN_AFTER_RESTART_KEY + L"=" + QZRI::EncodeHexString(wstrRunAfterRestart);
+    if (!wstrTaskId.empty())
+        wstrLine += std::wstring(L" ") + TASK_ID_KEY + L"=" + wstrTaskId;
+    if (!wstrAgent.empty())
+        wstrLine += std::wstring(L" ") + AGENT_KEY + L"=" + QZRI::EncodeHexString(wstrAgent);
     return wstrLine;
 }
 
@@ -182,19 +206,13 @@ bool DryRunRestarter::Restart(const std::wstring& wstrRunAfterRestart)
     return static_cast<bool>(file);
 }
 
-void WriteUserAction(const std::wstring& wstrFolder, int nUserAction)
+void ReportAnswer(const Arguments& args, const std::wstring& wstrFolder, int nUserAction,
+                  const QZRI::AgentServices& services)
 {
-    const std::wstring wstrFile = wstrFolder + USER_ACTION_FILE;
-    const auto nMs = std::chrono::duration_cast<std::chrono::milliseconds>(
-                         std::chrono::system_clock::now().time_since_epoch())
-                         .count();
-    wchar_t szMs[4] = {};
-    std::swprintf(szMs, 4, L"%03d", static_cast<int>(nMs % 1000));
-    const std::wstring wstrTime = std::to_wstring(nMs / 1000) + L"." + szMs;
-    QZSTD::WriteProfileString(wstrFile, L"ResponseResult", L"ResultCode",
-                              std::to_wstring(nUserAction).c_str());
-    QZSTD::WriteProfileString(wstrFile, L"ResponseResult", L"ResultTime", wstrTime.c_str());
-    QZSTD::FlushProfile(wstrFile);
+    QZRI::RiWrpData data;
+    data.m_wstrDirPath = wstrFolder;
+    data.m_wstrTaskId = args.m_wstrTaskId;
+    QZRI::ReportUserAction(data, nUserAction, services);
 }
 
 }  // namespace QZRBTAGT

@@ -4,7 +4,11 @@
 //   qzrbtagt.exe PreInstall=1 SID=<session>    consent before an installation: "Install now" (exit 6) or
 //                                               "Later" (exit 4), with an optional countdown to the
 //                                               package's default answer
-//   qzrbtagt.exe [RunAfterRestart=$HEX_<...>]   the reboot agent: "Restart now" / "Restart later"
+//   qzrbtagt.exe [RunAfterRestart=$HEX_<...>] [TASK_ID=<task>] [Agent=$HEX_<...>]
+//                                               the reboot agent: "Restart now" / "Restart later"; the
+//                                               answers are reported as the agent reports them, for the
+//                                               task, through the agent's file named by Agent (in the
+//                                               package folder; "qzriwrap.exe" when not given)
 //
 // Texts come from the package's language file (<qpd folder>/qpd.loc/<server language>.ini, section
 // [qzrbtagt]); a missing file or key gives the English text.
@@ -17,7 +21,8 @@
 
 namespace QZRI {
 class QpdFile;
-}
+struct AgentServices;
+}  // namespace QZRI
 
 namespace QZRBTAGT {
 
@@ -42,6 +47,9 @@ inline constexpr int USER_ACTION_REBOOT_LATER = 7;
 inline constexpr const wchar_t* SETTINGS_FILE = L"qzrbtagt.ini";
 inline constexpr const wchar_t* USER_ACTION_FILE = L"askusr.log";
 inline constexpr const wchar_t* RUN_AFTER_RESTART_KEY = L"RunAfterRestart";
+inline constexpr const wchar_t* TASK_ID_KEY = L"TASK_ID";
+inline constexpr const wchar_t* AGENT_KEY = L"Agent";
+inline constexpr const wchar_t* DEFAULT_AGENT = L"qzriwrap.exe";
 
 struct Arguments
 {
@@ -49,13 +57,19 @@ struct Arguments
     std::optional<unsigned long> m_nSessionId;
     // The command line to run once the computer has restarted (decoded); empty: none.
     std::wstring m_wstrRunAfterRestart;
+    // The task the answers are reported for; empty: "askusr.log".
+    std::wstring m_wstrTaskId;
+    // The agent's file in the package folder, which delivers a reboot answer to the server.
+    std::wstring m_wstrAgent = DEFAULT_AGENT;
     // Empty when the command line was understood; else what is wrong with it.
     std::wstring m_wstrError;
 };
 // The words after the program name; unknown words are an error, so that a caller's mistake shows.
 Arguments ParseArguments(const std::wstring& wstrCmdLine);
-// "\"<program>\" RunAfterRestart=$HEX_..." for a command line to run after the restart.
-std::wstring RebootAgentCommandLine(const std::wstring& wstrProgram, const std::wstring& wstrRunAfterRestart);
+// "\"<program>\" RunAfterRestart=$HEX_..." for a command line to run after the restart, with the task and
+// the agent's file name when they are given.
+std::wstring RebootAgentCommandLine(const std::wstring& wstrProgram, const std::wstring& wstrRunAfterRestart,
+                                    const std::wstring& wstrTaskId = {}, const std::wstring& wstrAgent = {});
 
 enum TextId : int
 {
@@ -146,7 +160,10 @@ private:
     std::wstring m_wstrFile;
 };
 
-// "askusr.log" in the folder: [ResponseResult] "ResultCode" and "ResultTime", as the agent writes it.
-void WriteUserAction(const std::wstring& wstrFolder, int nUserAction);
+// A user's answer reported by the agent's own routine (ReportUserAction): without a task into "askusr.log"
+// of the package folder, with one into the task's entries and, for the reboot answers, on to the
+// administration server through an instance of the agent (the services' starter).
+void ReportAnswer(const Arguments& args, const std::wstring& wstrFolder, int nUserAction,
+                  const QZRI::AgentServices& services);
 
 }  // namespace QZRBTAGT

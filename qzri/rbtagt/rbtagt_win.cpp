@@ -3,14 +3,20 @@
 
 #include <commctrl.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "common/localization.h"
 #include "common/qpdfile.h"
+#include "common/registry.h"
 #include "qzri/rbtagt/rbtagt.h"
 #include "qzri/rbtagt/resource.h"
+#include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/clock.h"
 #include "qzri/riwrap/pkgsettings.h"
+#include "qzri/riwrap/rebootrequest.h"
 #include "std/trace.h"
 
 namespace QZRBTAGT {
@@ -240,9 +246,27 @@ bool WaitDeferral(int nSeconds)
     return true;
 }
 
+// The answer reported by the agent's own routine, with the system's services and the agent's file of the
+// package folder for the instance that takes a reboot answer to the server.
+void Report(const Package& package, const Arguments& args, int nUserAction)
+{
+    QZ_TRACE_SCOPE(MODULE, "Report");
+    QZ_TRACE_I(L"%hs: User action %d for task '%ls'.\n", QZ_SCOPE_NAME, nUserAction, args.m_wstrTaskId);
+    const std::unique_ptr<QZRI::AgentOs> pOs = QZRI::CreateSystemAgentOs();
+    const std::unique_ptr<QZRI::InstanceStarter> pStarter =
+        QZRI::CreateSystemInstanceStarter(package.m_wstrFolder + args.m_wstrAgent);
+    QZRI::SystemClock clock;
+    QZRI::AgentServices services;
+    services.m_pOs = pOs.get();
+    services.m_pRegistry = &QZRI::SystemRegistry();
+    services.m_pClock = &clock;
+    services.m_pStarter = pStarter.get();
+    ReportAnswer(args, package.m_wstrFolder, nUserAction, services);
+}
+
 int RestartNow(const Package& package, const Arguments& args, Restarter& restarter)
 {
-    WriteUserAction(package.m_wstrFolder, USER_ACTION_REBOOT_NOW);
+    Report(package, args, USER_ACTION_REBOOT_NOW);
     return restarter.Restart(args.m_wstrRunAfterRestart) ? EXIT_RESTART_REQUESTED : EXIT_RESTART_FAILED;
 }
 
@@ -278,7 +302,7 @@ int AskReboot(const Package& package, const Arguments& args, Restarter& restarte
             return RestartNow(package, args, restarter);
         if (nAnswer != IDNO)
             return EXIT_SESSION_ENDED;
-        WriteUserAction(package.m_wstrFolder, USER_ACTION_REBOOT_LATER);
+        Report(package, args, USER_ACTION_REBOOT_LATER);
         CountDeferral(wstrSettings, settings);
         QZ_TRACE_I(L"%hs: Restart deferred (%d).\n", QZ_SCOPE_NAME, settings.m_nDeferrals);
         if (!WaitDeferral(settings.m_nRemindSec))

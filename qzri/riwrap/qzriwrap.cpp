@@ -60,7 +60,7 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<Transfer> pTransfer = CreateCurlTransfer();
     std::unique_ptr<ProxySource> pProxy = CreateProxySource(QZSTD::GetLocalSettingsStoragePath());
     std::unique_ptr<ServerLink> pServerLink = CreateServerLink(QZSTD::GetLocalSettingsStoragePath(), *pProxy);
-    std::unique_ptr<InstanceStarter> pStarter = CreateSystemInstanceStarter();
+    std::unique_ptr<InstanceStarter> pStarter = CreateSystemInstanceStarter(*pOs);
 
     AgentServices services;
     services.m_pOs = pOs.get();

@@ -3,6 +3,7 @@
 
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "common/qpdfile.h"
@@ -225,6 +226,11 @@ void RemoveDeliveredRequest(QZPAR::Params* pData, const std::wstring& wstrReques
 class LaunchingStarter : public InstanceStarter
 {
 public:
+    explicit LaunchingStarter(std::function<std::wstring()> fnAgentPath)
+        : m_fnAgentPath(std::move(fnAgentPath))
+    {
+    }
+    std::wstring AgentPath() override { return m_fnAgentPath(); }
     void StartInstance(const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir) override
     {
         LaunchOptions options;
@@ -233,13 +239,21 @@ public:
         QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
         LaunchAsync(options, &pWaiter);
     }
+
+private:
+    std::function<std::wstring()> m_fnAgentPath;
 };
 
 }  // namespace
 
-std::unique_ptr<InstanceStarter> CreateSystemInstanceStarter()
+std::unique_ptr<InstanceStarter> CreateSystemInstanceStarter(AgentOs& os)
 {
-    return std::make_unique<LaunchingStarter>();
+    return std::make_unique<LaunchingStarter>([&os] { return os.GetModuleFilePath(); });
+}
+
+std::unique_ptr<InstanceStarter> CreateSystemInstanceStarter(const std::wstring& wstrAgentPath)
+{
+    return std::make_unique<LaunchingStarter>([wstrAgentPath] { return wstrAgentPath; });
 }
 
 std::wstring RequestPxgReboot(const RiWrpData& data, const std::wstring& wstrTaskId, const RiResult& rslt,
@@ -262,7 +276,7 @@ std::wstring RequestPxgReboot(const RiWrpData& data, const std::wstring& wstrTas
     QZ_TRACE_LINES(QZSTD::TL_INFO, QZPAR::DumpParams(pData));
     const std::wstring wstrRequest = data.m_wstrDirPath + wstrName + REQUEST_EXTENSION;
     QZPAR::WriteParamsFile(wstrRequest, pData);
-    const std::wstring wstrCmdLine = L"\"" + services.m_pOs->GetModuleFilePath() + L"\" " +
+    const std::wstring wstrCmdLine = L"\"" + services.m_pStarter->AgentPath() + L"\" " +
                                      std::wstring(Keys::PXG_REQUEST) + L"=" + wstrName + REQUEST_EXTENSION;
     QZ_TRACE_I(L"%hs: Run another instance of 'qzriwrap' with cmd_line '%ls'.", QZ_SCOPE_NAME, wstrCmdLine);
     services.m_pStarter->StartInstance(wstrCmdLine, data.m_wstrDirPath);

@@ -15,6 +15,7 @@
 
 namespace QZRI {
 
+class AgentOs;
 class RiWrpData;
 struct AgentServices;
 struct RiResult;
@@ -24,9 +25,14 @@ class InstanceStarter
 {
 public:
     virtual ~InstanceStarter() = default;
+    // The agent's executable that the instance runs.
+    virtual std::wstring AgentPath() = 0;
     virtual void StartInstance(const std::wstring& wstrCommandLine, const std::wstring& wstrCurDir) = 0;
 };
-std::unique_ptr<InstanceStarter> CreateSystemInstanceStarter();
+// Instances of the running agent (its own file, asked for when one is started).
+std::unique_ptr<InstanceStarter> CreateSystemInstanceStarter(AgentOs& os);
+// Instances of the agent at wstrAgentPath, for the programs that report as the agent does.
+std::unique_ptr<InstanceStarter> CreateSystemInstanceStarter(const std::wstring& wstrAgentPath);
 
 // With reboot state 1: writes the request and starts the second instance; returns the request file's
 // path. Any other reboot state: nothing to ask, an empty path.

@@ -6,7 +6,9 @@
 
 #include "common/ristrutils.h"
 #include "common/winsessions.h"
+#include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservice.h"
+#include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/driver.h"
 #include "qzri/riwrap/resultcheck.h"
 #include "qzri/riwrap/riresult.h"
@@ -14,6 +16,7 @@
 #include "qzri/riwrap/servicecontrol.h"
 #include "qzri/riwrap/servicemain.h"
 #include "qzri/riwrap/waits.h"
+#include "std/error.h"
 #include "std/shutdown.h"
 #include "std/trace.h"
 #include "std/win/scopedhandle.h"
@@ -92,7 +95,17 @@ void StartRebootAgent(ServiceContext& ctx)
     QZ_TRACE_SCOPE(MODULE, "Service_Init");
     RiWrpData& data = *ctx.pData;
     const std::wstring wstrAgent = data.m_wstrDirPath + REBOOT_AGENT;
-    const std::wstring wstrAgentCmd = L"\"" + wstrAgent + L"\"";
+    // The reboot agent reports the user's answer for this task, through this agent's file for the
+    // delivery to the server (docs/reboot-agent.md).
+    std::wstring wstrAgentCmd = L"\"" + wstrAgent + L"\"";
+    if (!data.m_wstrTaskId.empty())
+        wstrAgentCmd += L" TASK_ID=" + data.m_wstrTaskId;
+    try {
+        const std::wstring wstrSelf = ctx.pServices->m_pOs->GetModuleFilePath();
+        wstrAgentCmd += L" Agent=" + EncodeHexString(wstrSelf.substr(DirectoryOf(wstrSelf).size()));
+    } catch (const QZSTD::QZError& e) {
+        QZ_TRACE_EXCEPTION(e);
+    }
     QZ_TRACE_I(L"%hs: Command line: '%ls'.", QZ_SCOPE_NAME, wstrAgentCmd);
     std::vector<UserSession> vecSessions;
     try {

@@ -358,11 +358,13 @@ public:
 class RecordingStarter : public QZRI::InstanceStarter
 {
 public:
+    std::wstring AgentPath() override { return m_wstrAgentPath; }
     void StartInstance(const std::wstring& wstrCommandLine, const std::wstring&) override
     {
         m_vecCommandLines.push_back(wstrCommandLine);
     }
     std::vector<std::wstring> m_vecCommandLines;
+    std::wstring m_wstrAgentPath = L"C:\\pkg\\qzriwrap.exe";
 };
 
 // The administration server as a script: each remote call takes the next answer (the last one repeats).

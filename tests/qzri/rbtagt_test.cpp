@@ -7,7 +7,9 @@
 #include <tuple>
 
 #include "common/qpdfile.h"
+#include "common/ristrutils.h"
 #include "std/profile.h"
+#include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
 
 namespace {
@@ -113,14 +115,23 @@ TEST(RebootAgentTest, RestartSettingsAndTheDeferralLimit)
     }
 }
 
-TEST(RebootAgentTest, AnswersReachAskusrLogAndTheDryRunRestartsNothing)
+// The answers go through the agent's own report: "askusr.log" without a task; with one, the task's
+// virtual id and an instance of the agent's file named on the command line that takes it to the server.
+TEST(RebootAgentTest, AnswersAreReportedAsTheAgentReportsThemAndTheDryRunRestartsNothing)
 {
     QZTEST::TempFolder folder;
-    WriteUserAction(folder.Path(), USER_ACTION_REBOOT_LATER);
+    QZRITEST::TestServices fakes;
+    ReportAnswer(ParseArguments(L"qzrbtagt.exe"), folder.Path(), USER_ACTION_REBOOT_LATER, fakes.Get());
     EXPECT_EQ(QZSTD::GetProfileInt(folder.Join(L"askusr.log"), L"ResponseResult", L"ResultCode", 0), 7);
-    EXPECT_NE(
-        QZSTD::GetProfileString(folder.Join(L"askusr.log"), L"ResponseResult", L"ResultTime", L"").find(L'.'),
-        std::wstring::npos);
+    EXPECT_TRUE(fakes.m_starter.m_vecCommandLines.empty());
+    const Arguments args = ParseArguments(RebootAgentCommandLine(L"qzrbtagt.exe", L"", L"T1", L"setup.exe"));
+    EXPECT_EQ(args.m_wstrAgent, L"setup.exe");
+    fakes.m_starter.m_wstrAgentPath = folder.Path() + args.m_wstrAgent;
+    ReportAnswer(args, folder.Path(), USER_ACTION_REBOOT_NOW, fakes.Get());
+    EXPECT_EQ(fakes.m_starter.m_vecCommandLines,
+              std::vector<std::wstring>{L"\"" + folder.Path() +
+                                        L"setup.exe\" PxgRequest=$qzriwrp_srvri_T1_USR_RBTR.par"});
+    EXPECT_NE(ParseArguments(L"qzrbtagt.exe Agent=" + QZRI::EncodeHexString(L"..\\x.exe")).m_wstrError, L"");
     DryRunRestarter restarter(folder.Join(L"restart.txt"));
     EXPECT_TRUE(restarter.Restart(L"setup.exe /s"));
     EXPECT_EQ(QZTEST::ReadFileBytes(folder.Join(L"restart.txt")),

@@ -227,7 +227,7 @@ TEST_F(ResultReportTest, ARebootRequestCarriesTheResultAndACopyOfTheCompanion)
     // Only the second call started the instance that delivers it, by the request's name in this folder.
     ASSERT_EQ(m_fakes.m_starter.m_vecCommandLines.size(), 1u);
     EXPECT_EQ(m_fakes.m_starter.m_vecCommandLines[0],
-              L"\"" + m_fakes.m_os.m_wstrModulePath + L"\" PxgRequest=$qzriwrp_srvri_task_7.par");
+              L"\"C:\\pkg\\qzriwrap.exe\" PxgRequest=$qzriwrp_srvri_task_7.par");
 }
 
 // Agents of many tasks report into one storage at once: every task's entries are there afterwards.
