@@ -314,6 +314,8 @@ int32_t RunGroupUninstall(RiWrpData& data, const AgentServices& services)
             QZ_TRACE_I(L"nExitCode != QZRI_RSLT_NO_ERROR\n");
             rslt.m_wstrDescription = L"Uninstalling '" + product.m_wstrDisplayName + L"' failed with " +
                                      DescribeResultCode(nExitCode) + L".";
+            if (const std::wstring wstrWhy = services.m_pUninstaller->Description(); !wstrWhy.empty())
+                rslt.m_wstrDescription += L" " + wstrWhy;
             break;
         }
         ++nUninstalled;
@@ -351,6 +353,8 @@ std::optional<int32_t> RunSingleUninstall(RiWrpData& data, const AgentServices& 
     rslt.m_nScriptResultCode = nExitCode;
     rslt.m_wstrDescription =
         L"Uninstalling the previous product failed with " + DescribeResultCode(nExitCode) + L".";
+    if (const std::wstring wstrWhy = services.m_pUninstaller->Description(); !wstrWhy.empty())
+        rslt.m_wstrDescription += L" " + wstrWhy;
     RemoveService(*services.m_pServices, ServiceIdOf(data));
     RiwrapReportResult(data, rslt, services);
     return nExitCode;

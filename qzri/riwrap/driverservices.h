@@ -72,6 +72,9 @@ public:
     // name. Returns QZRI_RSLT_NO_ERROR or the failing code, and sets *pbNeedRestart when the removal
     // finishes only after a restart.
     virtual int32_t Uninstall(RiWrpData& data, bool* pbNeedRestart) = 0;
+    // What the last Uninstall found, in words for the report: why it failed, or that the product was
+    // not installed; empty when there is nothing to add.
+    virtual std::wstring Description() const { return {}; }
 };
 
 // The shell's "open" of a file with its associated program.

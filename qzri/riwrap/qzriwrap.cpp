@@ -22,6 +22,7 @@
 #include "qzri/riwrap/servcon.h"
 #include "qzri/riwrap/serverid.h"
 #include "qzri/riwrap/servicecontrol.h"
+#include "qzri/riwrap/uninstall.h"
 #include "qzri/riwrap/waits.h"
 #include "std/cmdline.h"
 #include "std/shutdown.h"
@@ -73,13 +74,15 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     services.m_pConsent = &consent;
     services.m_pInstaller = pInstaller.get();
     services.m_pProducts = &products;
-    // No uninstaller in this build: the driver ends an uninstallation with QZRI_RSLT_NOT_AVAILABLE.
-    services.m_pUninstaller = nullptr;
     services.m_pShell = pShell.get();
     services.m_pTransfer = pTransfer.get();
     services.m_pProxy = pProxy.get();
     services.m_pServerLink = pServerLink.get();
     services.m_pStarter = pStarter.get();
+    // The previous product's removal reads the registry, Windows Installer and the agent's folder.
+    std::unique_ptr<MsiProducts> pMsiProducts = CreateSystemMsiProducts();
+    AgentUninstaller uninstaller(UninstallDepsOf(services, *pMsiProducts));
+    services.m_pUninstaller = &uninstaller;
     // These three act through the services themselves.
     ServiceAutostart autostart(services);
     services.m_pAutostart = &autostart;
