@@ -4,6 +4,10 @@
 // its first user lands.
 #pragma once
 
+namespace QZRIWRP {
+struct CompetitorEnv;
+}
+
 namespace QZRI {
 
 class AgentOs;
@@ -59,6 +63,9 @@ struct AgentServices
     class ServerLink* m_pServerLink = nullptr;
     // Starts the second instance that delivers a pending reboot's result (rebootrequest.h).
     class InstanceStarter* m_pStarter = nullptr;
+    // Where the removal of incompatible software finds its engine and keeps its work (competitor.h);
+    // null: this build cannot remove it, and the driver says so.
+    QZRIWRP::CompetitorEnv* m_pCompetitorEnv = nullptr;
 };
 
 }  // namespace QZRI

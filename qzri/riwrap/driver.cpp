@@ -13,6 +13,7 @@
 #include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/cmdlinekeys.h"
+#include "qzri/riwrap/competitorrun.h"
 #include "qzri/riwrap/download.h"
 #include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/msidriver.h"
@@ -516,8 +517,10 @@ int32_t RunSteps(RiWrpData& data, const AgentServices& services)
             return *nEnd;
     }
     QZ_TRACE_I(L"%hs: QZRIWRP::CCompetitorSoftwareUninstall::IfUninstall(..)\n", QZ_SCOPE_NAME);
-    if (HasKey(data.m_wstrSavedCmdLine, Keys::COMPETITOR_REMOVAL))
-        return NotAvailable(data, L"Removing incompatible software", services);
+    if (HasKey(data.m_wstrSavedCmdLine, Keys::COMPETITOR_REMOVAL)) {
+        if (const std::optional<int32_t> nEnd = RunCompetitorRemoval(data, services))
+            return *nEnd;
+    }
 
     QZ_TRACE_I(L"%hs: data.m_eAct = %d.\n", QZ_SCOPE_NAME, static_cast<int>(data.m_eAct));
     if (data.m_eAct == QZRI_ACTION_CHECK_RESULT) {

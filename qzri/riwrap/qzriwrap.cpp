@@ -12,6 +12,7 @@
 #include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/clock.h"
+#include "qzri/riwrap/competitor.h"
 #include "qzri/riwrap/download.h"
 #include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/qzcsmain.h"
@@ -83,6 +84,9 @@ int RunWithSystemServices(const ModuleRuntime& runtime)
     std::unique_ptr<MsiProducts> pMsiProducts = CreateSystemMsiProducts();
     AgentUninstaller uninstaller(UninstallDepsOf(services, *pMsiProducts));
     services.m_pUninstaller = &uninstaller;
+    // Incompatible software: the removal engine beside the agent.
+    QZRIWRP::CompetitorEnv competitorEnv = QZRIWRP::SystemCompetitorEnv(pOs->GetModuleFilePath());
+    services.m_pCompetitorEnv = &competitorEnv;
     // These three act through the services themselves.
     ServiceAutostart autostart(services);
     services.m_pAutostart = &autostart;
