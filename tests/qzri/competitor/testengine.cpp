@@ -106,7 +106,8 @@ QZ_EXPORT int32_t QZCLEAN_CALL RemoveCompetitorSoftwareW(uint32_t, const wchar_t
     SetText(szError, nErrorChars, L"");
     const std::filesystem::path ini = Path(szIniFile);
     auto control = ReadControl(ini.parent_path());
-    std::ofstream(ini.parent_path() / "calls.txt", std::ios::app) << ini.filename().string() << "\n";
+    std::ofstream(ini.parent_path() / "calls.txt", std::ios::app | std::ios::binary)
+        << ini.filename().string() << "\n";
     std::ofstream(Path(szWorkFolder) / (ini.stem().string() + ".log")) << "removing\n";
     const std::string strOutcome = control[ini.filename().string()];
     if (strOutcome == "failed") {
