@@ -1,0 +1,165 @@
+// Removing incompatible software under Wine, end to end below the driver: products installed from
+// packages wixl built for this test, the reference engine "cleanapi.dll" loaded by the agent's loader,
+// the real registry, msiexec and an uninstaller that fails. All cases share the test's Wine prefix.
+#include <windows.h>
+
+#include <msi.h>
+
+#include <gtest/gtest.h>
+
+#include "qzri/rbtagt/rbtagt.h"
+#include "qzri/riwrap/competitor.h"
+#include "qzri/riwrap/riwrpdata.h"
+#include "std/profile.h"
+#include "std/strconv.h"
+#include "tests/testutil/fsutil.h"
+
+namespace {
+
+using namespace QZRIWRP;
+
+std::wstring WindowsPath(const char* szUnixPath)
+{
+    std::wstring wstrPath = L"Z:" + QZSTD::Utf8ToWide(szUnixPath);
+    for (wchar_t& c : wstrPath)
+        c = c == L'/' ? L'\\' : c;
+    return wstrPath;
+}
+
+std::wstring ProductOf(const wchar_t* szUpgradeCode)
+{
+    wchar_t szProduct[39] = {};
+    return ::MsiEnumRelatedProductsW(szUpgradeCode, 0, 0, szProduct) == ERROR_SUCCESS ? szProduct : L"";
+}
+
+class CompetitorWineTest : public testing::Test
+{
+protected:
+    static void Install(const char* szVariant)
+    {
+        const std::wstring wstrMsi =
+            WindowsPath(QZ_COMPETITOR_MSI_DIR) + L"\\qzcompetitor-" + QZSTD::Utf8ToWide(szVariant) + L".msi";
+        ::MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+        ASSERT_EQ(::MsiInstallProductW(wstrMsi.c_str(), L""), ERROR_SUCCESS) << szVariant;
+    }
+    void SetUp() override
+    {
+        m_env.m_wstrEnginePath = WindowsPath(QZ_CLEANAPI_DLL);
+        m_env.m_wstrIniFolder = m_tmp.MakeSubFolder(L"cleanini");
+        m_env.m_wstrWorkPath = m_tmp.Join(L"Work\\");
+        m_env.m_wstrAgentFolder = m_tmp.Path();
+        m_env.m_loadEngine = [](const std::wstring& wstrPath) {
+            return CheckCleanapiOS(wstrPath, CurrentOsVersion());
+        };
+        m_env.m_startProcess = [this](const std::wstring& wstrLine) { m_vecStarted.push_back(wstrLine); };
+        m_env.m_fileExists = [](const std::wstring&) { return true; };
+        Describe(L"alpha.ini", "Alpha", L"[detect]\r\nDisplayName=QZ Competitor Alpha\r\n");
+    }
+    void Describe(const wchar_t* szIni, const char* szName, const wchar_t* szRest)
+    {
+        QZTEST::WriteFileBytes(m_env.m_wstrIniFolder + szIni, std::string("[main]\r\nfullname=") + szName +
+                                                                  "\r\n" + QZSTD::WideToUtf8(szRest));
+    }
+    int32_t Run(std::wstring& wstrDescr, bool& bNeedReboot)
+    {
+        CCompetitorSoftwareUninstall uninstall(m_data, m_env);
+        uninstall.PrepareToRemove();
+        const int32_t nResult = uninstall.RemoveProducts(wstrDescr, bNeedReboot);
+        if (bNeedReboot) {
+            uninstall.SaveRebootAgentCmdLine(QZRBTAGT::RebootAgentCommandLine(
+                m_tmp.Path() + L"qzrbtagt.exe", L"\"C:\\pkg\\qzriwrap.exe\" QZRI$CMTRS", L"task-7"));
+            uninstall.StartRebootAgent();
+        }
+        return nResult;
+    }
+    QZTEST::TempFolder m_tmp;
+    QZRI::RiWrpData m_data;
+    CompetitorEnv m_env;
+    std::vector<std::wstring> m_vecStarted;
+};
+
+TEST_F(CompetitorWineTest, TwoProductsRemovedAskForTheRebootAgentWhichContinuesTheTask)
+{
+    Install("Alpha");
+    Install("Beta");
+    Describe(L"beta.ini", "Beta", L"[detect]\r\nDisplayName=QZ Competitor B*\r\n");
+    std::wstring wstrDescr;
+    bool bNeedReboot = false;
+    EXPECT_EQ(Run(wstrDescr, bNeedReboot), 0);
+    EXPECT_EQ(wstrDescr, L"successfully deleted: Alpha, Beta.");
+    EXPECT_TRUE(bNeedReboot);
+    EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_ALPHA "}"), L"");
+    EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_BETA "}"), L"");
+    ASSERT_EQ(m_vecStarted.size(), 1u);
+    const QZRBTAGT::Arguments args = QZRBTAGT::ParseArguments(m_vecStarted[0]);
+    EXPECT_EQ(args.m_wstrError, L"");
+    EXPECT_EQ(args.m_wstrRunAfterRestart, L"\"C:\\pkg\\qzriwrap.exe\" QZRI$CMTRS");
+    EXPECT_EQ(ReadWorkFolderState(m_env.m_wstrWorkPath).m_wstrRebootAgentCmdLine, m_vecStarted[0]);
+
+    // After the restart the task runs again and finds nothing left.
+    m_vecStarted.clear();
+    EXPECT_EQ(Run(wstrDescr, bNeedReboot), 0);
+    EXPECT_EQ(wstrDescr, L"there are no incompatible applications for delete.");
+    EXPECT_FALSE(bNeedReboot);
+    EXPECT_TRUE(m_vecStarted.empty());
+}
+
+TEST_F(CompetitorWineTest, FailingUninstallerIsListedFirstAndNoRebootIsAsked)
+{
+    Install("Alpha");
+    Install("Beta");
+    Describe(
+        L"beta.ini", "Beta",
+        L"[detect]\r\nDisplayName=QZ Competitor Beta\r\n[remove]\r\nCommandLine=cmd.exe /c exit 1603\r\n");
+    std::wstring wstrDescr;
+    bool bNeedReboot = false;
+    EXPECT_EQ(Run(wstrDescr, bNeedReboot), CLEANER_RSLT_FAILED);
+    EXPECT_EQ(wstrDescr, L"deletion failed for: Beta. successfully deleted: Alpha.");
+    EXPECT_FALSE(bNeedReboot);
+    EXPECT_TRUE(m_vecStarted.empty());
+    EXPECT_NE(ProductOf(L"{" QZ_UPGRADE_BETA "}"), L"");
+    // Leave the prefix as it was found.
+    ::MsiConfigureProductExW(ProductOf(L"{" QZ_UPGRADE_BETA "}").c_str(), INSTALLLEVEL_DEFAULT,
+                             INSTALLSTATE_ABSENT, L"");
+    EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_BETA "}"), L"");
+}
+
+TEST_F(CompetitorWineTest, RemovalCutOffByShutdownIsFinishedByTheNextRun)
+{
+    Install("Alpha");
+    QZTEST::MakeFolder(m_env.m_wstrWorkPath);
+    // As a shutdown during the removal leaves it: under way, and the engine's log of it.
+    ASSERT_TRUE(QZSTD::WriteProfileString(m_env.m_wstrWorkPath + STAT_FILE, SECTION_SHUTDOWN, L"Alpha",
+                                          L"alpha.ini"));
+    QZTEST::WriteFileBytes(m_env.m_wstrWorkPath + L"alpha.log", "cut off");
+    std::wstring wstrDescr;
+    bool bNeedReboot = false;
+    EXPECT_EQ(Run(wstrDescr, bNeedReboot), 0);
+    EXPECT_EQ(wstrDescr, L"successfully deleted: Alpha.");
+    EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_ALPHA "}"), L"");
+    EXPECT_TRUE(ReadWorkFolderState(m_env.m_wstrWorkPath).m_vecShutdown.empty());
+    EXPECT_FALSE(QZTEST::PathExists(m_env.m_wstrWorkPath + L"alpha.log"));
+}
+
+TEST_F(CompetitorWineTest, NothingInstalledAndBrokenEnginesGiveClearResults)
+{
+    std::wstring wstrDescr;
+    bool bNeedReboot = false;
+    EXPECT_EQ(Run(wstrDescr, bNeedReboot), 0);
+    EXPECT_EQ(wstrDescr, L"there are no incompatible applications for delete.");
+    for (const std::wstring& wstrEngine :
+         {m_tmp.Join(L"cleanapi.dll"), WindowsPath(QZ_TEST_ENGINE_NO_REMOVE)}) {
+        m_env.m_wstrEnginePath = wstrEngine;
+        CCompetitorSoftwareUninstall uninstall(m_data, m_env);
+        try {
+            uninstall.PrepareToRemove();
+            ADD_FAILURE() << "loaded " << QZSTD::WideToUtf8(wstrEngine);
+        } catch (const QZSTD::QZError& e) {
+            EXPECT_EQ(e.GetModule(), QZSTD::SYSTEM_MODULE);
+            EXPECT_TRUE(e.GetCode() == ERROR_MOD_NOT_FOUND || e.GetCode() == ERROR_PROC_NOT_FOUND)
+                << e.GetCode();
+        }
+    }
+}
+
+}  // namespace
