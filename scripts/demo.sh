@@ -9,6 +9,8 @@
 #      simulated reboot, the relaunch, and the final result;
 #   6. (Wine) the example Windows Installer package (examples/msi) installed in the agent's process
 #      with a property and a password, then removed again;
+#   6b. (Wine) an upgrade: version 1.0.0 of the example product is on the computer, the package installs
+#      2.0.0 and names 1.0.0 in [Uninstall]: the agent removes the old version first;
 #   7. a package whose setup is downloaded from a local server (a zip with its SHA-256), unpacked and run;
 #   8. a silent task whose setup needs a reboot: a second instance of the agent hands the result to a
 #      test administration server over TLS and waits for its decision, which accepts the reboot.
@@ -185,6 +187,28 @@ msi_install() {
   WINEDEBUG=-all "$wine_dir/wine64" msiexec /x "$(os_path "$pkg/example.msi")" /qn && echo "the example product was removed again"
 }
 
+# An upgrade: the old example product is installed, the package's description names it in [Uninstall] of
+# its companion and installs the new version; qzpkg shows first how the agent will remove the old one.
+upgrade_install() {
+  local pkg=$work/upgrade wine_dir=/usr/lib/wine
+  mkdir -p "$pkg"
+  cp "build/$preset/qzri/riwrap/$exe" "build/$preset/qzri/riwrap/qzuninst.ini" "build/$preset/examples/example-2.msi" "$pkg/"
+  WINEDEBUG=-all "$wine_dir/wine64" msiexec /i "$(os_path "$root/build/$preset/examples/example.msi")" /qn
+  echo "installed before the task: QZ Example Product $(WINEDEBUG=-all "$wine_dir/wine64" reg query 'HKLM\Software\Wow6432Node\QZ Example Product' /v Version 2>/dev/null | tr -d '\r' | awk '/Version/ {print $3}')"
+  printf '[Product]\r\nName=QZ Example Product\r\n[Setup]\r\nExecutable=example-2.msi\r\n' >"$pkg/package.qpd"
+  printf '[Uninstall]\r\nProduct=QZEXAMPLE\r\nVersion=1.0.0\r\n' >"$pkg/package.qud"
+  echo "how the agent will remove it (qzpkg uninstall):"
+  run_tool uninstall "$(os_path "$pkg")" | sed 's/^/  /'
+  rm -f "$work/trace/\$qzriwrp.txt"
+  set +e; scripts/wine-run.sh "$pkg/$exe" /s; echo "exit code:    $?"; set -e
+  tr -d '\r' <"$work/trace/\$qzriwrp.txt" | grep -E "Uninstall product using|Unknown_Resolve|product code|Windows Installer returned|nExitCode|Exit code" |
+    sed -e 's/^[0-9-]* [0-9:.]* \[[0-9:]*\] /  /' | head -n 20
+  echo "installed after the task: QZ Example Product $(WINEDEBUG=-all "$wine_dir/wine64" reg query 'HKLM\Software\Wow6432Node\QZ Example Product' /v Version 2>/dev/null | tr -d '\r' | awk '/Version/ {print $3}')"
+  echo "the result (qzpkg result):"
+  run_tool result "$(os_path "$pkg")" | sed 's/^/  /'
+  WINEDEBUG=-all "$wine_dir/wine64" msiexec /x "$(os_path "$pkg/example-2.msi")" /qn && echo "the example product was removed again"
+}
+
 # A package that carries only a pointer to its setup: a zip on a local HTTP server, its SHA-256, and the
 # files to take out of it.
 download_install() {
@@ -282,6 +306,8 @@ if [ "$mode" = wine ]; then
   reboot_install
   say "6. the example Windows Installer package, installed in the agent's process"
   msi_install
+  say "6b. an upgrade: the agent removes the old version of the example product before it installs the new one"
+  upgrade_install
 fi
 
 say "7. a package whose setup is downloaded from a local server"

@@ -11,14 +11,17 @@
 #include "common/inifileparser.h"
 #include "common/qpdfile.h"
 #include "common/qztsk.h"
+#include "common/registry.h"
 #include "common/ristrutils.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/download.h"
+#include "qzri/riwrap/pkgsettings.h"
 #include "qzri/riwrap/resultreport.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "qzri/riwrap/servcon.h"
+#include "qzri/riwrap/uninstall.h"
 #include "std/cmdline.h"
 #include "std/error.h"
 #include "std/par/dump.h"
@@ -159,6 +162,11 @@ int RunVerb(const ToolCommand& cmd, std::wostream& out)
         ExpectArgCount(cmd, cmd.m_vecArgs.size() > 3 ? 4 : 3);
         return ServerVerb(wstrDir, cmd.m_vecArgs.size() > 3 ? cmd.m_vecArgs[3] : L"qzpkg-check", out);
     }
+    if (wstrVerb == L"uninstall") {
+        const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
+        ExpectArgCount(cmd, 3);
+        return UninstallVerb(wstrDir, out);
+    }
     if (wstrVerb == L"state") {
         const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
         ExpectArgCount(cmd, 3);
@@ -221,6 +229,7 @@ void PrintUsage(std::wostream& out)
            L"  result DIR         the result files the agent left in DIR, each value explained\n"
            L"  fetch DIR          DIR's download step as the agent runs it: fetch, verify, unpack, copy\n"
            L"  server DIR [TASK]  whether the administration server of DIR's settings answers this host\n"
+           L"  uninstall DIR      how the agent would remove the product DIR's package names (runs nothing)\n"
            L"  ss dump FILE       the products, versions, sections and values of a settings storage\n"
            L"  params dump FILE   the values of a binary Params file\n"
            L"  ini [--utf8] FILE  the sections and keys the agent reads from an ini file (ANSI by default)\n"
@@ -320,6 +329,53 @@ int ServerVerb(const std::wstring& wstrDir, const std::wstring& wstrTaskId, std:
             << e.GetCode() << L" of " << QZSTD::Utf8ToWide(e.GetModule()) << L")\n";
     }
     return Exit::FAILED;
+}
+
+int UninstallVerb(const std::wstring& wstrDir, std::wostream& out)
+{
+    const std::wstring wstrPkg = QZRI::WithTrailingSeparator(wstrDir);
+    std::unique_ptr<QZRI::AgentOs> pOs = QZRI::CreateSystemAgentOs();
+    const QZRI::QpdChoice choice = QZRI::ChooseQpdFile(pOs->ListFiles(wstrPkg));
+    if (choice.m_wstrFileName.empty())
+        QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrPkg + L"*.qpd");
+    QZSTD::CAutoPtr<QZRI::QpdFile> pQpd = QZRI::QpdFile::Create(wstrPkg + choice.m_wstrFileName);
+    // The agent reads [Uninstall] from the package's companion (or the description when it is one).
+    std::wstring wstrIni = pQpd->GetCompanionPath();
+    if (wstrIni.empty())
+        wstrIni = pQpd->GetPath();
+    // The known products come from the file beside the agent in the package folder, else beside qzpkg.
+    std::unique_ptr<QZRI::MsiProducts> pMsi = QZRI::CreateSystemMsiProducts();
+    QZRI::UninstallDeps deps;
+    deps.m_pRegistry = &QZRI::SystemRegistry();
+    deps.m_pMsi = pMsi.get();
+    deps.m_wstrKnownProductsFile = wstrPkg + QZRI::KNOWN_PRODUCTS_FILE;
+    if (!pOs->FileExists(deps.m_wstrKnownProductsFile))
+        deps.m_wstrKnownProductsFile =
+            QZRI::DirectoryOf(pOs->GetModuleFilePath()) + QZRI::KNOWN_PRODUCTS_FILE;
+    out << L"description: " << wstrIni << (pOs->FileExists(wstrIni) ? L"" : L" (missing)") << L"\n"
+        << L"product:     " << QZSTD::GetProfileString(wstrIni, L"Uninstall", L"Product", L"") << L" "
+        << QZSTD::GetProfileString(wstrIni, L"Uninstall", L"Version", L"") << L"\n"
+        << L"known list:  " << deps.m_wstrKnownProductsFile << L"\n";
+    const QZRI::UninstallPlan plan = QZRI::PlanUninstall(deps, wstrIni, wstrPkg, wstrPkg + L"setup.log", L"");
+    if (!plan.m_bOk) {
+        out << L"failed:      " << plan.m_wstrProblem << L"\n";
+        return Exit::FAILED;
+    }
+    if (plan.m_nType == QZRI::KIND_UNRESOLVED) {
+        out << L"not installed: nothing would be started" << (plan.m_wstrProblem.empty() ? L"" : L" (")
+            << plan.m_wstrProblem << (plan.m_wstrProblem.empty() ? L"" : L")") << L"\n";
+        return Exit::OK;
+    }
+    out << L"kind:        " << QZRI::UninstallKindName(plan.m_nType) << L"\n"
+        << L"product code: " << (plan.m_wstrProductCode.empty() ? L"(none)" : plan.m_wstrProductCode)
+        << L"\n";
+    if (plan.m_bByProductCode)
+        out << L"removal:     Windows Installer in the agent's process, by the product code\n";
+    else
+        out << L"command:     " << plan.m_wstrCommandLine << L"\n";
+    if (plan.m_bUninstallString3)
+        out << L"exit code:   judged by the code lists of '" << plan.m_wstrUninstallString3Qpd << L"'\n";
+    return Exit::OK;
 }
 
 int FetchVerb(const std::wstring& wstrDir, const std::function<void(const std::wstring&)>& fnProgress,

@@ -61,6 +61,10 @@ int QpdVerb(const std::wstring& wstrFile, const std::wstring& wstrSection, const
 // is given) over the real connection; a failure said in plain words.
 int ServerVerb(const std::wstring& wstrDir, const std::wstring& wstrTaskId, std::wostream& out);
 
+// "uninstall DIR": how the agent would resolve the product that DIR's package description names in
+// [Uninstall] and what it would start, without starting anything (the password masked).
+int UninstallVerb(const std::wstring& wstrDir, std::wostream& out);
+
 // "fetch DIR": the package's download step as the agent runs it (the management agent's proxy, the
 // hash, unpacking, the copies, should_download), with a progress line.
 int FetchVerb(const std::wstring& wstrDir, const std::function<void(const std::wstring&)>& fnProgress,
