@@ -436,14 +436,19 @@ std::wstring PackageIniFolder(const std::wstring& wstrPackageFolder)
     return WithSeparator(WithSeparator(wstrPackageFolder) + INI_FOLDER);
 }
 
+std::wstring SystemWorkPath()
+{
+    const std::filesystem::path storage = QZSTD::FsPath(QZSTD::GetLocalSettingsStoragePath());
+    return WithSeparator(
+        (storage.parent_path() / L"1103" / L"1.0.0.0" / WORK_FOLDER).make_preferred().wstring());
+}
+
 CompetitorEnv SystemCompetitorEnv(const std::wstring& wstrAgentFile)
 {
     CompetitorEnv env;
     env.m_wstrAgentFolder = WithSeparator(QZSTD::FsPath(wstrAgentFile).parent_path().wstring());
     env.m_wstrEnginePath = env.m_wstrAgentFolder + ENGINE_FILE;
-    const std::filesystem::path storage = QZSTD::FsPath(QZSTD::GetLocalSettingsStoragePath());
-    env.m_wstrWorkPath = WithSeparator(
-        (storage.parent_path() / L"1103" / L"1.0.0.0" / WORK_FOLDER).make_preferred().wstring());
+    env.m_wstrWorkPath = SystemWorkPath();
     env.m_loadEngine = [](const std::wstring& wstrPath) {
         return CheckCleanapiOS(wstrPath, CurrentOsVersion());
     };

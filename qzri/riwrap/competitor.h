@@ -188,8 +188,15 @@ private:
     RemoveResult m_result;
 };
 
+// The work folder of this computer (what SystemCompetitorEnv uses).
+std::wstring SystemWorkPath();
+
+// The work folder of this computer (what SystemCompetitorEnv uses).
+std::wstring SystemWorkPath();
+
 // The state of a work folder, for display: the four lists and the saved reboot-agent command line
-// (empty when none).
+// (empty when none). ReadWorkFolderState(SystemWorkPath()) is this computer's.
+// ReadWorkFolderState(SystemWorkPath()) is this computer's.
 struct WorkFolderState
 {
     std::vector<std::wstring> m_vecInstalled, m_vecRemoved, m_vecFailed, m_vecShutdown;

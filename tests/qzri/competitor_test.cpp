@@ -2,10 +2,15 @@
 // loading and its refusals, the runs' results, the work folder across a cut-off run, the reboot agent.
 #include <gtest/gtest.h>
 
+#include "common/qpdfile.h"
 #include "qzri/riwrap/competitor.h"
+#include "qzri/riwrap/driver.h"
+#include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/error.h"
 #include "std/profile.h"
+#include "std/trace.h"
+#include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
 
 using namespace QZRIWRP;
@@ -216,6 +221,71 @@ TEST_F(CompetitorTest, RebootAgentStartsOnlyWithSavedLineAndProgram)
     uninstall.StartRebootAgent();
     EXPECT_EQ(m_vecStarted, std::vector<std::wstring>{L"\"qzrbtagt.exe\" RunAfterRestart=$HEX_41"});
     EXPECT_EQ(ReadWorkFolderState(m_env.m_wstrWorkPath).m_wstrRebootAgentCmdLine, m_vecStarted[0]);
+}
+
+// The driver's step for a run with QZRI$CMTRS: the run is a removal task that reports and ends (no setup
+// runs: the package has none, which would end the run differently), its service removed.
+TEST_F(CompetitorTest, DriverEndsTheRemovalTaskWithItsResult)
+{
+    const struct
+    {
+        const char* m_szControl;  // null: no engine file at all
+        bool m_bHasEnv;
+        int32_t m_nResult;
+        std::vector<std::string> m_vecLines;
+        size_t m_nStarted;
+    } rows[] = {
+        {"list=Alpha Antivirus|a.ini;Beta Firewall|b.ini\n",
+         true,
+         0,
+         {"QZRIWRP I RunExecutable: competitor found.",
+          "QZRIWRP I RunExecutable: return nExitCode(0), bNeedReboot(1), wstrDescr(successfully deleted: "
+          "Alpha Antivirus, Beta Firewall.)..."},
+         1},
+        {"list=Alpha Antivirus|a.ini\na.ini=failed\n",
+         true,
+         -100,
+         {"QZRIWRP I RunExecutable: return nExitCode(-100), bNeedReboot(0), wstrDescr(deletion failed for: "
+          "Alpha Antivirus.)..."},
+         0},
+        {"enum=fail\n",
+         true,
+         -100,
+         {"QZRIWRP E RunExecutable: udata.PrepareToRemove failed, generating report...",
+          "QZRIWRP I RunExecutable: return nExitCode(-100), bNeedReboot(0), wstrDescr(cleanapi error: "
+          "enum_competitor_software failed.)..."},
+         0},
+        {nullptr, true, -100, {"QZRIWRP E RunExecutable: An error occured, generating report..."}, 0},
+        {"list=\n", false, QZRI::QZRI_RSLT_NOT_AVAILABLE, {}, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.m_szControl ? row.m_szControl : "no engine");
+        QZTEST::RemoveAll(m_env.m_wstrWorkPath);
+        m_vecStarted.clear();
+        const std::wstring wstrPkg = m_tmp.MakeSubFolder(L"pkg");
+        QZTEST::WriteFileBytes(wstrPkg + L"package.qpd", "[CompetitorSoftwareUninstall]\r\nProduct=1\r\n");
+        QZRI::RiWrpData data;
+        data.m_wstrDirPath = data.m_wstrExecDirPath = wstrPkg;
+        data.m_wstrQpdFilePath = wstrPkg + L"package.qpd";
+        data.m_pQpd = QZRI::QpdFile::Create(data.m_wstrQpdFilePath);
+        data.m_bSilentModeCmdLine = true;
+        data.m_wstrSavedCmdLine = L"qzriwrap.exe QZRI$CMTRS";
+        CompetitorEnv env = m_env;
+        if (!row.m_szControl)
+            env.m_wstrEnginePath = m_tmp.Join(L"none");
+        else
+            Control(row.m_szControl);
+        QZRITEST::TestServices fakes;
+        QZRI::AgentServices services = fakes.Get();
+        services.m_pCompetitorEnv = row.m_bHasEnv ? &env : nullptr;
+        ASSERT_TRUE(QZSTD::TraceOpen(m_tmp.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
+        const int32_t nResult = QZRI::RunExecutable(data, services).m_nResult;
+        QZSTD::TraceClose();
+        EXPECT_EQ(nResult, row.m_nResult);
+        EXPECT_TRUE(QZRITEST::HasInOrder(QZRITEST::TraceRecords(m_tmp.Join(L"trace.txt")), row.m_vecLines));
+        EXPECT_EQ(m_vecStarted.size(), row.m_nStarted);
+        EXPECT_EQ(fakes.m_serviceControl.m_vecDeleted.size(), 1u);
+    }
 }
 
 }  // namespace
