@@ -117,8 +117,10 @@ struct UninstallDeps
     std::function<void(const LaunchOptions&, QZSTD::LaunchWaiter**)> m_fnLaunch;
     // The signal that ends the waits; null: the process's.
     const QZSTD::ShutdownSignal* m_pShutdown = nullptr;
-    // How long one look at the registry lasts before the uninstaller's process is looked at.
-    uint32_t m_nSliceMs = 200;
+    // How long one look at the registry lasts before the uninstaller's process is looked at: a change is
+    // seen at once, the process's end and the agent's stop within a slice. A second, as the driver waits
+    // for a setup, keeps the trace of an hour-long uninstaller short.
+    uint32_t m_nSliceMs = 1000;
     // How long Windows Installer busy with another installation is waited for.
     long m_lMsiBusyLimitMs = 10 * 60 * 1000;
 };
