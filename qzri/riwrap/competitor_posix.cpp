@@ -5,7 +5,11 @@
 
 #include <cerrno>
 
+#include <string>
+#include <vector>
 #include "qzri/riwrap/competitor.h"
+
+#include "std/cmdline.h"
 #include "std/error.h"
 #include "std/strconv.h"
 
@@ -42,13 +46,22 @@ void FreeEngineLibrary(void* pModule)
         dlclose(pModule);
 }
 
-// Runs the line through /bin/sh without waiting; a double fork leaves no zombie behind.
+// Splits the line as the agent splits command lines and hands the words to /bin/sh as its positional
+// parameters, so that nothing in them is expanded ("$HEX_..." stays as it is); the shell starts the
+// program in the background and ends at once, which leaves no zombie behind.
 void StartDetached(const std::wstring& wstrCmdLine)
 {
-    const std::string strCmd = "(" + QZSTD::WideToUtf8(wstrCmdLine) + ") </dev/null >/dev/null 2>&1 &";
-    const char* argv[] = {"/bin/sh", "-c", strCmd.c_str(), nullptr};
+    const std::vector<std::wstring> vecWords = QZSTD::SplitCommandLine(wstrCmdLine);
+    QZ_CHECK_ARG(!vecWords.empty(), "wstrCmdLine");
+    std::vector<std::string> vecArgs = {"/bin/sh", "-c", "exec \"$0\" \"$@\" </dev/null >/dev/null 2>&1 &"};
+    for (const std::wstring& wstrWord : vecWords)
+        vecArgs.push_back(QZSTD::WideToUtf8(wstrWord));
+    std::vector<char*> argv;
+    for (std::string& str : vecArgs)
+        argv.push_back(str.data());
+    argv.push_back(nullptr);
     pid_t pid = 0;
-    const int nError = posix_spawn(&pid, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv), environ);
+    const int nError = posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv.data(), environ);
     if (nError != 0)
         QZ_THROW_SYSTEM_CODE(nError);
     int nStatus = 0;
