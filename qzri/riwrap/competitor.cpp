@@ -232,7 +232,6 @@ void CRemoveHandler::init()
         QZ_TRACE_E(L"%hs: work folder '%ls' cannot be created.\n", QZ_SCOPE_NAME, m_wstrWorkPath);
         QZ_THROW_STD(ERR_WORK_FOLDER, m_wstrWorkPath);
     }
-    m_vecInstalled = ReadSectionKeys(StatFile(), SECTION_INSTALLED);
     m_vecShutdown = ReadSectionKeys(StatFile(), SECTION_SHUTDOWN);
 }
 

@@ -141,7 +141,8 @@ private:
     std::wstring m_wstrWorkPath;
     std::wstring m_wstrIniFolder;
     std::map<std::wstring, std::wstring> m_iniFiles;  // name -> ini file (full path)
-    std::vector<std::wstring> m_vecInstalled, m_vecRemoved, m_vecFailed, m_vecShutdown;
+    // The products under way when the run started, less those settled since.
+    std::vector<std::wstring> m_vecShutdown;
     std::map<std::wstring, std::wstring> m_unhandledIniFiles;
 };
 

@@ -147,6 +147,8 @@ TEST_F(CompetitorTest, ResultsOfRuns)
 TEST_F(CompetitorTest, ProductLeftUnderWayIsTakenOverByTheNextRun)
 {
     QZTEST::MakeFolder(m_env.m_wstrWorkPath);
+    // Damaged around the entries that matter: lines without '=', an unterminated section, stray bytes.
+    QZTEST::WriteFileBytes(Stat(), "\x01\xfe garbage\r\n[Removed softwares\r\n=\r\n");
     ASSERT_TRUE(QZSTD::WriteProfileString(Stat(), SECTION_SHUTDOWN, L"Beta Firewall", L"b.ini"));
     ASSERT_TRUE(QZSTD::WriteProfileString(Stat(), SECTION_SHUTDOWN, L"Gone Product", L"gone.ini"));
     Control("list=Alpha Antivirus|a.ini;Beta Firewall|b.ini\n");
