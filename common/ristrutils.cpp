@@ -76,6 +76,38 @@ bool IsBlank(wchar_t c)
     return c == L' ' || c == L'\t';
 }
 
+std::wstring MaskedLength(size_t nLength)
+{
+    return L"<password of " + std::to_wstring(nLength) + L" characters>";
+}
+
+// A word whose quotes hold several KEY=value parts (a legacy setup's /z"... PASSWORD=x y"): the value of
+// every part whose key names a password runs to the quote that closes it, blanks included, since a
+// password may hold blanks and only the quotes delimit it there.
+std::wstring MaskInsideQuotes(std::wstring_view word)
+{
+    std::wstring wstrOut;
+    bool bQuoted = false;
+    size_t i = 0;
+    while (i < word.size()) {
+        const bool bPartStart = bQuoted && i > 0 && (IsBlank(word[i - 1]) || word[i - 1] == L'"');
+        const size_t nEq = bPartStart ? word.find_first_of(L"= \t\"", i) : std::wstring_view::npos;
+        if (nEq == std::wstring_view::npos || word[nEq] != L'=' || !IsPasswordKey(word.substr(i, nEq - i))) {
+            if (word[i] == L'"')
+                bQuoted = !bQuoted;
+            wstrOut += word[i++];
+            continue;
+        }
+        size_t nValueEnd = word.find(L'"', nEq + 1);
+        if (nValueEnd == std::wstring_view::npos)
+            nValueEnd = word.size();
+        wstrOut += word.substr(i, nEq + 1 - i);
+        wstrOut += MaskedLength(nValueEnd - nEq - 1);
+        i = nValueEnd;
+    }
+    return wstrOut;
+}
+
 }  // namespace
 
 std::wstring MaskPasswords(const std::wstring& wstrCmdLine)
@@ -96,13 +128,13 @@ std::wstring MaskPasswords(const std::wstring& wstrCmdLine)
         const std::wstring_view word(wstrCmdLine.data() + n, nEnd - n);
         const size_t nEq = word.find(L'=');
         if (nEq == std::wstring_view::npos || !IsPasswordKey(word.substr(0, nEq))) {
-            wstrOut += word;
+            wstrOut += MaskInsideQuotes(word);
         } else {
             // A closing quote of a quoted word is not part of the password.
             const bool bClosingQuote = word.front() == L'"' && word.back() == L'"' && word.size() > nEq + 1;
             const size_t nValue = word.size() - nEq - 1 - (bClosingQuote ? 1 : 0);
             wstrOut += word.substr(0, nEq + 1);
-            wstrOut += L"<password of " + std::to_wstring(nValue) + L" characters>";
+            wstrOut += MaskedLength(nValue);
             if (bClosingQuote)
                 wstrOut += L'"';
         }
@@ -114,7 +146,7 @@ std::wstring MaskPasswords(const std::wstring& wstrCmdLine)
 std::wstring MaskPasswordValue(std::wstring_view wsvKey, const std::wstring& wstrValue)
 {
     if (IsPasswordKey(wsvKey))
-        return L"<password of " + std::to_wstring(wstrValue.size()) + L" characters>";
+        return MaskedLength(wstrValue.size());
     return MaskPasswords(wstrValue);
 }
 

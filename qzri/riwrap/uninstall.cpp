@@ -69,16 +69,6 @@ std::wstring MsiRemovalCommand(const std::wstring& wstrCmdLine)
     return wstrOut;
 }
 
-// Whether the password stays readable in the command line once it is masked as the launcher masks it.
-bool ExposesPassword(const std::wstring& wstrCmdLine, const std::wstring& wstrPassword)
-{
-    if (wstrPassword.empty())
-        return false;
-    const std::wstring wstrMasked = MaskPasswords(wstrCmdLine);
-    return wstrMasked.find(L"PASSWORD=" + wstrPassword) != std::wstring::npos ||
-           wstrMasked.find(L"PASSWORD=\"" + wstrPassword) != std::wstring::npos;
-}
-
 std::wstring MaskedPassword(const std::wstring& wstrPassword)
 {
     return L"<password of " + std::to_wstring(wstrPassword.size()) + L" characters>";
@@ -645,7 +635,6 @@ QZRI::UninstallCommand CUninstall::LegacyIShield_PrepareCommandLine()
     }
     cmd.m_wstrPassed += wstrTail;
     cmd.m_wstrTraced += wstrTail;
-    cmd.m_bLauncherShowsPassword = QZRI::ExposesPassword(cmd.m_wstrPassed, m_wstrPassword);
     return cmd;
 }
 
@@ -690,7 +679,6 @@ QZRI::UninstallCommand CUninstall::ProcessCommandLine()
         cmd.m_wstrPassed += property(L" PASSWORD=", m_wstrPassword);
         cmd.m_wstrTraced += L" PASSWORD=" + MaskedPassword(m_wstrPassword);
     }
-    cmd.m_bLauncherShowsPassword = QZRI::ExposesPassword(cmd.m_wstrPassed, m_wstrPassword);
     return cmd;
 }
 
@@ -808,14 +796,6 @@ void CUninstall::StartAndWait(const QZRI::UninstallCommand& cmd)
 {
     QZ_TRACE_SCOPE(MODULE, "CUninstall::StartDeinstaller");
     QZ_TRACE(QZSTD::TL_INFO, L"Uninstall command line: '%ls'\n", cmd.m_wstrTraced);
-    // The launcher traces the command line it starts through the generic password masking, which finds
-    // KEY=value words only: a password inside a quoted argument (a legacy setup's /z"...") would reach
-    // the trace in clear. Such a command is not started.
-    if (cmd.m_bLauncherShowsPassword) {
-        Fail(QZRI::QZRI_RSLT_GENERAL_ERROR,
-             L"The uninstaller's command line would show the password in the trace. Nothing was started.");
-        return;
-    }
     // Armed before the start, so that no change of the uninstaller goes unseen.
     std::unique_ptr<QZRI::RegistryWatch> pWatch =
         m_deps.m_pRegistry->WatchLocalMachineKey(QZRI::UNINSTALL_KEY, Views());
@@ -970,7 +950,6 @@ UninstallPlan PlanUninstall(const UninstallDeps& deps, const std::wstring& wstrI
                     : uninstall.m_nType == KIND_LEGACY_MSI   ? uninstall.LegacyMSI_PrepareCommandLine()
                                                              : uninstall.ProcessCommandLine();
                 plan.m_wstrCommandLine = cmd.m_wstrTraced;
-                plan.m_bRefused = cmd.m_bLauncherShowsPassword;
             }
             plan.m_bOk = true;
         } else {

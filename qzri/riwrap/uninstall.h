@@ -99,9 +99,6 @@ struct UninstallCommand
 {
     std::wstring m_wstrPassed;
     std::wstring m_wstrTraced;
-    // The launcher's generic masking would leave the password readable in its trace (a password inside a
-    // quoted argument): such a command is not started.
-    bool m_bLauncherShowsPassword = false;
 };
 
 // What the uninstaller works with. The composition root fills it from the agent's services; tests give
@@ -148,8 +145,6 @@ struct UninstallPlan
     std::wstring m_wstrUninstallString3Qpd;
     // The command line with the password masked; empty for a removal by product code.
     std::wstring m_wstrCommandLine;
-    // Set when a run would refuse to start the command (the launcher's trace would show the password).
-    bool m_bRefused = false;
     std::wstring m_wstrProblem;
 };
 

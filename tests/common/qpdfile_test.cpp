@@ -39,6 +39,10 @@ TEST(MaskPasswords, ReplacesPasswordValuesByTheirLengthOnly)
          L"s.exe \"Proxy_Password=<password of 3 characters>\" pwd=<password of 0 "
          L"characters>"},
         {L"", L""},
+        // Inside a quoted word of several parts, as a legacy setup gets its parameters.
+        {L"s.exe /z\"/pDIR=C:\\a b TASK_ID=T PASSWORD=s3 cret\" /s",
+         L"s.exe /z\"/pDIR=C:\\a b TASK_ID=T PASSWORD=<password of 7 characters>\" /s"},
+        {L"s.exe \"/x Pwd=ab\" y=1", L"s.exe \"/x Pwd=<password of 2 characters>\" y=1"},
     };
     for (const auto& [szLine, szMasked] : rows)
         EXPECT_EQ(QZRI::MaskPasswords(szLine), szMasked) << szLine;

@@ -335,8 +335,6 @@ TEST_F(UninstallTest, ResolvesInTheFixedOrderAndBuildsTheKindsCommandLine)
         EXPECT_EQ(plan.m_nType, row.nType);
         EXPECT_EQ(plan.m_wstrProductCode, row.wstrCode);
         EXPECT_EQ(plan.m_bByProductCode, row.nType == KIND_UNKNOWN && !row.wstrCode.empty());
-        // A legacy setup's /z"..." hides the password from the launcher's masking.
-        EXPECT_EQ(plan.m_bRefused, row.nType == KIND_LEGACY_ISHIELD);
         if (row.nType != KIND_UNRESOLVED)
             EXPECT_EQ(plan.m_wstrCommandLine, row.wstrCmdOrProblem);
         else
@@ -385,12 +383,6 @@ TEST_F(UninstallTest, EndsBecomeResults)
          false, L"busy"},
         {"no version: 1192", [](UninstallTest& t) { t.Ini(L"QZP", L"", L""); }, 0, QZRI_RSLT_GENERAL_ERROR,
          false, L"no product or no version"},
-        {"an InstallShield uninstaller whose password the launcher's trace would show",
-         [](UninstallTest& t) {
-             Own({{L"IShieldProductCode", L"{PS}"}})(t);
-             t.Entry(V32, L"InstallShield_{PS}", L"s.exe");
-         },
-         0, QZRI_RSLT_GENERAL_ERROR, false, L"would show the password"},
         {"the agent stops while the uninstaller runs",
          [](UninstallTest& t) {
              Own({{L"UninstallString", L"u.exe"}})(t);
