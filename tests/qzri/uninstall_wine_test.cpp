@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <sstream>
 #include <thread>
 #include <tuple>
 
@@ -21,6 +22,7 @@
 #include "std/trace.h"
 #include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
+#include "tools/qzpkg/qzpkgverbs.h"
 
 namespace {
 
@@ -158,6 +160,25 @@ TEST_F(UninstallWineTest, RemovesProductsOfEachKindThroughWindowsInstaller)
                          QZSTD::WideToUtf8(wstrKnown) + "'"}));
     EXPECT_NE(QZRITEST::Joined(m_vecTrace).find("MsiExec.exe /X" + QZSTD::WideToUtf8(wstrKnown) + " /qn'"),
               std::string::npos);
+    EXPECT_TRUE(GoneWithin(L"{" QZ_UPGRADE_KNOWN "}", 20));
+}
+
+// The administrators' tool tells how the agent would remove a known product, and removes nothing.
+TEST_F(UninstallWineTest, QzpkgShowsThePlanAndStartsNothing)
+{
+    Install("known");
+    const std::wstring wstrKnown = ProductOf(L"{" QZ_UPGRADE_KNOWN "}");
+    QZTEST::WriteFileBytes(m_folder.Join(L"package.qpd"), "[Product]\r\nName=Q\r\n");
+    QZTEST::WriteFileBytes(m_folder.Join(L"package.qud"),
+                           "[Uninstall]\r\nProduct=QZWknown\r\nVersion=1.0\r\n");
+    std::wostringstream out;
+    EXPECT_EQ(QZPKG::UninstallVerb(m_folder.Path(), out), QZPKG::Exit::OK) << out.str();
+    EXPECT_NE(out.str().find(L"kind:        MSI (legacy)\nproduct code: " + wstrKnown +
+                             L"\ncommand:     MsiExec.exe /X" + wstrKnown + L" /qn\n"),
+              std::wstring::npos)
+        << out.str();
+    EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_KNOWN "}"), wstrKnown);
+    EXPECT_EQ(Uninstall(L"QZWknown"), QZRI_RSLT_NO_ERROR);
     EXPECT_TRUE(GoneWithin(L"{" QZ_UPGRADE_KNOWN "}", 20));
 }
 
