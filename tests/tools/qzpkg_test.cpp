@@ -111,6 +111,24 @@ TEST(QzpkgTest, StateShowsTheRunParametersAsTheAgentReadsThem)
                                L"cmdline:       setup.exe TASK_ID=T-17\n");
 }
 
+// removal shows the stat file's lists as the agent reads them, and the reboot agent's command masked.
+TEST(QzpkgTest, RemovalShowsTheWorkFoldersListsAndTheSavedCommand)
+{
+    QZTEST::TempFolder folder;
+    QZTEST::WriteFileBytes(
+        folder.Join(L"WorkState.txt"),
+        "[Installed softwares]\r\nAlpha=a.ini\r\nBeta=b.ini\r\n[Shutdown softwares]\r\nBeta=b.ini\r\n");
+    QZTEST::WriteFileBytes(folder.Join(L"RbtAgtCmdLineFile.txt"),
+                           "[General]\r\nCommandLine=setup.exe PASSWORD=x1\r\n");
+    const ToolRun run = RunWords({L"removal", folder.Path()});
+    EXPECT_EQ(run.nExit, Exit::OK);
+    EXPECT_EQ(run.wstrOut, L"work folder: " + folder.Path() +
+                               L"\nInstalled softwares:\n  Alpha\n  Beta\nRemoved softwares: (none)\n"
+                               L"Remove failed softwares: (none)\nShutdown softwares:\n  Beta\n"
+                               L"reboot agent: setup.exe PASSWORD=<password of 2 characters>\n");
+    EXPECT_EQ(RunWords({L"removal", folder.Join(L"none")}).nExit, Exit::FAILED);
+}
+
 // fetch runs the package's download step: nothing to do, or the agent's own refusal as the result.
 TEST(QzpkgTest, FetchRunsTheDownloadStepAndSaysHowItEnded)
 {

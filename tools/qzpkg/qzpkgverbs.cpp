@@ -15,6 +15,7 @@
 #include "common/ristrutils.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
+#include "qzri/riwrap/competitor.h"
 #include "qzri/riwrap/download.h"
 #include "qzri/riwrap/pkgsettings.h"
 #include "qzri/riwrap/resultreport.h"
@@ -24,6 +25,7 @@
 #include "qzri/riwrap/uninstall.h"
 #include "std/cmdline.h"
 #include "std/error.h"
+#include "std/fspath.h"
 #include "std/par/dump.h"
 #include "std/par/paramshelpers.h"
 #include "std/par/serialize.h"
@@ -167,6 +169,10 @@ int RunVerb(const ToolCommand& cmd, std::wostream& out)
         ExpectArgCount(cmd, 3);
         return UninstallVerb(wstrDir, out);
     }
+    if (wstrVerb == L"removal") {
+        ExpectArgCount(cmd, cmd.m_vecArgs.size() > 2 ? 3 : 2);
+        return RemovalVerb(cmd.m_vecArgs.size() > 2 ? cmd.m_vecArgs[2] : QZRIWRP::SystemWorkPath(), out);
+    }
     if (wstrVerb == L"state") {
         const std::wstring& wstrDir = Arg(cmd, 2, L"DIR");
         ExpectArgCount(cmd, 3);
@@ -230,6 +236,7 @@ void PrintUsage(std::wostream& out)
            L"  fetch DIR          DIR's download step as the agent runs it: fetch, verify, unpack, copy\n"
            L"  server DIR [TASK]  whether the administration server of DIR's settings answers this host\n"
            L"  uninstall DIR      how the agent would remove the product DIR's package names (runs nothing)\n"
+           L"  removal [WORKDIR]  the incompatible-software removal's lists and saved reboot-agent command\n"
            L"  ss dump FILE       the products, versions, sections and values of a settings storage\n"
            L"  params dump FILE   the values of a binary Params file\n"
            L"  ini [--utf8] FILE  the sections and keys the agent reads from an ini file (ANSI by default)\n"
@@ -375,6 +382,33 @@ int UninstallVerb(const std::wstring& wstrDir, std::wostream& out)
         out << L"command:     " << plan.m_wstrCommandLine << L"\n";
     if (plan.m_bUninstallString3)
         out << L"exit code:   judged by the code lists of '" << plan.m_wstrUninstallString3Qpd << L"'\n";
+    return Exit::OK;
+}
+
+int RemovalVerb(const std::wstring& wstrWorkDir, std::wostream& out)
+{
+    const std::wstring wstrWork = QZRI::WithTrailingSeparator(wstrWorkDir);
+    std::error_code ec;
+    if (!fs::is_directory(QZSTD::FsPath(wstrWork), ec))
+        QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrWork);
+    const QZRIWRP::WorkFolderState state = QZRIWRP::ReadWorkFolderState(wstrWork);
+    out << L"work folder: " << wstrWork << L"\n";
+    const std::pair<const wchar_t*, const std::vector<std::wstring>*> lists[] = {
+        {L"Installed softwares", &state.m_vecInstalled},
+        {L"Removed softwares", &state.m_vecRemoved},
+        {L"Remove failed softwares", &state.m_vecFailed},
+        {L"Shutdown softwares", &state.m_vecShutdown},
+    };
+    for (const auto& [szList, pvec] : lists) {
+        out << szList << L":";
+        for (const std::wstring& wstrName : *pvec)
+            out << L"\n  " << wstrName;
+        out << (pvec->empty() ? L" (none)\n" : L"\n");
+    }
+    out << L"reboot agent: "
+        << (state.m_wstrRebootAgentCmdLine.empty() ? L"(no saved command line)"
+                                                   : QZRI::MaskPasswords(state.m_wstrRebootAgentCmdLine))
+        << L"\n";
     return Exit::OK;
 }
 

@@ -65,6 +65,10 @@ int ServerVerb(const std::wstring& wstrDir, const std::wstring& wstrTaskId, std:
 // [Uninstall] and what it would start, without starting anything (the password masked).
 int UninstallVerb(const std::wstring& wstrDir, std::wostream& out);
 
+// "removal [WORKDIR]": the state of the incompatible-software removal in its work folder (this computer's
+// when none is given): the four lists of its stat file and the saved reboot-agent command line.
+int RemovalVerb(const std::wstring& wstrWorkDir, std::wostream& out);
+
 // "fetch DIR": the package's download step as the agent runs it (the management agent's proxy, the
 // hash, unpacking, the copies, should_download), with a progress line.
 int FetchVerb(const std::wstring& wstrDir, const std::function<void(const std::wstring&)>& fnProgress,
