@@ -1,6 +1,7 @@
 // Installing a package's Windows Installer package from the driver, with its progress in the trace.
 #include "qzri/riwrap/msidriver.h"
 
+#include "common/ristrutils.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "qzri/riwrap/waits.h"
 #include "std/cmdline.h"
@@ -17,34 +18,6 @@ bool IsKnownSwitch(const std::wstring& wstrWord)
     return wstrWord == L"/norestart" || wstrWord == L"/promptrestart" || wstrWord == L"/forcerestart";
 }
 
-// The installer's messages in the agent's trace: the actions as they start, errors and warnings as
-// they come; the answers leave every message to the installer (no user interface).
-class QZMsiSetupCallbackImpl : public QZMsiSetupCallback
-{
-public:
-    int OnError(const std::wstring& wstrText) override { return Trace(QZSTD::TL_ERROR, wstrText); }
-    int OnWarning(const std::wstring& wstrText) override { return Trace(QZSTD::TL_WARNING, wstrText); }
-    int OnUser(const std::wstring& wstrText) override { return Trace(QZSTD::TL_INFO, wstrText); }
-    int OnInformation(const std::wstring& wstrText) override { return Trace(QZSTD::TL_DEBUG, wstrText); }
-    int OnFilesInUse(const std::vector<std::pair<std::wstring, std::wstring>>& vecProcesses) override
-    {
-        for (const auto& [wstrProcess, wstrTitle] : vecProcesses)
-            Trace(QZSTD::TL_WARNING, L"Files in use by " + wstrProcess + L" ('" + wstrTitle + L"')");
-        return 0;
-    }
-    int OnActionStart(const std::wstring& wstrText) override { return Trace(QZSTD::TL_INFO, wstrText); }
-    int OnActionData(const std::wstring& wstrText) override { return Trace(QZSTD::TL_DEBUG, wstrText); }
-    int OnProgress(const std::wstring&) override { return 0; }
-
-private:
-    static int Trace(QZSTD::TraceLevel eLevel, const std::wstring& wstrText)
-    {
-        QZ_TRACE_SCOPE(MODULE, "QZMsiSetupCallbackImpl");
-        QZ_TRACE(eLevel, L"%hs: %ls\n", QZ_SCOPE_NAME, wstrText);
-        return 0;
-    }
-};
-
 }  // namespace
 
 std::vector<MsiSetupParameter> MsiParametersOf(const RiWrpData& data, std::vector<std::wstring>* pvecIgnored)
@@ -59,6 +32,20 @@ std::vector<MsiSetupParameter> MsiParametersOf(const RiWrpData& data, std::vecto
     return vecParams;
 }
 
+int TracingMsiCallback::OnFilesInUse(const std::vector<std::pair<std::wstring, std::wstring>>& vecProcesses)
+{
+    for (const auto& [wstrProcess, wstrTitle] : vecProcesses)
+        Trace(QZSTD::TL_WARNING, L"Files in use by " + wstrProcess + L" ('" + wstrTitle + L"')");
+    return 0;
+}
+
+int TracingMsiCallback::Trace(QZSTD::TraceLevel eLevel, const std::wstring& wstrText) const
+{
+    QZ_TRACE_SCOPE(MODULE, m_szScope);
+    QZ_TRACE(eLevel, L"%hs: %ls\n", QZ_SCOPE_NAME, MaskPasswords(wstrText));
+    return 0;
+}
+
 MsiRun RunMsiSetup(RiWrpData& data, const std::wstring& wstrPackage, const AgentServices& services)
 {
     QZ_TRACE_SCOPE(MODULE, SCOPE);
@@ -68,7 +55,7 @@ MsiRun RunMsiSetup(RiWrpData& data, const std::wstring& wstrPackage, const Agent
     for (const std::wstring& wstrWord : vecIgnored)
         QZ_TRACE_W(L"%hs: warnings generated - '%ls is no property and is ignored'.\n", QZ_SCOPE_NAME,
                    wstrWord);
-    QZMsiSetupCallbackImpl callback;
+    TracingMsiCallback callback("QZMsiSetupCallbackImpl");
     QZMsiSetup::Ptr msiSetup =
         CreateMsiSetup(wstrPackage, std::move(vecParams), callback, *services.m_pInstaller);
     MsiLaunchOptions options;

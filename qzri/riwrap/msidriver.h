@@ -16,6 +16,7 @@
 
 #include "common/msisetup/msisetup.h"
 #include "qzri/riwrap/agentservices.h"
+#include "std/trace.h"
 
 namespace QZRI {
 
@@ -37,5 +38,27 @@ struct MsiRun
 std::vector<MsiSetupParameter> MsiParametersOf(const RiWrpData& data, std::vector<std::wstring>* pvecIgnored);
 
 MsiRun RunMsiSetup(RiWrpData& data, const std::wstring& wstrPackage, const AgentServices& services);
+
+// The installer's messages in the agent's trace under the given scope name: the actions as they start,
+// errors and warnings as they come, passwords masked; every message is left to the installer (no user
+// interface). For installations and for removals by product code alike.
+class TracingMsiCallback : public QZMsiSetupCallback
+{
+public:
+    explicit TracingMsiCallback(const char* szScope) : m_szScope(szScope) {}
+    int OnError(const std::wstring& wstrText) override { return Trace(QZSTD::TL_ERROR, wstrText); }
+    int OnWarning(const std::wstring& wstrText) override { return Trace(QZSTD::TL_WARNING, wstrText); }
+    int OnUser(const std::wstring& wstrText) override { return Trace(QZSTD::TL_INFO, wstrText); }
+    int OnInformation(const std::wstring& wstrText) override { return Trace(QZSTD::TL_DEBUG, wstrText); }
+    int OnFilesInUse(const std::vector<std::pair<std::wstring, std::wstring>>& vecProcesses) override;
+    int OnActionStart(const std::wstring& wstrText) override { return Trace(QZSTD::TL_INFO, wstrText); }
+    int OnActionData(const std::wstring& wstrText) override { return Trace(QZSTD::TL_DEBUG, wstrText); }
+    int OnProgress(const std::wstring&) override { return 0; }
+
+private:
+    int Trace(QZSTD::TraceLevel eLevel, const std::wstring& wstrText) const;
+
+    const char* m_szScope;
+};
 
 }  // namespace QZRI

@@ -11,6 +11,7 @@
 #include "common/qpdfile.h"
 #include "common/ristrutils.h"
 #include "qzri/riwrap/agentos.h"
+#include "qzri/riwrap/msidriver.h"
 #include "qzri/riwrap/resultcheck.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -116,33 +117,6 @@ public:
 private:
     WindowsInstaller& m_installer;
     MsiProducts& m_msi;
-};
-
-// The messages of a removal by product code, into the trace.
-class UninstallCallback : public QZMsiSetupCallback
-{
-public:
-    int OnError(const std::wstring& wstrText) override { return Trace(QZSTD::TL_ERROR, wstrText); }
-    int OnWarning(const std::wstring& wstrText) override { return Trace(QZSTD::TL_WARNING, wstrText); }
-    int OnUser(const std::wstring& wstrText) override { return Trace(QZSTD::TL_INFO, wstrText); }
-    int OnInformation(const std::wstring& wstrText) override { return Trace(QZSTD::TL_DEBUG, wstrText); }
-    int OnFilesInUse(const std::vector<std::pair<std::wstring, std::wstring>>& vecProcesses) override
-    {
-        for (const auto& [wstrProcess, wstrTitle] : vecProcesses)
-            Trace(QZSTD::TL_WARNING, L"files in use by " + wstrProcess + L" '" + wstrTitle + L"'");
-        return 0;
-    }
-    int OnActionStart(const std::wstring& wstrText) override { return Trace(QZSTD::TL_INFO, wstrText); }
-    int OnActionData(const std::wstring& wstrText) override { return Trace(QZSTD::TL_DEBUG, wstrText); }
-    int OnProgress(const std::wstring&) override { return 0; }
-
-private:
-    static int Trace(QZSTD::TraceLevel nLevel, const std::wstring& wstrText)
-    {
-        QZ_TRACE_SCOPE(MODULE, "CUninstall_Callback");
-        QZ_TRACE(nLevel, L"%hs: %ls\n", QZ_SCOPE_NAME, MaskPasswords(wstrText));
-        return 0;
-    }
 };
 
 }  // namespace
@@ -739,7 +713,7 @@ void CUninstall::StartWithProductCode()
         vecParams.emplace_back(L"MsiHiddenProperties", L"PASSWORD", false);
     }
     QZRI::RemovalByProductCode installer(*m_deps.m_pInstaller, *m_deps.m_pMsi);
-    QZRI::UninstallCallback callback;
+    QZRI::TracingMsiCallback callback("CUninstall_Callback");
     QZRI::QZMsiSetup::Ptr pSetup = QZRI::CreateMsiSetup(m_wstrProdCode, vecParams, callback, installer);
     QZRI::MsiLaunchOptions options;
     options.m_lBusyLimitMs = m_deps.m_lMsiBusyLimitMs;
