@@ -102,20 +102,6 @@ Arguments ParseArguments(const std::wstring& wstrCmdLine)
     return args;
 }
 
-std::wstring RebootAgentCommandLine(const std::wstring& wstrProgram, const std::wstring& wstrRunAfterRestart,
-                                    const std::wstring& wstrTaskId, const std::wstring& wstrAgent)
-{
-    std::wstring wstrLine = L"\"" + wstrProgram + L"\"";
-    if (!wstrRunAfterRestart.empty())
-        wstrLine +=
-            std::wstring(L" ") + RUN_AFTER_RESTART_KEY + L"=" + QZRI::EncodeHexString(wstrRunAfterRestart);
-    if (!wstrTaskId.empty())
-        wstrLine += std::wstring(L" ") + TASK_ID_KEY + L"=" + wstrTaskId;
-    if (!wstrAgent.empty())
-        wstrLine += std::wstring(L" ") + AGENT_KEY + L"=" + QZRI::EncodeHexString(wstrAgent);
-    return wstrLine;
-}
-
 const wchar_t* TextKey(TextId eId)
 {
     return TEXTS[eId].m_szKey;

@@ -19,6 +19,8 @@
 #include <string>
 #include <vector>
 
+#include "qzri/riwrap/rbtagtcmdline.h"
+
 namespace QZRI {
 class QpdFile;
 struct AgentServices;
@@ -46,10 +48,11 @@ inline constexpr int USER_ACTION_REBOOT_LATER = 7;
 
 inline constexpr const wchar_t* SETTINGS_FILE = L"qzrbtagt.ini";
 inline constexpr const wchar_t* USER_ACTION_FILE = L"askusr.log";
-inline constexpr const wchar_t* RUN_AFTER_RESTART_KEY = L"RunAfterRestart";
-inline constexpr const wchar_t* TASK_ID_KEY = L"TASK_ID";
-inline constexpr const wchar_t* AGENT_KEY = L"Agent";
-inline constexpr const wchar_t* DEFAULT_AGENT = L"qzriwrap.exe";
+using QZRI::AGENT_KEY;
+using QZRI::DEFAULT_AGENT;
+using QZRI::RebootAgentCommandLine;
+using QZRI::RUN_AFTER_RESTART_KEY;
+using QZRI::TASK_ID_KEY;
 
 struct Arguments
 {
@@ -66,10 +69,6 @@ struct Arguments
 };
 // The words after the program name; unknown words are an error, so that a caller's mistake shows.
 Arguments ParseArguments(const std::wstring& wstrCmdLine);
-// "\"<program>\" RunAfterRestart=$HEX_..." for a command line to run after the restart, with the task and
-// the agent's file name when they are given.
-std::wstring RebootAgentCommandLine(const std::wstring& wstrProgram, const std::wstring& wstrRunAfterRestart,
-                                    const std::wstring& wstrTaskId = {}, const std::wstring& wstrAgent = {});
 
 enum TextId : int
 {

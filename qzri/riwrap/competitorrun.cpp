@@ -2,9 +2,9 @@
 #include "qzri/riwrap/competitorrun.h"
 
 #include "common/ristrutils.h"
-#include "qzri/rbtagt/rbtagt.h"
 #include "qzri/riwrap/agentservice.h"
 #include "qzri/riwrap/competitor.h"
+#include "qzri/riwrap/rbtagtcmdline.h"
 #include "qzri/riwrap/resultreport.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -66,7 +66,7 @@ std::optional<int32_t> RunCompetitorRemoval(RiWrpData& data, const AgentServices
             // then finds nothing left (or takes over what a shutdown cut off) and the setup goes on.
             const std::wstring wstrAgent = env.m_wstrAgentFolder + L"qzrbtagt.exe";
             udata.SaveRebootAgentCmdLine(
-                QZRBTAGT::RebootAgentCommandLine(wstrAgent, data.m_wstrSavedCmdLine, data.m_wstrTaskId));
+                RebootAgentCommandLine(wstrAgent, data.m_wstrSavedCmdLine, data.m_wstrTaskId));
             udata.StartRebootAgent();
         }
         return EndRun(data, nExitCode, wstrDescr, bNeedReboot, services);

@@ -10,6 +10,7 @@
 #include "qzri/riwrap/agentservice.h"
 #include "qzri/riwrap/agentservices.h"
 #include "qzri/riwrap/driver.h"
+#include "qzri/riwrap/rbtagtcmdline.h"
 #include "qzri/riwrap/resultcheck.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
@@ -96,16 +97,15 @@ void StartRebootAgent(ServiceContext& ctx)
     RiWrpData& data = *ctx.pData;
     const std::wstring wstrAgent = data.m_wstrDirPath + REBOOT_AGENT;
     // The reboot agent reports the user's answer for this task, through this agent's file for the
-    // delivery to the server (docs/reboot-agent.md).
-    std::wstring wstrAgentCmd = L"\"" + wstrAgent + L"\"";
-    if (!data.m_wstrTaskId.empty())
-        wstrAgentCmd += L" TASK_ID=" + data.m_wstrTaskId;
+    // delivery to the server.
+    std::wstring wstrSelfName;
     try {
         const std::wstring wstrSelf = ctx.pServices->m_pOs->GetModuleFilePath();
-        wstrAgentCmd += L" Agent=" + EncodeHexString(wstrSelf.substr(DirectoryOf(wstrSelf).size()));
+        wstrSelfName = wstrSelf.substr(DirectoryOf(wstrSelf).size());
     } catch (const QZSTD::QZError& e) {
         QZ_TRACE_EXCEPTION(e);
     }
+    const std::wstring wstrAgentCmd = RebootAgentCommandLine(wstrAgent, L"", data.m_wstrTaskId, wstrSelfName);
     QZ_TRACE_I(L"%hs: Command line: '%ls'.", QZ_SCOPE_NAME, wstrAgentCmd);
     std::vector<UserSession> vecSessions;
     try {
