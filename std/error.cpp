@@ -12,6 +12,7 @@ namespace {
 
 const ErrorEntry g_stdErrors[] = {
     {Err::WAIT_FAILURE, L"Wait failed"},
+    {Err::WRITE_FAILED, L"\"%ls\" cannot be written"},
     {Err::NOT_FOUND, L"Value \"%ls\" not found"},
     {Err::BAD_PARAM, L"Bad parameter \"%hs\""},
     {Err::OUT_OF_RANGE, L"Index value is out of range"},

@@ -48,14 +48,18 @@ private:
 class QZError : public std::exception
 {
 public:
-    QZError(const char* szModule, int nCode, const char* szFile, int nLine, std::initializer_list<ErrorArg> args);
+    QZError(const char* szModule, int nCode, const char* szFile, int nLine,
+            std::initializer_list<ErrorArg> args);
 
     const std::string& GetModule() const { return m_strModule; }
     int GetCode() const { return m_nCode; }
     const char* GetFile() const { return m_szFile; }
     int GetLine() const { return m_nLine; }
     const std::vector<std::wstring>& GetArgs() const { return m_vecArgs; }
-    bool Is(std::string_view strModule, int nCode) const { return m_nCode == nCode && m_strModule == strModule; }
+    bool Is(std::string_view strModule, int nCode) const
+    {
+        return m_nCode == nCode && m_strModule == strModule;
+    }
 
     // The message from the module's table with the arguments filled in; for system errors the
     // operating system's own text. An unregistered code gives "Unknown error" and the arguments.
@@ -88,6 +92,7 @@ inline constexpr const char* MODULE = "QZSTD";
 enum : int
 {
     WAIT_FAILURE = 1182,
+    WRITE_FAILED = 1183,
     NOT_FOUND = 1186,
     BAD_PARAM = 1187,
     OUT_OF_RANGE = 1188,
@@ -102,7 +107,8 @@ enum : int
 
 }  // namespace QZSTD
 
-#define QZ_THROW(module, code, ...) throw ::QZSTD::QZError((module), (code), __FILE__, __LINE__, {__VA_ARGS__})
+#define QZ_THROW(module, code, ...) \
+    throw ::QZSTD::QZError((module), (code), __FILE__, __LINE__, {__VA_ARGS__})
 #define QZ_THROW_STD(code, ...) QZ_THROW(::QZSTD::Err::MODULE, (code), __VA_ARGS__)
 // Raises the calling thread's last system error.
 #define QZ_THROW_SYSTEM() QZ_THROW(::QZSTD::SYSTEM_MODULE, ::QZSTD::LastSystemError())
@@ -114,8 +120,8 @@ enum : int
             QZ_ASSERTION_FAILED(#expr); \
     } while (0)
 // A bad argument: error 1187 with the argument's name.
-#define QZ_CHECK_ARG(cond, name)                                \
-    do {                                                        \
-        if (!(cond))                                            \
+#define QZ_CHECK_ARG(cond, name)                         \
+    do {                                                 \
+        if (!(cond))                                     \
             QZ_THROW_STD(::QZSTD::Err::BAD_PARAM, name); \
     } while (0)

@@ -25,6 +25,8 @@
 #include <string>
 #include <vector>
 
+#include "std/error.h"
+
 namespace QZRI {
 class RiWrpData;
 }
@@ -51,7 +53,7 @@ inline constexpr const wchar_t* ENGINE_FILE = L"cleanapi.dll";
 inline constexpr const wchar_t* ENGINE_FILE = L"libcleanapi.so";
 #endif
 // QZSTD: the work folder or its stat file cannot be written.
-inline constexpr int ERR_WORK_FOLDER = 1183;
+inline constexpr int ERR_WORK_FOLDER = QZSTD::Err::WRITE_FAILED;
 
 // Result codes of a removal run.
 inline constexpr int32_t CLEANER_RSLT_FAILED = -100;
@@ -192,12 +194,8 @@ private:
 // The work folder of this computer (what SystemCompetitorEnv uses).
 std::wstring SystemWorkPath();
 
-// The work folder of this computer (what SystemCompetitorEnv uses).
-std::wstring SystemWorkPath();
-
 // The state of a work folder, for display: the four lists and the saved reboot-agent command line
 // (empty when none). ReadWorkFolderState(SystemWorkPath()) is this computer's.
-// ReadWorkFolderState(SystemWorkPath()) is this computer's.
 struct WorkFolderState
 {
     std::vector<std::wstring> m_vecInstalled, m_vecRemoved, m_vecFailed, m_vecShutdown;
