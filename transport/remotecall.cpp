@@ -4,6 +4,7 @@
 #include <json/json.h>
 
 #include <memory>
+#include <string_view>
 
 #include "std/error.h"
 #include "std/par/paramshelpers.h"
@@ -56,7 +57,10 @@ void ThrowServerError(const std::string& strBody, long lStatus)
         bParsed = pReader->parse(strBody.data(), strBody.data() + strBody.size(), &root, &strErrors);
     } catch (const Json::Exception&) {
     }
-    const Json::Value* pError = bParsed && root.isObject() ? root.find("PxgError", "PxgError" + 8) : nullptr;
+    static constexpr std::string_view ERROR_KEY = "PxgError";
+    const Json::Value* pError = bParsed && root.isObject()
+                                    ? root.find(ERROR_KEY.data(), ERROR_KEY.data() + ERROR_KEY.size())
+                                    : nullptr;
     if (pError && pError->isObject() && (*pError)["module"].isString() && (*pError)["code"].isInt()) {
         const std::string strModule = (*pError)["module"].asString();
         const std::string strMessage = (*pError)["message"].isString() ? (*pError)["message"].asString() : "";

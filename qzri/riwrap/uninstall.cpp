@@ -705,12 +705,12 @@ void CUninstall::StartWithProductCode()
     QZ_TRACE_SCOPE(MODULE, "CUninstall::StartWithProductCode");
     std::vector<QZRI::MsiSetupParameter> vecParams;
     // The agent decides about restarts, not the product's removal.
-    vecParams.emplace_back(L"REBOOT", L"ReallySuppress", true);
+    vecParams.push_back({L"REBOOT", L"ReallySuppress", true});
     if (!m_wstrUser.empty())
-        vecParams.emplace_back(L"QZLOGIN", m_wstrUser, true);
+        vecParams.push_back({L"QZLOGIN", m_wstrUser, true});
     if (!m_wstrPassword.empty()) {
-        vecParams.emplace_back(L"PASSWORD", m_wstrPassword, false);
-        vecParams.emplace_back(L"MsiHiddenProperties", L"PASSWORD", false);
+        vecParams.push_back({L"PASSWORD", m_wstrPassword, false});
+        vecParams.push_back({L"MsiHiddenProperties", L"PASSWORD", false});
     }
     QZRI::RemovalByProductCode installer(*m_deps.m_pInstaller, *m_deps.m_pMsi);
     QZRI::TracingMsiCallback callback("CUninstall_Callback");
