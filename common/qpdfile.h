@@ -60,6 +60,12 @@ public:
     const std::wstring& GetExecutablePath() const { return m_wstrExecutablePath; }
     // The companion path tried by the last Read (empty for a ".qud" path).
     const std::wstring& GetCompanionPath() const { return m_wstrCompanionPath; }
+    // The package's ".qud" file, which the agent writes into: the companion, or the description itself
+    // when it is a ".qud" file; empty when there is none.
+    std::wstring GetQudPath() const
+    {
+        return !m_wstrCompanionPath.empty() || !IsQudFile(m_wstrPath) ? m_wstrCompanionPath : m_wstrPath;
+    }
     IniFileParser* GetAnsiParser() const { return m_pAnsiParser.Get(); }
     IniFileParser* GetUtf8Parser() const { return m_pUtf8Parser.Get(); }
 

@@ -609,9 +609,7 @@ std::wstring BuildSetupCommandLine(const RiWrpData& data, const std::wstring& ws
 bool SaveParamsToIni(const RiWrpData& data)
 {
     QZ_TRACE_SCOPE(MODULE, SCOPE);
-    std::wstring wstrQud = data.m_pQpd->GetCompanionPath();
-    if (wstrQud.empty() && QpdFile::IsQudFile(data.m_pQpd->GetPath()))
-        wstrQud = data.m_pQpd->GetPath();
+    const std::wstring wstrQud = data.m_pQpd->GetQudPath();
     if (wstrQud.empty()) {
         QZ_TRACE_W(L"%hs: SaveParamsToIni: no companion file.\n", QZ_SCOPE_NAME);
         return false;

@@ -577,15 +577,21 @@ bool CUninstall::IfUninstall()
     return bResult;
 }
 
-QZRI::UninstallCommand CUninstall::LegacyIShield_PrepareCommandLine()
+std::wstring CUninstall::RegisteredUninstallString(const std::wstring& wstrKey)
 {
-    QZ_TRACE_SCOPE(MODULE, "CUninstall::LegacyIShield_PrepareCommandLine");
-    const std::wstring wstrKey = std::wstring(QZRI::UNINSTALL_KEY) + L"\\InstallShield_" + m_wstrProdCode;
     RegistryView eView = QZRI::UNINSTALL_DEFAULT_VIEW;
     std::wstring wstrCmd;
     if (!FindInstallerKey(wstrKey, eView, false) ||
         !ReadInstallerString(wstrKey, eView, L"UninstallString", wstrCmd) || Trimmed(wstrCmd).empty())
         QZ_THROW_STD(QZSTD::Err::BAD_PARAM, wstrKey + L"\\UninstallString (missing)");
+    return wstrCmd;
+}
+
+QZRI::UninstallCommand CUninstall::LegacyIShield_PrepareCommandLine()
+{
+    QZ_TRACE_SCOPE(MODULE, "CUninstall::LegacyIShield_PrepareCommandLine");
+    const std::wstring wstrKey = std::wstring(QZRI::UNINSTALL_KEY) + L"\\InstallShield_" + m_wstrProdCode;
+    const std::wstring wstrCmd = RegisteredUninstallString(wstrKey);
     if (!QZRI::QuotesBalanced(wstrCmd))
         QZ_THROW_STD(QZSTD::Err::BAD_PARAM, wstrKey + L"\\UninstallString (unbalanced quotes)");
     CheckNoQuote(m_wstrUser, "UninstallUser");
@@ -616,11 +622,7 @@ QZRI::UninstallCommand CUninstall::LegacyMSI_PrepareCommandLine()
 {
     QZ_TRACE_SCOPE(MODULE, "CUninstall::LegacyMSI_PrepareCommandLine");
     const std::wstring wstrKey = std::wstring(QZRI::UNINSTALL_KEY) + L"\\" + m_wstrProdCode;
-    RegistryView eView = QZRI::UNINSTALL_DEFAULT_VIEW;
-    std::wstring wstrCmd;
-    if (!FindInstallerKey(wstrKey, eView, false) ||
-        !ReadInstallerString(wstrKey, eView, L"UninstallString", wstrCmd) || Trimmed(wstrCmd).empty())
-        QZ_THROW_STD(QZSTD::Err::BAD_PARAM, wstrKey + L"\\UninstallString (missing)");
+    const std::wstring wstrCmd = RegisteredUninstallString(wstrKey);
     m_wstrUninstallCmd = QZRI::MsiRemovalCommand(wstrCmd);
     if (m_wstrUninstallCmd != wstrCmd)
         QZ_TRACE_I(L"%hs: '%ls' would repair the product: /I taken as /X.\n", QZ_SCOPE_NAME, wstrCmd);
@@ -943,9 +945,7 @@ int32_t AgentUninstaller::Uninstall(RiWrpData& data, bool* pbNeedRestart)
     QZ_TRACE_SCOPE(MODULE, "QZRI::AgentUninstaller::Uninstall");
     *pbNeedRestart = false;
     m_wstrDescription.clear();
-    std::wstring wstrIni = data.m_pQpd->GetCompanionPath();
-    if (wstrIni.empty() && QpdFile::IsQudFile(data.m_pQpd->GetPath()))
-        wstrIni = data.m_pQpd->GetPath();
+    const std::wstring wstrIni = data.m_pQpd->GetQudPath();
     const std::wstring wstrSetupLog =
         data.m_wstrDirPath + (data.m_wstrResultFileName.empty() ? L"setup.log" : data.m_wstrResultFileName);
     QZRIWRP::CUninstall uninstall(m_deps);
@@ -999,10 +999,7 @@ UninstallDeps UninstallDepsOf(const AgentServices& services, MsiProducts& msi)
     deps.m_pRegistry = services.m_pRegistry;
     deps.m_pMsi = &msi;
     deps.m_pInstaller = services.m_pInstaller;
-    const std::wstring wstrExe = services.m_pOs->GetModuleFilePath();
-    const size_t nSlash = wstrExe.find_last_of(L"\\/");
-    deps.m_wstrKnownProductsFile =
-        (nSlash == std::wstring::npos ? std::wstring() : wstrExe.substr(0, nSlash + 1)) + KNOWN_PRODUCTS_FILE;
+    deps.m_wstrKnownProductsFile = DirectoryOf(services.m_pOs->GetModuleFilePath()) + KNOWN_PRODUCTS_FILE;
     return deps;
 }
 

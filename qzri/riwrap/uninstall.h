@@ -220,6 +220,8 @@ private:
     // A string value of the installer key: false when missing; QZError 1187 when it is not a string.
     bool ReadInstallerString(const std::wstring& wstrKey, QZRI::RegistryView eView, const wchar_t* szName,
                              std::wstring& wstrValue);
+    // The "UninstallString" of a legacy product's Uninstall entry; QZError 1187 when it is missing.
+    std::wstring RegisteredUninstallString(const std::wstring& wstrKey);
     bool ResolveKnown(const std::wstring& wstrProduct, const wchar_t* szSection, uint32_t nType,
                       bool& bResolved);
     // The Uninstall entry of the unknown installer's command when it has no "ProductCode".

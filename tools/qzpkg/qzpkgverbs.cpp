@@ -346,10 +346,8 @@ int UninstallVerb(const std::wstring& wstrDir, std::wostream& out)
     if (choice.m_wstrFileName.empty())
         QZ_THROW_STD(QZSTD::Err::FILE_NOT_FOUND, wstrPkg + L"*.qpd");
     QZSTD::CAutoPtr<QZRI::QpdFile> pQpd = QZRI::QpdFile::Create(wstrPkg + choice.m_wstrFileName);
-    // The agent reads [Uninstall] from the package's companion (or the description when it is one).
-    std::wstring wstrIni = pQpd->GetCompanionPath();
-    if (wstrIni.empty())
-        wstrIni = pQpd->GetPath();
+    // The agent reads [Uninstall] from the package's ".qud" file.
+    const std::wstring wstrIni = pQpd->GetQudPath();
     // The known products come from the file beside the agent in the package folder, else beside qzpkg.
     std::unique_ptr<QZRI::MsiProducts> pMsi = QZRI::CreateSystemMsiProducts();
     QZRI::UninstallDeps deps;
