@@ -124,39 +124,31 @@ public:
 
 TEST(QztskLocalWritableFolder, StorageFirstThenRegistryThenEmpty)
 {
-    enum Storage
-    {
-        NO_FILE,
-        NO_SECTION,
-        NO_VALUE,
-        NOT_A_STRING,
-        VALUE
+    const std::wstring wstrShared = Native(L"D:\\shared/Data");
+    // The section that holds the entry (nullptr: no storage file), the entry (nullptr: none; 5: stored as
+    // a number), whether the registry names the shared folder, and the folder found.
+    const std::tuple<const char*, const wchar_t*, const wchar_t*, bool, std::wstring> cases[] = {
+        {"storage value wins", L"SubscriptionData", L"C:\\lwf", true, L"C:\\lwf"},
+        {"no storage file", nullptr, nullptr, true, wstrShared},
+        {"value in another section", L"Other", L"C:\\lwf", true, wstrShared},
+        {"no value", L"SubscriptionData", nullptr, true, wstrShared},
+        {"value not a string", L"SubscriptionData", L"5", true, wstrShared},
+        {"nothing anywhere", L"SubscriptionData", nullptr, false, L""},
     };
-    // What is stored, whether the registry names the shared folder, and the folder found.
-    const std::tuple<const char*, Storage, bool, std::wstring> cases[] = {
-        {"storage value wins", VALUE, true, L"C:\\lwf"},
-        {"no storage file", NO_FILE, true, Native(L"D:\\shared/Data")},
-        {"no section", NO_SECTION, true, Native(L"D:\\shared/Data")},
-        {"no value", NO_VALUE, true, Native(L"D:\\shared/Data")},
-        {"value not a string", NOT_A_STRING, true, Native(L"D:\\shared/Data")},
-        {"nothing anywhere", NO_VALUE, false, L""},
-    };
-    for (const auto& [szName, eStorage, bRegistry, wstrExpected] : cases) {
+    for (const auto& [szName, szSection, szValue, bRegistry, wstrExpected] : cases) {
         SCOPED_TRACE(szName);
         QZTEST::TempFolder folder;
         const std::wstring wstrPath = folder.Join(L"e2s_subscription.xml");
-        if (eStorage != NO_FILE) {
+        if (szSection) {
             QZSTD::CAutoPtr<QZSTD::SettingsStorage> pSs = QZSTD::SettingsStorage::OpenOrCreate(wstrPath);
-            pSs->CreateSection(L".core", L".independent",
-                               eStorage == NO_SECTION ? L"Other" : L"SubscriptionData");
+            pSs->CreateSection(L".core", L".independent", szSection);
             QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
             QZPAR::SetStringValue(pEntries.Get(), L"Unrelated", L"x");
-            if (eStorage == VALUE)
-                QZPAR::SetStringValue(pEntries.Get(), L"LocalWritableFolder", L"C:\\lwf");
-            if (eStorage == NOT_A_STRING)
+            if (szValue && szValue == std::wstring(L"5"))
                 QZPAR::SetIntValue(pEntries.Get(), L"LocalWritableFolder", 5);
-            pSs->ReplaceEntries(L".core", L".independent",
-                                eStorage == NO_SECTION ? L"Other" : L"SubscriptionData", pEntries.Get());
+            else if (szValue)
+                QZPAR::SetStringValue(pEntries.Get(), L"LocalWritableFolder", szValue);
+            pSs->ReplaceEntries(L".core", L".independent", szSection, pEntries.Get());
         }
         MapRegistry registry;
         if (bRegistry)

@@ -32,11 +32,9 @@ public:
             dup2(fds[1], 1);
             close(fds[0]);
             const std::string strFolder = QZSTD::WideToUtf8(wstrFolder);
-            if (strCert.empty())
-                execlp("python3", "python3", QZ_HTTP_PEER, strFolder.c_str(), nullptr);
-            else
-                execlp("python3", "python3", QZ_HTTP_PEER, strFolder.c_str(), strCert.c_str(), strKey.c_str(),
-                       nullptr);
+            // Without a certificate the arguments end after the folder.
+            execlp("python3", "python3", QZ_HTTP_PEER, strFolder.c_str(),
+                   strCert.empty() ? nullptr : strCert.c_str(), strKey.c_str(), nullptr);
             _exit(127);
         }
         close(fds[1]);

@@ -17,7 +17,9 @@
 namespace {
 
 using namespace QZPKG;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 struct ToolRun
@@ -34,6 +36,14 @@ ToolRun RunWords(std::vector<std::wstring> vecArgs, std::wstring wstrRest = L"")
     std::wostringstream err;
     const int n = RunTool({vecArgs, wstrRest, nullptr}, out, err);
     return {n, out.str(), err.str()};
+}
+
+// The output of a run that must succeed.
+std::wstring Out(std::vector<std::wstring> vecArgs, std::wstring wstrRest = L"")
+{
+    const ToolRun run = RunWords(std::move(vecArgs), std::move(wstrRest));
+    EXPECT_EQ(run.nExit, Exit::OK) << QZSTD::WideToUtf8(run.wstrErr);
+    return run.wstrOut;
 }
 
 TEST(QzpkgTest, WrongUsageIsExitTwoWithTheReasonOnErr)
@@ -57,13 +67,12 @@ TEST(QzpkgTest, WrongUsageIsExitTwoWithTheReasonOnErr)
 
 TEST(QzpkgTest, HexAndArgvShowTheIniFormAndTheWords)
 {
-    EXPECT_EQ(RunWords({L"hex", L"decode", L"$HEX_610020006200"}).wstrOut, L"a b\n");
+    EXPECT_EQ(Out({L"hex", L"decode", L"$HEX_610020006200"}), L"a b\n");
     const ToolRun bad = RunWords({L"hex", L"decode", L"$HEX_61"});
     EXPECT_EQ(bad.nExit, Exit::FAILED);
     EXPECT_THAT(bad.wstrErr, StartsWith(L"qzpkg: Bad parameter \"value\""));
-    const ToolRun run = RunWords({L"argv"}, L"\"C:\\a b\\qzriwrap.exe\" TASK_ID=\"x y\" \"\" -s");
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_EQ(run.wstrOut, L"C:\\a b\\qzriwrap.exe\nTASK_ID=x y\n\n-s\n");
+    EXPECT_EQ(Out({L"argv"}, L"\"C:\\a b\\qzriwrap.exe\" TASK_ID=\"x y\" \"\" -s"),
+              L"C:\\a b\\qzriwrap.exe\nTASK_ID=x y\n\n-s\n");
 }
 
 TEST(QzpkgTest, RestOfCommandLineSplitsIntoTheWordsThatFollow)
@@ -73,16 +82,12 @@ TEST(QzpkgTest, RestOfCommandLineSplitsIntoTheWordsThatFollow)
           L"qzpkg \"ar\"gv \"quoted \\\" verb\" rest", L"qzpkg \"a\"\"r gv\" tail \"",
           L"qzpkg a\\\\\"b c\" d e", L"qzpkg a\\\"b c d", L"qzpkg \"\" x", L" qzpkg argv x", L"qzpkg argv",
           L"qzpkg"}) {
-        const std::vector<std::wstring> vecAll = QZSTD::SplitCommandLine(szLine);
-        const std::wstring wstrRest = RestOfCommandLine(szLine, 2);
-        std::vector<std::wstring> vecRest;
-        if (!wstrRest.empty()) {
-            vecRest = QZSTD::SplitCommandLine(L"p " + wstrRest);
-            vecRest.erase(vecRest.begin());
-        }
-        const std::vector<std::wstring> vecExpected(vecAll.begin() + std::min<size_t>(2, vecAll.size()),
-                                                    vecAll.end());
-        EXPECT_EQ(vecRest, vecExpected) << QZSTD::WideToUtf8(szLine);
+        // Read back behind a program name of its own, the rest gives the words after the first two.
+        std::vector<std::wstring> vecRest = QZSTD::SplitCommandLine(L"p " + RestOfCommandLine(szLine, 2));
+        std::vector<std::wstring> vecAll = QZSTD::SplitCommandLine(szLine);
+        vecRest.erase(vecRest.begin());
+        vecAll.erase(vecAll.begin(), vecAll.begin() + std::min<size_t>(2, vecAll.size()));
+        EXPECT_EQ(vecRest, vecAll) << QZSTD::WideToUtf8(szLine);
     }
     EXPECT_EQ(RestOfCommandLine(L"qzpkg.exe argv  \"a b\" c", 2), L"\"a b\" c");
     EXPECT_EQ(RestOfCommandLine(L"x y", 0), L"x y");
@@ -91,10 +96,9 @@ TEST(QzpkgTest, RestOfCommandLineSplitsIntoTheWordsThatFollow)
 TEST(QzpkgTest, StateShowsTheRunParametersAsTheAgentReadsThem)
 {
     QZTEST::TempFolder folder;
-    ToolRun run = RunWords({L"state", folder.Path()});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_THAT(run.wstrOut, HasSubstr(L"missing: the agent takes this as a fresh start"));
-    EXPECT_THAT(run.wstrOut, HasSubstr(L"action:        QZRI_ACTION_RUN (0)"));
+    EXPECT_THAT(Out({L"state", folder.Path()}),
+                AllOf(HasSubstr(L"missing: the agent takes this as a fresh start"),
+                      HasSubstr(L"action:        QZRI_ACTION_RUN (0)")));
 
     QZRI::RiWrpData data;
     data.m_wstrDirPath = folder.Path();
@@ -102,13 +106,11 @@ TEST(QzpkgTest, StateShowsTheRunParametersAsTheAgentReadsThem)
     data.m_wstrSavedCmdLine = L"setup.exe TASK_ID=T-17";
     ASSERT_TRUE(data.SetServiceRunParams(QZRI::QZRI_ACTION_RUN));
     ASSERT_TRUE(data.SetServiceRunParams(QZRI::QZRI_ACTION_CHECK_RESULT));
-    run = RunWords({L"state", folder.Path()});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_EQ(run.wstrOut, L"file:          " + folder.Path() +
-                               L"$qzriwrp.ini\n"
-                               L"action:        QZRI_ACTION_CHECK_RESULT (2)\n"
-                               L"start_counter: 5\n"
-                               L"cmdline:       setup.exe TASK_ID=T-17\n");
+    EXPECT_EQ(Out({L"state", folder.Path()}), L"file:          " + folder.Path() +
+                                                  L"$qzriwrp.ini\n"
+                                                  L"action:        QZRI_ACTION_CHECK_RESULT (2)\n"
+                                                  L"start_counter: 5\n"
+                                                  L"cmdline:       setup.exe TASK_ID=T-17\n");
 }
 
 // removal shows the stat file's lists as the agent reads them, and the reboot agent's command masked.
@@ -120,12 +122,11 @@ TEST(QzpkgTest, RemovalShowsTheWorkFoldersListsAndTheSavedCommand)
         "[Installed softwares]\r\nAlpha=a.ini\r\nBeta=b.ini\r\n[Shutdown softwares]\r\nBeta=b.ini\r\n");
     QZTEST::WriteFileBytes(folder.Join(L"RbtAgtCmdLineFile.txt"),
                            "[General]\r\nCommandLine=setup.exe PASSWORD=x1\r\n");
-    const ToolRun run = RunWords({L"removal", folder.Path()});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_EQ(run.wstrOut, L"work folder: " + folder.Path() +
-                               L"\nInstalled softwares:\n  Alpha\n  Beta\nRemoved softwares: (none)\n"
-                               L"Remove failed softwares: (none)\nShutdown softwares:\n  Beta\n"
-                               L"reboot agent: setup.exe PASSWORD=<password of 2 characters>\n");
+    EXPECT_EQ(Out({L"removal", folder.Path()}),
+              L"work folder: " + folder.Path() +
+                  L"\nInstalled softwares:\n  Alpha\n  Beta\nRemoved softwares: (none)\n"
+                  L"Remove failed softwares: (none)\nShutdown softwares:\n  Beta\n"
+                  L"reboot agent: setup.exe PASSWORD=<password of 2 characters>\n");
     EXPECT_EQ(RunWords({L"removal", folder.Join(L"none")}).nExit, Exit::FAILED);
 }
 
@@ -133,12 +134,10 @@ TEST(QzpkgTest, RemovalShowsTheWorkFoldersListsAndTheSavedCommand)
 TEST(QzpkgTest, FetchRunsTheDownloadStepAndSaysHowItEnded)
 {
     QZTEST::TempFolder folder;
-    ToolRun run = RunWords({L"fetch", folder.Path()});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_THAT(run.wstrOut, HasSubstr(L"should_download=(no qzriwrap.cfg)"));
+    EXPECT_THAT(Out({L"fetch", folder.Path()}), HasSubstr(L"should_download=(no qzriwrap.cfg)"));
     QZTEST::WriteFileBytes(folder.Join(L"qzriwrap.cfg"), "[qzpkgsrc]\r\nshould_download=1\r\n");
     QZTEST::WriteFileBytes(folder.Join(L"qzpkgsrc.ini"), "[source]\r\nurl=http://127.0.0.1:1/p.zip\r\n");
-    run = RunWords({L"fetch", folder.Path()});
+    const ToolRun run = RunWords({L"fetch", folder.Path()});
     EXPECT_EQ(run.nExit, Exit::FAILED);
     EXPECT_THAT(run.wstrOut, HasSubstr(L"failed:          QZRI_MSG_DATA_FILE_VERIFYING_ERROR"));
 }
@@ -179,17 +178,14 @@ TEST(QzpkgTest, SsAndParamsDumpShowTheStoredValues)
     QZPAR::SetIntValue(pEntries, L"count", 5);
     QZPAR::WriteParamsFile(wstrParams, pEntries);
 
-    ToolRun run = RunWords({L"ss", L"dump", wstrSs});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_EQ(run.wstrOut, L"settings storage " + wstrSs +
-                               L"\n"
-                               L"product 1103\n"
-                               L"    version 1.0.0.0\n"
-                               L"        section global\n"
-                               L"            QZNAG_SRVID = (STRING_T)\"srv-B\"\n");
-    run = RunWords({L"params", L"dump", wstrParams});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_EQ(run.wstrOut, L"QZNAG_SRVID = (STRING_T)\"srv-B\"\ncount = (INT_T)5\n");
+    EXPECT_EQ(Out({L"ss", L"dump", wstrSs}), L"settings storage " + wstrSs +
+                                                 L"\n"
+                                                 L"product 1103\n"
+                                                 L"    version 1.0.0.0\n"
+                                                 L"        section global\n"
+                                                 L"            QZNAG_SRVID = (STRING_T)\"srv-B\"\n");
+    EXPECT_EQ(Out({L"params", L"dump", wstrParams}),
+              L"QZNAG_SRVID = (STRING_T)\"srv-B\"\ncount = (INT_T)5\n");
 }
 
 TEST(QzpkgTest, IniPrintsTheParsedTreeAsTheTraceDumpsIt)
@@ -197,13 +193,9 @@ TEST(QzpkgTest, IniPrintsTheParsedTreeAsTheTraceDumpsIt)
     QZTEST::TempFolder folder;
     const std::wstring wstrFile = folder.Join(L"a.ini");
     QZTEST::WriteFileBytes(wstrFile, "; comment\n[Setup]\r\n  Name = \" x \"\r\n[setup]\nOther=\xC3\xA9\n");
-    ToolRun run = RunWords({L"ini", wstrFile});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_THAT(run.wstrOut, HasSubstr(L"Setup (PARAMS_T)\n    Name = (STRING_T)\" x \""));
-    EXPECT_EQ(run.wstrOut.find(L"comment"), std::wstring::npos);
-    run = RunWords({L"ini", L"--utf8", wstrFile});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_THAT(run.wstrOut, HasSubstr(L"Other = (STRING_T)\"\x00E9\""));
+    EXPECT_THAT(Out({L"ini", wstrFile}), AllOf(HasSubstr(L"Setup (PARAMS_T)\n    Name = (STRING_T)\" x \""),
+                                               Not(HasSubstr(L"comment"))));
+    EXPECT_THAT(Out({L"ini", L"--utf8", wstrFile}), HasSubstr(L"Other = (STRING_T)\"\x00E9\""));
 }
 
 TEST(QzpkgTest, QpdTellsTheValueAndWhetherItCameFromTheCompanion)
@@ -212,14 +204,10 @@ TEST(QzpkgTest, QpdTellsTheValueAndWhetherItCameFromTheCompanion)
     const std::wstring wstrQpd = folder.Join(L"pkg.qpd");
     QZTEST::WriteFileBytes(wstrQpd, "[Product]\nName=ansi\nVersion=2.0\n");
     QZTEST::WriteFileBytes(folder.Join(L"pkg.qud"), "[Product]\nName=\xD0\x96\n");
-    ToolRun run = RunWords({L"qpd", wstrQpd, L"product", L"NAME"});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_EQ(run.wstrOut.rfind(L"value: \x0416\nfrom:  companion (", 0), 0u);
-    run = RunWords({L"qpd", wstrQpd, L"Product", L"Version"});
-    EXPECT_EQ(run.wstrOut.rfind(L"value: 2.0\nfrom:  qpd (", 0), 0u);
-    run = RunWords({L"qpd", wstrQpd, L"Product", L"Missing"});
-    EXPECT_EQ(run.nExit, Exit::OK);
-    EXPECT_EQ(run.wstrOut, L"absent\n");
+    EXPECT_THAT(Out({L"qpd", wstrQpd, L"product", L"NAME"}),
+                StartsWith(L"value: \x0416\nfrom:  companion ("));
+    EXPECT_THAT(Out({L"qpd", wstrQpd, L"Product", L"Version"}), StartsWith(L"value: 2.0\nfrom:  qpd ("));
+    EXPECT_EQ(Out({L"qpd", wstrQpd, L"Product", L"Missing"}), L"absent\n");
 }
 
 // The result files explained: the agent's own code by name, a value that is no number, a description
@@ -232,8 +220,7 @@ TEST(QzpkgTest, ResultExplainsTheResultFilesAndSsDumpGroupsTheTasks)
                            "ErrorClass=33\r\nScriptResultCode=abc\r\n");
     QZTEST::WriteFileBytes(folder.Join(L"ovxsetup.rep"), "Fertig \x80");
     QZTEST::WriteFileBytes(folder.Join(L"setuplog.txt"), "not utf-16");
-    const ToolRun run = RunWords({L"result", folder.Path()});
-    EXPECT_EQ(run.nExit, Exit::OK) << run.wstrErr;
+    const std::wstring wstrResult = Out({L"result", folder.Path()});
     for (const wchar_t* szLine :
          {L"  ProcessResultCode: 0 (the setup ran and its result is known)\n",
           L"  ResultCode: QZRI_RSLT_TIMEOUT (536871110, 0x200000C6, the agent's own)\n",
@@ -241,7 +228,7 @@ TEST(QzpkgTest, ResultExplainsTheResultFilesAndSsDumpGroupsTheTasks)
           L"  ScriptResultCode: 'abc' is not a number\n", L"  RebootZombieFile: absent\n",
           L"ovxsetup.rep: Fertig \u20AC\n",
           L"setuplog.txt: not UTF-16 text with a byte-order mark (10 bytes)\n", L"askusr.log: absent\n"})
-        EXPECT_THAT(run.wstrOut, HasSubstr(szLine));
+        EXPECT_THAT(wstrResult, HasSubstr(szLine));
     EXPECT_EQ(RunWords({L"result", folder.Join(L"none")}).nExit, Exit::FAILED);
 
     const std::wstring wstrSs = folder.Join(L"e2s_subscription.xml");
@@ -255,8 +242,7 @@ TEST(QzpkgTest, ResultExplainsTheResultFilesAndSsDumpGroupsTheTasks)
         QZPAR::SetParamsValue(pEntries, szEntry, pByTask);
     }
     pStorage->ReplaceEntries(L".core", L".independent", L"SubscriptionData", pEntries);
-    const std::wstring wstrDump = RunWords({L"ss", L"dump", wstrSs}).wstrOut;
-    EXPECT_THAT(wstrDump,
+    EXPECT_THAT(Out({L"ss", L"dump", wstrSs}),
                 HasSubstr(L"tasks:\n              T1: RSLT_CODE=7\n              T2: RSLT_CODE=8\n"));
 }
 

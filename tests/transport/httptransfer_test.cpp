@@ -25,29 +25,24 @@
 
 namespace {
 
-int FreePort()
-{
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t nLen = sizeof(addr);
-    bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
-    getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &nLen);
-    close(fd);
-    return ntohs(addr.sin_port);
-}
-
-bool Accepts(int nPort)
+// A socket on 127.0.0.1: with port 0, bound, and the free port it got is returned; with another port,
+// connected, and 1 is returned when the port accepts.
+int LoopbackSocket(int nPort)
 {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     addr.sin_port = htons(static_cast<uint16_t>(nPort));
-    const bool bOk = connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+    socklen_t nLen = sizeof(addr);
+    int nResult = 0;
+    if (nPort != 0)
+        nResult = connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+    else if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
+             getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &nLen) == 0)
+        nResult = ntohs(addr.sin_port);
     close(fd);
-    return bOk;
+    return nResult;
 }
 
 // squid as a forward proxy that wants Basic authentication (user "agent"), in a folder of its own.
@@ -66,7 +61,7 @@ public:
             throw std::runtime_error("openssl passwd");
         pclose(pHash);
         QZTEST::WriteFileBytes(QZSTD::Utf8ToWide(strDir + "passwd"), std::string("agent:") + szHash);
-        m_nPort = FreePort();
+        m_nPort = LoopbackSocket(0);
         QZTEST::WriteFileBytes(QZSTD::Utf8ToWide(strDir + "squid.conf"),
                                "http_port 127.0.0.1:" + std::to_string(m_nPort) + "\npid_filename " + strDir +
                                    "squid.pid\ncache_log " + strDir + "cache.log\naccess_log " + strDir +
@@ -81,7 +76,7 @@ public:
             execlp("squid", "squid", "-N", "-f", (strDir + "squid.conf").c_str(), nullptr);
             _exit(127);
         }
-        for (int n = 0; n < 300 && !Accepts(m_nPort); ++n)
+        for (int n = 0; n < 300 && !LoopbackSocket(m_nPort); ++n)
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     ~AuthenticatingProxy()

@@ -110,40 +110,39 @@ TEST(MsiCommandLinesTest, EveryParameterIsPassedOnlyTheAgentsAreLoggedSecretsHid
 // The order of the calls, the handlers put back on every path, a patch by its extension in any case.
 TEST(MsiLaunchTest, HandlersAreSetAndRestoredAroundTheInstallationOrThePatch)
 {
-    // What is tried, the package, msi.dll's version, the record handler's error, the result and the calls.
-    using Row =
-        std::tuple<const char*, const wchar_t*, uint32_t, uint32_t, uint32_t, std::vector<std::wstring>>;
+    // What is tried, the package, the log asked for, msi.dll's version, the record handler's error, the
+    // result and the calls.
+    using Row = std::tuple<const char*, const wchar_t*, const wchar_t*, uint32_t, uint32_t, uint32_t,
+                           std::vector<std::wstring>>;
     const Row rows[] = {
-        Row("product", L"p.msi", 5u << 16, 0, 0,
+        Row("product", L"p.msi", L"l.txt", 5u << 16, 0, 0,
             {L"log 13312 l.txt", L"record 496", L"string 3615", L"install p.msi [ A=\"1\"]",
              L"restore+record"}),
-        Row("patch in mixed case", L"C:\\x.y\\fix.MsP", (3u << 16) | 1, 0, 3010,
+        Row("patch in mixed case", L"C:\\x.y\\fix.MsP", L"l.txt", (3u << 16) | 1, 0, 3010,
             {L"log 13312 l.txt", L"record 496", L"string 3615", L"patch C:\\x.y\\fix.MsP [ A=\"1\"]",
              L"restore+record"}),
-        Row("no extension, msi.dll 3.0", L"C:\\x.msp\\pkg", 3u << 16, 0, 1603,
+        Row("no extension, msi.dll 3.0", L"C:\\x.msp\\pkg", L"l.txt", 3u << 16, 0, 1603,
             {L"log 13312 l.txt", L"string 3615", L"install C:\\x.msp\\pkg [ A=\"1\"]", L"restore"}),
-        Row("the record handler refused", L"p.msi", 5u << 16, 87, 87, {L"log 13312 l.txt", L"record 496"}),
+        Row("the record handler refused", L"p.msi", L"l.txt", 5u << 16, 87, 87,
+            {L"log 13312 l.txt", L"record 496"}),
+        Row("no log asked for", L"f.msp", L"", 5u << 16, 0, 0,
+            {L"log 13312 logs/$msisetup-2026-11-24-10-00-00.txt", L"record 496", L"string 3615",
+             L"patch f.msp [ A=\"1\"]", L"restore+record"}),
     };
-    for (const auto& [szWhat, szPackage, nVersion, nRecordError, nResult, vecCalls] : rows) {
+    for (const auto& [szWhat, szPackage, szLog, nVersion, nRecordError, nResult, vecCalls] : rows) {
         SCOPED_TRACE(szWhat);
         FakeInstaller installer;
         installer.m_nVersion = nVersion;
         installer.m_nRecordError = nRecordError;
         installer.m_vecResults = {nResult};
         RecordingCallback callback;
-        QZMsiSetup::Ptr pSetup = CreateMsiSetup(szPackage, {{L"A", L"1", 0}}, callback, installer, L"l.txt");
+        QZMsiSetup::Ptr pSetup = CreateMsiSetup(szPackage, {{L"A", L"1", 0}}, callback, installer, szLog);
         Params vecExternal;
         EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), nResult);
         EXPECT_EQ(installer.m_vecCalls, vecCalls);
+        EXPECT_EQ(L"log 13312 " + pSetup->LogPath(), vecCalls.front());
         EXPECT_EQ(CurrentMsiSetup(), nullptr);
     }
-    FakeInstaller installer;
-    RecordingCallback callback;
-    QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"f.msp", {}, callback, installer);
-    Params vecExternal;
-    pSetup->Launch(MsiLaunchOptions(), vecExternal);
-    EXPECT_EQ(installer.m_vecCalls[3], L"patch f.msp []");
-    EXPECT_EQ(pSetup->LogPath(), L"logs/$msisetup-2026-11-24-10-00-00.txt");
 }
 
 // Messages reach the callback by kind; an information record with the mark hands over a property; the
