@@ -2,9 +2,12 @@
 // tested this way natively and, under Wine, as a Windows process started by a Windows process.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "std/strconv.h"
 
 namespace QZRITEST {
 
@@ -23,6 +26,19 @@ inline int ExitStatusOf(int32_t nCode)
 #else
     return nCode & 0xFF;
 #endif
+}
+
+// A path the build handed over as text (an absolute Unix path under Wine): as it is natively; under Wine
+// the same file on drive Z:, with backslashes.
+inline std::wstring BuildPath(const char* szPath)
+{
+    std::wstring wstrPath = QZSTD::Utf8ToWide(szPath);
+#ifdef _WIN32
+    if (!wstrPath.empty() && wstrPath[0] == L'/')
+        wstrPath = L"Z:" + wstrPath;
+    std::replace(wstrPath.begin(), wstrPath.end(), L'/', L'\\');
+#endif
+    return wstrPath;
 }
 
 // The id of the test process, for names that must not collide with another test run's.

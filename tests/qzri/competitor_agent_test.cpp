@@ -21,18 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::wstring BuildPath(const char* szPath)
-{
-    std::wstring wstrPath = QZSTD::Utf8ToWide(szPath);
-#ifdef _WIN32
-    if (!wstrPath.empty() && wstrPath[0] == L'/')
-        wstrPath = L"Z:" + wstrPath;
-    for (wchar_t& c : wstrPath)
-        c = c == L'/' ? L'\\' : c;
-#endif
-    return wstrPath;
-}
-
 class CompetitorAgentTest : public testing::Test, public QZRITEST::TraceOfRun
 {
 protected:
@@ -40,9 +28,9 @@ protected:
     {
         m_wstrPkg = m_folder.MakeSubFolder(L"pkg");
         m_wstrTrace = m_folder.MakeSubFolder(L"trace");
-        fs::copy_file(fs::path(BuildPath(QZRIWRAP_EXE_PATH)), fs::path(m_wstrPkg + Exe(L"qzriwrap")));
-        fs::copy_file(fs::path(BuildPath(QZ_TEST_ENGINE)), fs::path(m_wstrPkg + QZRIWRP::ENGINE_FILE));
-        fs::copy_file(fs::path(BuildPath(QZ_EXAMPLE_SETUP_PATH)), fs::path(m_wstrPkg + L"qzrbtagt.exe"));
+        fs::copy_file(QZRITEST::BuildPath(QZRIWRAP_EXE_PATH), m_wstrPkg + Exe(L"qzriwrap"));
+        fs::copy_file(QZRITEST::BuildPath(QZ_TEST_ENGINE), m_wstrPkg + QZRIWRP::ENGINE_FILE);
+        fs::copy_file(QZRITEST::BuildPath(QZ_EXAMPLE_SETUP_PATH), m_wstrPkg + L"qzrbtagt.exe");
         QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
                                "[Setup]\r\nExecutable=setup.exe\r\n"
                                "[CompetitorSoftwareUninstall]\r\nProduct=1\r\n");

@@ -88,7 +88,6 @@ TEST_F(RebootRequestTest, TheServersAnswersEndTheWorkerByItsRules)
         WorkerEnd eEnd;
         size_t nPolls;
         size_t nConnects;
-        bool bForceReboot;
         std::vector<std::string> vecTrace;
     };
     const Case cases[] = {
@@ -98,26 +97,17 @@ TEST_F(RebootRequestTest, TheServersAnswersEndTheWorkerByItsRules)
          WorkerEnd::ACCEPTED,
          3,
          1,
-         true,
          {SCOPE + "Lets pool reboot accepting",
           SCOPE + "Pooling iteration 288 is finished, go to next attempt, sleep for 300 seconds.",
           SCOPE + "Pooling iteration 287 is finished, go to next attempt, sleep for 300 seconds.",
           SCOPE + "Finish pooling, reboot accepted", SCOPE + "Exit. Attempts counter value is 286."}},
-        {"cancelled",
-         {0, 2},
-         0,
-         WorkerEnd::CANCELLED,
-         1,
-         1,
-         false,
-         {SCOPE + "Finish pooling, request canceled"}},
+        {"cancelled", {0, 2}, 0, WorkerEnd::CANCELLED, 1, 1, {SCOPE + "Finish pooling, request canceled"}},
         {"an old server",
          {0, Server::OLD_SERVER},
          0,
          WorkerEnd::OLD_SERVER,
          1,
          1,
-         false,
          {SCOPE + "Finish pooling, old qzserver detected", SCOPE + "Exit. Attempts counter value is 288."}},
         {"access denied on the connection",
          {0, 0, Server::DENIED},
@@ -125,7 +115,6 @@ TEST_F(RebootRequestTest, TheServersAnswersEndTheWorkerByItsRules)
          WorkerEnd::ACCESS_DENIED,
          2,
          1,
-         false,
          {SCOPE + "Exit in case of access denied error on already created connection on 287 attempt.",
           SCOPE + "Exit. Attempts counter value is 0."}},
         {"a delivery that failed is made again on a new connection",
@@ -134,7 +123,6 @@ TEST_F(RebootRequestTest, TheServersAnswersEndTheWorkerByItsRules)
          WorkerEnd::ACCEPTED,
          1,
          2,
-         true,
          {SCOPE + "Sleep for 300 seconds after error was caught."}},
         {"a failed poll reconnects without delivering again",
          {0, Server::UNREACHABLE, 1},
@@ -142,7 +130,6 @@ TEST_F(RebootRequestTest, TheServersAnswersEndTheWorkerByItsRules)
          WorkerEnd::ACCEPTED,
          2,
          2,
-         true,
          {SCOPE + "Sleep for 300 seconds after error was caught."}},
         {"no connection settings at first",
          {0, 1},
@@ -150,7 +137,6 @@ TEST_F(RebootRequestTest, TheServersAnswersEndTheWorkerByItsRules)
          WorkerEnd::ACCEPTED,
          1,
          3,
-         true,
          {SCOPE + "Sleep for 300 seconds after error was caught.",
           SCOPE + "Exit. Attempts counter value is 286."}},
     };
@@ -164,7 +150,7 @@ TEST_F(RebootRequestTest, TheServersAnswersEndTheWorkerByItsRules)
         EXPECT_EQ(Count(POLL), c.nPolls);
         EXPECT_EQ(Count(L"Connect"), c.nConnects);
         EXPECT_GE(Count(L"SetRiTaskResults"), 1u);
-        EXPECT_EQ(ForceRebootFileMade(), c.bForceReboot);
+        EXPECT_EQ(ForceRebootFileMade(), c.eEnd == WorkerEnd::ACCEPTED);
         EXPECT_TRUE(Traced(c.vecTrace));
         // Delivered: the request is done with; the next worker would not deliver it again.
         EXPECT_FALSE(QZTEST::PathExists(m_wstrRequest));
@@ -243,43 +229,35 @@ TEST(ServerConnectionTest, FromTheInstallSettingsOrTheAgentsProfileOrAClearError
     };
     const std::string strName = "<value name=\"ServerName\" type=\"STRING_T\" value=\"srv\"/>";
     const std::string strSsl = "<value name=\"UseSSLConnection\" type=\"BOOL_T\" value=\"true\"/>";
-    // The install settings' values; the management agent's profile (empty: none); the base or the error.
-    using Case = std::tuple<const char*, std::string, std::string>;
+    const std::string strNag = "<value name=\"ServerAddress\" type=\"STRING_T\" value=\"nag\"/>";
+    // The install settings' values (empty: no file); the management agent's profile (empty: none); the
+    // base or the error.
+    using Case = std::tuple<std::string, std::string, std::string>;
     const Case cases[] = {
         {"", "", "QZTRANSPORT 2006"},
-        {"absent",
-         "<value name=\"UseSsl\" type=\"BOOL_T\" value=\"true\"/><value name=\"ServerAddress\" "
-         "type=\"STRING_T\" value=\"nag\"/><value name=\"ServerSslPorts\" type=\"ARRAY_T\"><item "
-         "type=\"INT_T\" value=\"13000\"/><item type=\"INT_T\" value=\"13001\"/></value>",
+        {"",
+         strNag + "<value name=\"UseSsl\" type=\"BOOL_T\" value=\"true\"/><value name=\"ServerSslPorts\" "
+                  "type=\"ARRAY_T\"><item type=\"INT_T\" value=\"13000\"/><item type=\"INT_T\" "
+                  "value=\"13001\"/></value>",
          "https://nag:13000"},
-        {"absent", "<value name=\"ServerAddress\" type=\"STRING_T\" value=\"nag\"/>", "QZTRANSPORT 2006"},
-        {"plain", "", "http://srv:14000"},
-        {"ssl", "", "https://srv:13000"},
-        {"ssl without its port", "", "QZPAR 1044"},
-        {"port as text", "", "QZPAR"},
-        {"hosted over http", "", "QZSTD 1187"},
+        {"", strNag, "QZTRANSPORT 2006"},
+        {strName + "<value name=\"ServerPort\" type=\"INT_T\" value=\"14000\"/>", "", "http://srv:14000"},
+        {strName + strSsl + "<value name=\"ServerSSLPort\" type=\"INT_T\" value=\"13000\"/>", "",
+         "https://srv:13000"},
+        // SSL without its port.
+        {strName + strSsl + "<value name=\"ServerPort\" type=\"INT_T\" value=\"1\"/>", "", "QZPAR 1044"},
+        {strName + "<value name=\"ServerPort\" type=\"STRING_T\" value=\"14000\"/>", "", "QZPAR"},
+        // Hosted, over http.
+        {"<value name=\"HOSTED_MODE\" type=\"BOOL_T\" value=\"true\"/><value name=\"HdsUrl\" "
+         "type=\"STRING_T\" value=\"http://h\"/>",
+         "", "QZSTD 1187"},
     };
-    for (const auto& [szInstall, strProfile, strExpected] : cases) {
-        SCOPED_TRACE(szInstall);
+    for (const auto& [strInstall, strProfile, strExpected] : cases) {
+        SCOPED_TRACE(strInstall + strProfile);
         QZTEST::RemoveAll(wstrPkg + L"ss_install.xml");
         QZTEST::RemoveAll(wstrStorage);
-        const std::string strInstall = szInstall;
-        if (strInstall == "plain")
-            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
-                  strName + "<value name=\"ServerPort\" type=\"INT_T\" value=\"14000\"/>");
-        if (strInstall == "ssl")
-            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
-                  strName + strSsl + "<value name=\"ServerSSLPort\" type=\"INT_T\" value=\"13000\"/>");
-        if (strInstall == "ssl without its port")
-            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
-                  strName + strSsl + "<value name=\"ServerPort\" type=\"INT_T\" value=\"1\"/>");
-        if (strInstall == "port as text")
-            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
-                  strName + "<value name=\"ServerPort\" type=\"STRING_T\" value=\"14000\"/>");
-        if (strInstall == "hosted over http")
-            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL",
-                  "<value name=\"HOSTED_MODE\" type=\"BOOL_T\" value=\"true\"/><value name=\"HdsUrl\" "
-                  "type=\"STRING_T\" value=\"http://h\"/>");
+        if (!strInstall.empty())
+            Write(wstrPkg + L"ss_install.xml", L"SS_INSTALL", strInstall);
         if (!strProfile.empty())
             Write(wstrStorage, L"SSP_SETTINGS",
                   "<value name=\"QZNLA_CUR_PROFILE\" type=\"PARAMS_T\">" + strProfile + "</value>");

@@ -109,8 +109,7 @@ public:
         m_vecCmdLines.push_back(wstrCmdLine);
         if (m_bCannotStart)
             return nullptr;
-        const Handle h = Open(nSessionId);
-        return h;
+        return Open(nSessionId);
     }
     bool IsShutdownRaised() override { return m_bShutdown; }
 
@@ -266,7 +265,6 @@ TEST_F(SessionCycleTest, AStopOfTheAgentEndsTheCycleWithinASlice)
 
 TEST(GUIProcManImplTest, OnlyFourAndSixAnswer)
 {
-    QZTEST::TempFolder folder;
     RiWrpData data;
     QZRITEST::TestOs os;
     ScriptedDesktop desktop;

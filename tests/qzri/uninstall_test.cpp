@@ -28,16 +28,10 @@ using View = RegistryView;
 class MemoryRegistry : public QZRI::Registry
 {
 public:
-    using View = QZRI::RegistryView;
     void Set(View eView, const std::wstring& wstrKey, const std::wstring& wstrName, QZRI::RegistryValue value)
     {
         m_mapKeys[{eView, wstrKey}][wstrName] = std::move(value);
         ++m_nChanges;
-    }
-    void SetString(View eView, const std::wstring& wstrKey, const std::wstring& wstrName,
-                   const std::wstring& wstrValue)
-    {
-        Set(eView, wstrKey, wstrName, QZRI::MakeRegistryString(wstrValue));
     }
     void DeleteKey(View eView, const std::wstring& wstrKey)
     {
@@ -47,12 +41,11 @@ public:
     bool ReadLocalMachineString(const std::wstring& wstrKey, const std::wstring& wstrName,
                                 std::wstring& wstrValue, View eView) override
     {
-        QZRI::RegistryValue value;
-        const bool bString = ReadLocalMachineValue(wstrKey, wstrName, value, eView) &&
-                             QZRI::RegistryValueText(value).has_value();
-        if (bString)
-            wstrValue = *QZRI::RegistryValueText(value);
-        return bString;
+        RegistryValue value;
+        if (!ReadLocalMachineValue(wstrKey, wstrName, value, eView) || !RegistryValueText(value))
+            return false;
+        wstrValue = *RegistryValueText(value);
+        return true;
     }
     bool LocalMachineKeyExists(const std::wstring& wstrKey, View eView) override
     {
@@ -214,13 +207,9 @@ public:
                               L"\r\nUninstallUser=admin\r\nUninstallData=" + wstrData + L"\r\n"));
     }
     std::wstring IniPath() const { return m_folder.Join(L"package.qud"); }
-    UninstallPlan Plan()
-    {
-        return PlanUninstall(m_deps, IniPath(), L"C:\\pkg\\", L"C:\\pkg\\setup.log", L"T1");
-    }
     void Entry(View eView, const std::wstring& wstrName, const std::wstring& wstrCmd)
     {
-        m_registry.SetString(eView, UNINSTALL + L"\\" + wstrName, L"UninstallString", wstrCmd);
+        m_registry.Set(eView, UNINSTALL + L"\\" + wstrName, L"UninstallString", MakeRegistryString(wstrCmd));
     }
 
     // What a row of a table finds: values of an Installer key, Uninstall entries, related products.
@@ -229,7 +218,7 @@ public:
     {
         return [=](UninstallTest& t) {
             for (const auto& [szName, wstrValue] : vecValues)
-                t.m_registry.SetString(eView, wstrKey, szName, wstrValue);
+                t.m_registry.Set(eView, wstrKey, szName, MakeRegistryString(wstrValue));
         };
     }
     static Arrange Own(std::vector<std::pair<const wchar_t*, std::wstring>> vecValues)
@@ -330,7 +319,8 @@ TEST_F(UninstallTest, ResolvesInTheFixedOrderAndBuildsTheKindsCommandLine)
         Ini(row.szProduct, L"2.0", QZSTD::ProtectPassword(L"s3 cret"));
         if (row.fnSetup)
             row.fnSetup(*this);
-        const UninstallPlan plan = Plan();
+        const UninstallPlan plan =
+            PlanUninstall(m_deps, IniPath(), L"C:\\pkg\\", L"C:\\pkg\\setup.log", L"T1");
         EXPECT_EQ(plan.m_bOk, row.bOk) << QZSTD::WideToUtf8(plan.m_wstrProblem);
         EXPECT_EQ(plan.m_nType, row.nType);
         EXPECT_EQ(plan.m_wstrProductCode, row.wstrCode);

@@ -24,11 +24,6 @@
 
 namespace {
 
-std::filesystem::path Path(const wchar_t* sz)
-{
-    return std::filesystem::path(std::wstring(sz));
-}
-
 std::map<std::string, std::string> ReadControl(const std::filesystem::path& folder)
 {
     std::map<std::string, std::string> map;
@@ -63,7 +58,7 @@ QZ_EXPORT int32_t QZCLEAN_CALL EnumCompetitorSoftwareW(uint32_t, const wchar_t* 
 {
     *pnEngineVersion = 7;
     SetText(szError, nErrorChars, L"");
-    const std::filesystem::path folder = Path(szIniFolder);
+    const std::filesystem::path folder = szIniFolder;
     auto control = ReadControl(folder);
     const std::string strMode = control["enum"];
     if (strMode == "fail") {
@@ -87,8 +82,6 @@ QZ_EXPORT int32_t QZCLEAN_CALL EnumCompetitorSoftwareW(uint32_t, const wchar_t* 
     }
     if (strMode != "garbage")
         wstrList += L'\0';
-    if (wstrList.empty())
-        wstrList = std::wstring(1, L'\0');
     if (*pnListChars < wstrList.size()) {
         *pnListChars = static_cast<uint32_t>(wstrList.size());
         return QZCLEAN_E_MORE_DATA;
@@ -104,11 +97,11 @@ QZ_EXPORT int32_t QZCLEAN_CALL RemoveCompetitorSoftwareW(uint32_t, const wchar_t
                                                          uint32_t nErrorChars)
 {
     SetText(szError, nErrorChars, L"");
-    const std::filesystem::path ini = Path(szIniFile);
+    const std::filesystem::path ini = szIniFile;
     auto control = ReadControl(ini.parent_path());
     std::ofstream(ini.parent_path() / "calls.txt", std::ios::app | std::ios::binary)
         << ini.filename().string() << "\n";
-    std::ofstream(Path(szWorkFolder) / (ini.stem().string() + ".log")) << "removing\n";
+    std::ofstream(std::filesystem::path(szWorkFolder) / (ini.stem().string() + ".log")) << "removing\n";
     const std::string strOutcome = control[ini.filename().string()];
     if (strOutcome == "failed") {
         SetText(szError, nErrorChars, L"test engine: uninstaller exited 1603");
