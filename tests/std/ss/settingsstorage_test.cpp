@@ -32,13 +32,13 @@
 
 namespace {
 
-using QZPAR::Params;
 using QZPAR::Testing::EveryTypeTree;
 using QZSTD::CAutoPtr;
 using QZSTD::QZError;
 using QZSTD::SettingsStorage;
 using QZTEST::ErrorCodeOf;
 using QZTEST::ErrorOf;
+using namespace QZPAR;
 using namespace QZSTD::SsErr;
 
 const std::wstring PRODUCT = L"1103";
@@ -47,8 +47,8 @@ const std::wstring SECTION = L"global";
 
 CAutoPtr<Params> OneInt(const wchar_t* szName, int32_t nValue)
 {
-    CAutoPtr<Params> p = QZPAR::CreateParams();
-    QZPAR::SetIntValue(p, szName, nValue);
+    CAutoPtr<Params> p = CreateParams();
+    SetIntValue(p, szName, nValue);
     return p;
 }
 
@@ -57,8 +57,8 @@ CAutoPtr<Params> NestedLevels(int nLevels)
 {
     CAutoPtr<Params> p = OneInt(L"leaf", nLevels);
     for (int i = nLevels - 1; i >= 1; --i) {
-        CAutoPtr<Params> pOuter = QZPAR::CreateParams();
-        QZPAR::SetParamsValue(pOuter, L"n", p);
+        CAutoPtr<Params> pOuter = CreateParams();
+        SetParamsValue(pOuter, L"n", p);
         p = pOuter;
     }
     return p;
@@ -93,11 +93,11 @@ TEST_F(SettingsStorageTest, EveryTypeReadsBackEqualAndIsWrittenAsTextUnlessItNee
     CAutoPtr<Params> pRead = ReadBack(m_wstrPath);
     EXPECT_EQ(pWritten->Compare(pRead), 0);
     // Compare takes -0 for 0 and every NaN for every other: check those bits separately.
-    EXPECT_TRUE(std::signbit(QZPAR::GetFloatValue(pRead, L"float_minus_zero")));
-    EXPECT_TRUE(std::signbit(QZPAR::GetDoubleValue(pRead, L"double_minus_zero")));
-    EXPECT_TRUE(std::isnan(QZPAR::GetFloatValue(pRead, L"float_nan")));
-    EXPECT_TRUE(std::isnan(QZPAR::GetDoubleValue(pRead, L"double_nan")));
-    EXPECT_EQ(QZPAR::GetStringValue(pRead, L"str_nul"), std::wstring(L"a\0b\0", 4));
+    EXPECT_TRUE(std::signbit(GetFloatValue(pRead, L"float_minus_zero")));
+    EXPECT_TRUE(std::signbit(GetDoubleValue(pRead, L"double_minus_zero")));
+    EXPECT_TRUE(std::isnan(GetFloatValue(pRead, L"float_nan")));
+    EXPECT_TRUE(std::isnan(GetDoubleValue(pRead, L"double_nan")));
+    EXPECT_EQ(GetStringValue(pRead, L"str_nul"), std::wstring(L"a\0b\0", 4));
     const std::string strXml = QZTEST::ReadFileBytes(m_wstrPath);
     for (const char* szPart : {
              "<product name=\"1103\">",
@@ -125,8 +125,8 @@ TEST_F(SettingsStorageTest, NestingUpToTheLimitReadsBackDeeperOrSelfContainingIs
     const std::string strBefore = QZTEST::ReadFileBytes(m_wstrPath);
 
     // Deeper than the limit: a Params that contains itself, and an array that contains itself.
-    CAutoPtr<Params> pSelf = QZPAR::CreateParams();
-    QZPAR::SetParamsValue(pSelf, L"self", pSelf);
+    CAutoPtr<Params> pSelf = CreateParams();
+    SetParamsValue(pSelf, L"self", pSelf);
     const std::optional<QZError> error =
         ErrorOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, pSelf); });
     pSelf->DeleteValue(L"self", true);  // breaks the reference cycle
@@ -134,10 +134,10 @@ TEST_F(SettingsStorageTest, NestingUpToTheLimitReadsBackDeeperOrSelfContainingIs
     EXPECT_NE(error->GetMessage().find(L"1103/1.0.0.0/global/self/self"), std::wstring::npos)
         << error->what();
 
-    CAutoPtr<QZPAR::ArrayValue> pArray = QZPAR::CreateArray(1);
+    CAutoPtr<ArrayValue> pArray = CreateArray(1);
     pArray->SetAt(0, pArray);
-    CAutoPtr<Params> pWithArray = QZPAR::CreateParams();
-    QZPAR::SetArrayValue(pWithArray, L"loop", pArray);
+    CAutoPtr<Params> pWithArray = CreateParams();
+    SetArrayValue(pWithArray, L"loop", pArray);
     EXPECT_EQ(ErrorCodeOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, pWithArray); }, MODULE),
               VALUE_NOT_STORABLE);
     pArray->SetAt(0, nullptr);
@@ -192,7 +192,7 @@ TEST_F(SettingsStorageTest, CreateSectionCreatesWhatIsMissingAndKeepsAnExistingS
     pStorage->CreateSection(L".core", L".core", L"a");
     pStorage->ReplaceEntries(L".core", L".core", L"a", OneInt(L"x", 1));
     pStorage->CreateSection(L".core", L".core", L"a");
-    EXPECT_EQ(QZPAR::GetIntValue(pStorage->ReadSection(L".core", L".core", L"a"), L"x"), 1);
+    EXPECT_EQ(GetIntValue(pStorage->ReadSection(L".core", L".core", L"a"), L"x"), 1);
     EXPECT_EQ(pStorage->EnumProducts(), std::vector<std::wstring>{L".core"});
     EXPECT_EQ(pStorage->EnumVersions(L".core"), (std::vector<std::wstring>{L".core", L".independent"}));
     EXPECT_EQ(pStorage->EnumSections(L".core", L".core"), (std::vector<std::wstring>{L"a", L"b"}));
@@ -203,16 +203,16 @@ TEST_F(SettingsStorageTest, ReplaceKeepsWhatItDoesNotNameDeleteRemovesEntriesAnd
 {
     CAutoPtr<SettingsStorage> pStorage = CreateWithSection();
     CAutoPtr<Params> pFirst = OneInt(L"a", 1);
-    QZPAR::SetIntValue(pFirst, L"b", 2);
-    QZPAR::SetParamsValue(pFirst, L"nested", OneInt(L"old", 1));
+    SetIntValue(pFirst, L"b", 2);
+    SetParamsValue(pFirst, L"nested", OneInt(L"old", 1));
     pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, pFirst);
     CAutoPtr<Params> pSecond = OneInt(L"b", 3);
-    QZPAR::SetParamsValue(pSecond, L"nested", OneInt(L"new", 2));
+    SetParamsValue(pSecond, L"nested", OneInt(L"new", 2));
     pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, pSecond);
 
     CAutoPtr<Params> pExpected = OneInt(L"a", 1);
-    QZPAR::SetIntValue(pExpected, L"b", 3);
-    QZPAR::SetParamsValue(pExpected, L"nested", OneInt(L"new", 2));  // replaced whole
+    SetIntValue(pExpected, L"b", 3);
+    SetParamsValue(pExpected, L"nested", OneInt(L"new", 2));  // replaced whole
     EXPECT_EQ(pExpected->Compare(ReadBack(m_wstrPath)), 0);
     pStorage->DeleteEntries(PRODUCT, VERSION, SECTION, {L"a", L"nested", L"not-there", L""});
     EXPECT_EQ(OneInt(L"b", 3)->Compare(ReadBack(m_wstrPath)), 0);
@@ -223,17 +223,17 @@ TEST_F(SettingsStorageTest, ReplaceKeepsWhatItDoesNotNameDeleteRemovesEntriesAnd
     EXPECT_TRUE(pStorage->EnumSections(PRODUCT, VERSION).empty());
 }
 
-// The merge of nested entries of several writers is proven in settingsstorage_multiprocess_test.cpp;
+// The merge of nested entries of several writers is proven by the processes-and-threads test below;
 // here what is not merged: a stored scalar or null is replaced by the new nested Params.
 TEST_F(SettingsStorageTest, MergeReplacesWhatIsNotANestedParams)
 {
     CAutoPtr<SettingsStorage> pStorage = CreateWithSection();
     CAutoPtr<Params> pScalar = OneInt(L"TASK_ID", 1);
-    QZPAR::SetParamsValue(pScalar, L"CODES", nullptr);
+    SetParamsValue(pScalar, L"CODES", nullptr);
     pStorage->MergeEntries(PRODUCT, VERSION, SECTION, pScalar);
-    CAutoPtr<Params> pNested = QZPAR::CreateParams();
-    QZPAR::SetParamsValue(pNested, L"TASK_ID", OneInt(L"T1", 1));
-    QZPAR::SetParamsValue(pNested, L"CODES", OneInt(L"T1", 3));
+    CAutoPtr<Params> pNested = CreateParams();
+    SetParamsValue(pNested, L"TASK_ID", OneInt(L"T1", 1));
+    SetParamsValue(pNested, L"CODES", OneInt(L"T1", 3));
     pStorage->MergeEntries(PRODUCT, VERSION, SECTION, pNested);
     EXPECT_EQ(pNested->Compare(ReadBack(m_wstrPath)), 0);
 }
@@ -392,15 +392,15 @@ constexpr int UPDATES_PER_WRITER = 50;
 
 // Entry <prefix><i> = i at the top of the section, and <prefix><i> = false inside the nested
 // "TASK_ID", which only survives if the merge keeps the other writers' nested entries.
-void WriteEntries(SettingsStorage* pStorage, const std::wstring& wstrPrefix, int nCount)
+void WriteEntries(SettingsStorage* pStorage, const std::wstring& wstrPrefix)
 {
-    for (int i = 0; i < nCount; ++i) {
+    for (int i = 0; i < UPDATES_PER_WRITER; ++i) {
         const std::wstring wstrName = wstrPrefix + std::to_wstring(i);
         pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(wstrName.c_str(), i));
-        CAutoPtr<Params> pTask = QZPAR::CreateParams();
-        QZPAR::SetBoolValue(pTask, wstrName.c_str(), false);
-        CAutoPtr<Params> pOuter = QZPAR::CreateParams();
-        QZPAR::SetParamsValue(pOuter, L"TASK_ID", pTask);
+        CAutoPtr<Params> pTask = CreateParams();
+        SetBoolValue(pTask, wstrName.c_str(), false);
+        CAutoPtr<Params> pOuter = CreateParams();
+        SetParamsValue(pOuter, L"TASK_ID", pTask);
         pStorage->MergeEntries(PRODUCT, VERSION, SECTION, pOuter);
     }
 }
@@ -413,59 +413,45 @@ const bool g_bWriterChild = [] {
     if (nBar == std::wstring::npos)
         return false;
     try {
-        WriteEntries(SettingsStorage::OpenOrCreate(wstrOrder.substr(nBar + 1)), wstrOrder.substr(0, nBar),
-                     UPDATES_PER_WRITER);
+        WriteEntries(SettingsStorage::OpenOrCreate(wstrOrder.substr(nBar + 1)), wstrOrder.substr(0, nBar));
     } catch (...) {
         QZTEST::EndChild(3);
     }
     QZTEST::EndChild(0);
 }();
 
-void ExpectEntries(const std::wstring& wstrPath, const std::vector<std::wstring>& vecPrefixes, int nCount)
-{
-    CAutoPtr<Params> pSection = ReadBack(wstrPath);
-    CAutoPtr<Params> pTasks = QZPAR::GetParamsValue(pSection, L"TASK_ID");
-    const int nExpected = static_cast<int>(vecPrefixes.size()) * nCount;
-    EXPECT_EQ(pSection->GetSize(), nExpected + 1);
-    EXPECT_EQ(pTasks->GetSize(), nExpected);
-    for (const std::wstring& wstrPrefix : vecPrefixes) {
-        for (int i = 0; i < nCount; ++i) {
-            const std::wstring wstrName = wstrPrefix + std::to_wstring(i);
-            EXPECT_EQ(QZPAR::GetIntValue(pSection, wstrName.c_str(), -1), i) << QZSTD::WideToUtf8(wstrName);
-            EXPECT_TRUE(pTasks->DoesExist(wstrName.c_str())) << QZSTD::WideToUtf8(wstrName);
-        }
-    }
-}
-
-TEST_F(SettingsStorageTest, TwoProcessesReplacingAndMergingEntriesLoseNothing)
+// Two processes and, at the same time, three threads with their own storage objects: every call must
+// see what the others wrote.
+TEST_F(SettingsStorageTest, ProcessesAndThreadsReplacingAndMergingEntriesLoseNothing)
 {
     ASSERT_FALSE(g_bWriterChild);
     CreateWithSection();
-    const std::vector<std::wstring> vecPrefixes = {L"first_", L"second_"};
     std::vector<CAutoPtr<QZSTD::LaunchWaiter>> vecChildren;
-    for (const std::wstring& wstrPrefix : vecPrefixes)
+    for (const wchar_t* szPrefix : {L"first_", L"second_"})
         vecChildren.push_back(
-            QZTEST::StartSelf({{QZSTD::Utf8ToWide(CHILD_ENV), wstrPrefix + L"|" + m_wstrPath}}));
+            QZTEST::StartSelf({{QZSTD::Utf8ToWide(CHILD_ENV), szPrefix + (L"|" + m_wstrPath)}}));
+    std::vector<std::thread> vecThreads;
+    for (const wchar_t* szPrefix : {L"t0_", L"t1_", L"t2_"}) {
+        vecThreads.emplace_back(
+            [this, szPrefix] { WriteEntries(SettingsStorage::OpenOrCreate(m_wstrPath), szPrefix); });
+    }
+    for (std::thread& t : vecThreads)
+        t.join();
     for (QZSTD::LaunchWaiter* pChild : vecChildren) {
         ASSERT_TRUE(pChild->Wait(120000)) << "a child did not finish";
         EXPECT_EQ(pChild->ExitCode(), 0u);
     }
-    ExpectEntries(m_wstrPath, vecPrefixes, UPDATES_PER_WRITER);
-}
-
-// Each thread with its own storage object: every call must also see what the other objects wrote.
-TEST_F(SettingsStorageTest, ThreadsWithTheirOwnStorageObjectsLoseNothing)
-{
-    CreateWithSection();
-    const std::vector<std::wstring> vecPrefixes = {L"t0_", L"t1_", L"t2_"};
-    std::vector<std::thread> vecThreads;
-    for (const std::wstring& wstrPrefix : vecPrefixes) {
-        vecThreads.emplace_back(
-            [this, wstrPrefix] { WriteEntries(SettingsStorage::OpenOrCreate(m_wstrPath), wstrPrefix, 20); });
+    CAutoPtr<Params> pSection = ReadBack(m_wstrPath);
+    CAutoPtr<Params> pTasks = GetParamsValue(pSection, L"TASK_ID");
+    EXPECT_EQ(pSection->GetSize(), 5 * UPDATES_PER_WRITER + 1);
+    EXPECT_EQ(pTasks->GetSize(), 5 * UPDATES_PER_WRITER);
+    for (const wchar_t* szPrefix : {L"first_", L"second_", L"t0_", L"t1_", L"t2_"}) {
+        for (int i = 0; i < UPDATES_PER_WRITER; ++i) {
+            const std::wstring wstrName = szPrefix + std::to_wstring(i);
+            EXPECT_EQ(GetIntValue(pSection, wstrName.c_str(), -1), i) << QZSTD::WideToUtf8(wstrName);
+            EXPECT_TRUE(pTasks->DoesExist(wstrName.c_str())) << QZSTD::WideToUtf8(wstrName);
+        }
     }
-    for (std::thread& t : vecThreads)
-        t.join();
-    ExpectEntries(m_wstrPath, vecPrefixes, 20);
 }
 
 // ---- the management agent's local storage ----
