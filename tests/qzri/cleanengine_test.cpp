@@ -11,21 +11,11 @@ using namespace QZCLEAN;
 
 namespace {
 
-UninstallEntry Entry(const wchar_t* szKey, const wchar_t* szName, const wchar_t* szQuiet, bool bMsi)
-{
-    UninstallEntry entry;
-    entry.m_wstrKeyName = szKey;
-    entry.m_wstrDisplayName = szName;
-    entry.m_wstrUninstallString = L"unins.exe";
-    entry.m_wstrQuietUninstallString = szQuiet;
-    entry.m_bWindowsInstaller = bMsi;
-    return entry;
-}
-
 TEST(CleanEngineTest, MatchingAndRemovalCommands)
 {
-    const UninstallEntry msi = Entry(L"{AAAA-1}", L"Alpha Antivirus 9.1", L"", true);
-    const UninstallEntry exe = Entry(L"BetaFW", L"Beta Firewall", L" \"C:\\b\\unins.exe\" /S ", false);
+    // Key, display name, uninstall string, quiet uninstall string, whether Windows Installer's.
+    const UninstallEntry msi{L"{AAAA-1}", L"Alpha Antivirus 9.1", L"unins.exe", L"", true};
+    const UninstallEntry exe{L"BetaFW", L"Beta Firewall", L"unins.exe", L" \"C:\\b\\unins.exe\" /S ", false};
     const struct
     {
         ProductRule m_rule;
@@ -49,11 +39,9 @@ TEST(CleanEngineTest, MatchingAndRemovalCommands)
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << &row - rows);
         EXPECT_EQ(Matches(row.m_rule, row.m_entry), row.m_bMatches);
-        const std::optional<std::wstring> cmd = RemovalCommand(row.m_rule, row.m_entry);
-        EXPECT_EQ(cmd.has_value(), row.m_szCommand != nullptr);
-        if (cmd && row.m_szCommand) {
-            EXPECT_EQ(*cmd, row.m_szCommand);
-        }
+        const std::optional<std::wstring> cmd =
+            row.m_szCommand ? std::optional<std::wstring>(row.m_szCommand) : std::nullopt;
+        EXPECT_EQ(RemovalCommand(row.m_rule, row.m_entry), cmd);
     }
     EXPECT_EQ(OutcomeOfExitCode(0), QZCLEAN_REMOVED);
     EXPECT_EQ(OutcomeOfExitCode(3010), QZCLEAN_RESTART_NEEDED);

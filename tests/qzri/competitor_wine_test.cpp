@@ -7,24 +7,19 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "qzri/rbtagt/rbtagt.h"
 #include "qzri/riwrap/competitor.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/profile.h"
 #include "std/strconv.h"
+#include "tests/qzri/childprocess.h"
 #include "tests/testutil/fsutil.h"
 
 namespace {
 
 using namespace QZRIWRP;
-
-std::wstring WindowsPath(const char* szUnixPath)
-{
-    std::wstring wstrPath = L"Z:" + QZSTD::Utf8ToWide(szUnixPath);
-    for (wchar_t& c : wstrPath)
-        c = c == L'/' ? L'\\' : c;
-    return wstrPath;
-}
 
 std::wstring ProductOf(const wchar_t* szUpgradeCode)
 {
@@ -37,14 +32,14 @@ class CompetitorWineTest : public testing::Test
 protected:
     static void Install(const char* szVariant)
     {
-        const std::wstring wstrMsi =
-            WindowsPath(QZ_COMPETITOR_MSI_DIR) + L"\\qzcompetitor-" + QZSTD::Utf8ToWide(szVariant) + L".msi";
+        const std::wstring wstrMsi = QZRITEST::BuildPath(QZ_COMPETITOR_MSI_DIR) + L"\\qzcompetitor-" +
+                                     QZSTD::Utf8ToWide(szVariant) + L".msi";
         ::MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
         ASSERT_EQ(::MsiInstallProductW(wstrMsi.c_str(), L""), ERROR_SUCCESS) << szVariant;
     }
     void SetUp() override
     {
-        m_env.m_wstrEnginePath = WindowsPath(QZ_CLEANAPI_DLL);
+        m_env.m_wstrEnginePath = QZRITEST::BuildPath(QZ_CLEANAPI_DLL);
         m_env.m_wstrIniFolder = m_tmp.MakeSubFolder(L"cleanini");
         m_env.m_wstrWorkPath = m_tmp.Join(L"Work\\");
         m_env.m_wstrAgentFolder = m_tmp.Path();
@@ -60,17 +55,21 @@ protected:
         QZTEST::WriteFileBytes(m_env.m_wstrIniFolder + szIni, std::string("[main]\r\nfullname=") + szName +
                                                                   "\r\n" + QZSTD::WideToUtf8(szRest));
     }
-    int32_t Run(std::wstring& wstrDescr, bool& bNeedReboot)
+    // One run: its result, its description, and whether it asked for the reboot agent.
+    using Outcome = std::tuple<int32_t, std::wstring, bool>;
+    Outcome Run()
     {
         CCompetitorSoftwareUninstall uninstall(m_data, m_env);
         uninstall.PrepareToRemove();
+        std::wstring wstrDescr;
+        bool bNeedReboot = false;
         const int32_t nResult = uninstall.RemoveProducts(wstrDescr, bNeedReboot);
         if (bNeedReboot) {
             uninstall.SaveRebootAgentCmdLine(QZRBTAGT::RebootAgentCommandLine(
                 m_tmp.Path() + L"qzrbtagt.exe", L"\"C:\\pkg\\qzriwrap.exe\" QZRI$CMTRS", L"task-7"));
             uninstall.StartRebootAgent();
         }
-        return nResult;
+        return {nResult, wstrDescr, bNeedReboot};
     }
     QZTEST::TempFolder m_tmp;
     QZRI::RiWrpData m_data;
@@ -83,11 +82,7 @@ TEST_F(CompetitorWineTest, TwoProductsRemovedAskForTheRebootAgentWhichContinuesT
     Install("Alpha");
     Install("Beta");
     Describe(L"beta.ini", "Beta", L"[detect]\r\nDisplayName=QZ Competitor B*\r\n");
-    std::wstring wstrDescr;
-    bool bNeedReboot = false;
-    EXPECT_EQ(Run(wstrDescr, bNeedReboot), 0);
-    EXPECT_EQ(wstrDescr, L"successfully deleted: Alpha, Beta.");
-    EXPECT_TRUE(bNeedReboot);
+    EXPECT_EQ(Run(), Outcome(0, L"successfully deleted: Alpha, Beta.", true));
     EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_ALPHA "}"), L"");
     EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_BETA "}"), L"");
     ASSERT_EQ(m_vecStarted.size(), 1u);
@@ -98,9 +93,7 @@ TEST_F(CompetitorWineTest, TwoProductsRemovedAskForTheRebootAgentWhichContinuesT
 
     // After the restart the task runs again and finds nothing left.
     m_vecStarted.clear();
-    EXPECT_EQ(Run(wstrDescr, bNeedReboot), 0);
-    EXPECT_EQ(wstrDescr, L"there are no incompatible applications for delete.");
-    EXPECT_FALSE(bNeedReboot);
+    EXPECT_EQ(Run(), Outcome(0, L"there are no incompatible applications for delete.", false));
     EXPECT_TRUE(m_vecStarted.empty());
 }
 
@@ -111,11 +104,8 @@ TEST_F(CompetitorWineTest, FailingUninstallerIsListedFirstAndNoRebootIsAsked)
     Describe(
         L"beta.ini", "Beta",
         L"[detect]\r\nDisplayName=QZ Competitor Beta\r\n[remove]\r\nCommandLine=cmd.exe /c exit 1603\r\n");
-    std::wstring wstrDescr;
-    bool bNeedReboot = false;
-    EXPECT_EQ(Run(wstrDescr, bNeedReboot), CLEANER_RSLT_FAILED);
-    EXPECT_EQ(wstrDescr, L"deletion failed for: Beta. successfully deleted: Alpha.");
-    EXPECT_FALSE(bNeedReboot);
+    EXPECT_EQ(Run(), Outcome(CLEANER_RSLT_FAILED, L"deletion failed for: Beta. successfully deleted: Alpha.",
+                             false));
     EXPECT_TRUE(m_vecStarted.empty());
     EXPECT_NE(ProductOf(L"{" QZ_UPGRADE_BETA "}"), L"");
     // Leave the prefix as it was found.
@@ -132,10 +122,7 @@ TEST_F(CompetitorWineTest, RemovalCutOffByShutdownIsFinishedByTheNextRun)
     ASSERT_TRUE(QZSTD::WriteProfileString(m_env.m_wstrWorkPath + STAT_FILE, SECTION_SHUTDOWN, L"Alpha",
                                           L"alpha.ini"));
     QZTEST::WriteFileBytes(m_env.m_wstrWorkPath + L"alpha.log", "cut off");
-    std::wstring wstrDescr;
-    bool bNeedReboot = false;
-    EXPECT_EQ(Run(wstrDescr, bNeedReboot), 0);
-    EXPECT_EQ(wstrDescr, L"successfully deleted: Alpha.");
+    EXPECT_EQ(Run(), Outcome(0, L"successfully deleted: Alpha.", true));
     EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_ALPHA "}"), L"");
     EXPECT_TRUE(ReadWorkFolderState(m_env.m_wstrWorkPath).m_vecShutdown.empty());
     EXPECT_FALSE(QZTEST::PathExists(m_env.m_wstrWorkPath + L"alpha.log"));
@@ -143,12 +130,9 @@ TEST_F(CompetitorWineTest, RemovalCutOffByShutdownIsFinishedByTheNextRun)
 
 TEST_F(CompetitorWineTest, NothingInstalledAndBrokenEnginesGiveClearResults)
 {
-    std::wstring wstrDescr;
-    bool bNeedReboot = false;
-    EXPECT_EQ(Run(wstrDescr, bNeedReboot), 0);
-    EXPECT_EQ(wstrDescr, L"there are no incompatible applications for delete.");
+    EXPECT_EQ(Run(), Outcome(0, L"there are no incompatible applications for delete.", false));
     for (const std::wstring& wstrEngine :
-         {m_tmp.Join(L"cleanapi.dll"), WindowsPath(QZ_TEST_ENGINE_NO_REMOVE)}) {
+         {m_tmp.Join(L"cleanapi.dll"), QZRITEST::BuildPath(QZ_TEST_ENGINE_NO_REMOVE)}) {
         m_env.m_wstrEnginePath = wstrEngine;
         CCompetitorSoftwareUninstall uninstall(m_data, m_env);
         try {

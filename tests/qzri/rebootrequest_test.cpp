@@ -158,22 +158,19 @@ TEST_F(RebootRequestTest, TheServersAnswersEndTheWorkerByItsRules)
     }
 }
 
-TEST_F(RebootRequestTest, AServerThatNeverDecidesIsAsked288Times300SecondsApart)
+// The limits come from the package description when it has them.
+TEST_F(RebootRequestTest, AServerThatNeverDecidesIsAsked288Times300SecondsApartOrAsThePackageSays)
 {
     EXPECT_EQ(Run(), WorkerEnd::EXHAUSTED);
     EXPECT_EQ(Count(POLL), 288u);
     EXPECT_EQ(m_waits.m_vecWaits, std::vector<uint32_t>(288, 300000u));
     EXPECT_TRUE(Traced({SCOPE + "Exit. Attempts counter value is 0."}));
     EXPECT_FALSE(ForceRebootFileMade());
-}
-
-TEST_F(RebootRequestTest, ShorterLimitsFromThePackageDescription)
-{
+    m_waits.m_vecWaits.clear();
     QZTEST::WriteFileBytes(m_data.m_wstrDirPath + L"p.qpd",
                            "[ExtendedSettings]\r\nRebootPollAttempts=3\r\nRebootPollIntervalSec=2\r\n");
     m_data.m_pQpd = QpdFile::Create(m_data.m_wstrDirPath + L"p.qpd");
-    const PollLimits limits = ReadPollLimits(m_data);
-    EXPECT_EQ(Run(limits), WorkerEnd::EXHAUSTED);
+    EXPECT_EQ(Run(ReadPollLimits(m_data)), WorkerEnd::EXHAUSTED);
     EXPECT_EQ(m_waits.m_vecWaits, std::vector<uint32_t>(3, 2000u));
 }
 

@@ -20,6 +20,7 @@
 #include "std/shutdown.h"
 #include "std/strconv.h"
 #include "std/trace.h"
+#include "tests/qzri/childprocess.h"
 #include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
 #include "tools/qzpkg/qzpkgverbs.h"
@@ -30,17 +31,9 @@ using namespace QZRI;
 
 const std::wstring UNINSTALL = std::wstring(UNINSTALL_KEY) + L"\\";
 
-std::wstring WindowsPath(const char* szUnixPath)
-{
-    std::wstring wstrPath = L"Z:" + QZSTD::Utf8ToWide(szUnixPath);
-    for (wchar_t& c : wstrPath)
-        c = c == L'/' ? L'\\' : c;
-    return wstrPath;
-}
-
 std::wstring Child(const std::wstring& wstrArgs)
 {
-    return L"\"" + WindowsPath(QZ_UNINSTALL_CHILD) + L"\" " + wstrArgs;
+    return L"\"" + QZRITEST::BuildPath(QZ_UNINSTALL_CHILD) + L"\" " + wstrArgs;
 }
 
 void SetString(REGSAM samView, const std::wstring& wstrKey, const wchar_t* szName,
@@ -87,8 +80,8 @@ protected:
     static void Install(const char* szVariant)
     {
         ::MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
-        const std::wstring wstrMsi =
-            WindowsPath(QZ_UNINSTALL_MSI_DIR) + L"\\qzuninst-" + QZSTD::Utf8ToWide(szVariant) + L".msi";
+        const std::wstring wstrMsi = QZRITEST::BuildPath(QZ_UNINSTALL_MSI_DIR) + L"\\qzuninst-" +
+                                     QZSTD::Utf8ToWide(szVariant) + L".msi";
         ASSERT_EQ(::MsiInstallProductW(wstrMsi.c_str(), L""), ERROR_SUCCESS) << szVariant;
     }
     // The driver's call for the product, with the trace kept; the result code.
@@ -126,7 +119,7 @@ protected:
 
 // (a) its own "ProductCode": Windows Installer in this process; (b) only an "UninstallString" running
 // msiexec: the registry's change ends the wait; (c) a known product: its upgrade code, then
-// "UninstallString" + " /qn".
+// "UninstallString" + " /qn" (as qzpkg shows beforehand).
 TEST_F(UninstallWineTest, RemovesProductsOfEachKindThroughWindowsInstaller)
 {
     Install("own");
@@ -151,21 +144,7 @@ TEST_F(UninstallWineTest, RemovesProductsOfEachKindThroughWindowsInstaller)
          "QZRIWRP I Registry changed and the product was uninstalled"}));
     EXPECT_TRUE(GoneWithin(L"{" QZ_UPGRADE_CMD "}", 20));
 
-    Install("known");
-    const std::wstring wstrKnown = ProductOf(L"{" QZ_UPGRADE_KNOWN "}");
-    EXPECT_EQ(Uninstall(L"QZWknown"), QZRI_RSLT_NO_ERROR) << QZRITEST::Joined(m_vecTrace);
-    EXPECT_TRUE(QZRITEST::HasInOrder(
-        m_vecTrace, {"QZRIWRP I Product code found, '" + QZSTD::WideToUtf8(wstrKnown) + "'",
-                     "QZRIWRP I CUninstall::ResolveProduct: Success nType = 3, prodcode = '" +
-                         QZSTD::WideToUtf8(wstrKnown) + "'"}));
-    EXPECT_NE(QZRITEST::Joined(m_vecTrace).find("MsiExec.exe /X" + QZSTD::WideToUtf8(wstrKnown) + " /qn'"),
-              std::string::npos);
-    EXPECT_TRUE(GoneWithin(L"{" QZ_UPGRADE_KNOWN "}", 20));
-}
-
-// The administrators' tool tells how the agent would remove a known product, and removes nothing.
-TEST_F(UninstallWineTest, QzpkgShowsThePlanAndStartsNothing)
-{
+    // The administrators' tool tells how the agent would remove the known product, and removes nothing.
     Install("known");
     const std::wstring wstrKnown = ProductOf(L"{" QZ_UPGRADE_KNOWN "}");
     QZTEST::WriteFileBytes(m_folder.Join(L"package.qpd"), "[Product]\r\nName=Q\r\n");
@@ -178,7 +157,13 @@ TEST_F(UninstallWineTest, QzpkgShowsThePlanAndStartsNothing)
               std::wstring::npos)
         << out.str();
     EXPECT_EQ(ProductOf(L"{" QZ_UPGRADE_KNOWN "}"), wstrKnown);
-    EXPECT_EQ(Uninstall(L"QZWknown"), QZRI_RSLT_NO_ERROR);
+    EXPECT_EQ(Uninstall(L"QZWknown"), QZRI_RSLT_NO_ERROR) << QZRITEST::Joined(m_vecTrace);
+    EXPECT_TRUE(QZRITEST::HasInOrder(
+        m_vecTrace, {"QZRIWRP I Product code found, '" + QZSTD::WideToUtf8(wstrKnown) + "'",
+                     "QZRIWRP I CUninstall::ResolveProduct: Success nType = 3, prodcode = '" +
+                         QZSTD::WideToUtf8(wstrKnown) + "'"}));
+    EXPECT_NE(QZRITEST::Joined(m_vecTrace).find("MsiExec.exe /X" + QZSTD::WideToUtf8(wstrKnown) + " /qn'"),
+              std::string::npos);
     EXPECT_TRUE(GoneWithin(L"{" QZ_UPGRADE_KNOWN "}", 20));
 }
 
