@@ -12,8 +12,6 @@
 
 #include "tests/std/process/testchild.h"
 
-#include "common/rilaunch_impl.h"
-#include "std/par/paramshelpers.h"
 #include "std/shutdown.h"
 #include "std/strconv.h"
 #include "std/trace.h"
@@ -340,7 +338,9 @@ std::set<DWORD> ChildrenOfThisProcess()
     return setPids;
 }
 
-TEST_F(RiLaunchTest, CredentialsPathCreatesTheProcessAndUndoesTheImpersonation)
+// The program runs under the logon's token and the impersonation is undone; a failure after the program
+// was created must not leave it suspended for ever.
+TEST_F(RiLaunchTest, CredentialsPathUndoesTheImpersonationAndAFailedRevertEndsTheProgramWithExitCodeThree)
 {
     m_accounts.m_bLogonWithOwnToken = true;
     QZRI::LaunchOptions options = Options(L"exit:5");
@@ -352,17 +352,10 @@ TEST_F(RiLaunchTest, CredentialsPathCreatesTheProcessAndUndoesTheImpersonation)
     HANDLE hToken = nullptr;
     EXPECT_FALSE(::OpenThreadToken(::GetCurrentThread(), TOKEN_QUERY, TRUE, &hToken));
     EXPECT_EQ(static_cast<DWORD>(ERROR_NO_TOKEN), ::GetLastError());
-}
 
-// A failure after the program was created must not leave it suspended for ever.
-TEST_F(RiLaunchTest, AFailedRevertEndsTheCreatedProgramWithExitCodeThree)
-{
-    m_accounts.m_bLogonWithOwnToken = true;
     m_accounts.m_bRevertFails = true;
-    QZRI::LaunchOptions options = Options(L"exit:5");
-    options.m_wstrUser = L"someone";
     const std::set<DWORD> setBefore = ChildrenOfThisProcess();
-    CAutoPtr<LaunchWaiter> pWaiter;
+    pWaiter = nullptr;
     EXPECT_EQ(ERROR_ACCESS_DENIED,
               ErrorCodeOf([&] { QZRI::LaunchAsync(options, &pWaiter); }, QZSTD::SYSTEM_MODULE));
     EXPECT_FALSE(pWaiter);

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "tests/testutil/fsutil.h"
+#include "tests/testutil/msicallback.h"
 
 namespace {
 
@@ -66,30 +67,6 @@ private:
     size_t m_nRuns = 0;
 };
 
-class RecordingCallback : public QZMsiSetupCallback
-{
-public:
-    int OnError(const std::wstring& wstr) override { return Note(L"error", wstr); }
-    int OnWarning(const std::wstring& wstr) override { return Note(L"warning", wstr); }
-    int OnUser(const std::wstring& wstr) override { return Note(L"user", wstr); }
-    int OnInformation(const std::wstring& wstr) override { return Note(L"info", wstr); }
-    int OnFilesInUse(const std::vector<std::pair<std::wstring, std::wstring>>& vec) override
-    {
-        return Note(L"files", vec.empty() ? L"" : vec.front().first + L"/" + vec.back().second);
-    }
-    int OnActionStart(const std::wstring& wstr) override { return Note(L"action", wstr); }
-    int OnActionData(const std::wstring& wstr) override { return Note(L"data", wstr); }
-    int OnProgress(const std::wstring& wstr) override { return Note(L"progress", wstr); }
-    std::vector<std::wstring> m_vecNotes;
-
-private:
-    int Note(const wchar_t* szKind, const std::wstring& wstr)
-    {
-        m_vecNotes.push_back(std::wstring(szKind) + L":" + wstr);
-        return 7;
-    }
-};
-
 TEST(MsiCommandLinesTest, EveryParameterIsPassedOnlyTheAgentsAreLoggedSecretsHidden)
 {
     const Params params{{L"INSTALLDIR", L"C:\\a \"b\"", 0},
@@ -135,7 +112,7 @@ TEST(MsiLaunchTest, HandlersAreSetAndRestoredAroundTheInstallationOrThePatch)
         installer.m_nVersion = nVersion;
         installer.m_nRecordError = nRecordError;
         installer.m_vecResults = {nResult};
-        RecordingCallback callback;
+        QZTEST::RecordingMsiCallback callback(7);
         QZMsiSetup::Ptr pSetup = CreateMsiSetup(szPackage, {{L"A", L"1", 0}}, callback, installer, szLog);
         Params vecExternal;
         EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), nResult);
@@ -163,7 +140,7 @@ TEST(MsiLaunchTest, MessagesGoToTheCallbackPropertiesAreCollectedAFailureIsExpla
         EXPECT_EQ(sink.OnStringMessage(MSI_MESSAGE_ERROR | 0x30, L"Error 1310. Cannot write C:\\f"), 7);
         EXPECT_EQ(sink.OnStringMessage(0x0B000000, L"common data"), 0);
     };
-    RecordingCallback callback;
+    QZTEST::RecordingMsiCallback callback(7);
     QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"p.msi", {}, callback, installer, L"l.txt");
     Params vecExternal;
     EXPECT_EQ(pSetup->Launch(MsiLaunchOptions(), vecExternal), 1603u);
@@ -204,7 +181,7 @@ TEST(MsiLaunchTest, ABusyInstallerIsTriedAgainAfterGrowingPausesUpToTheLimit)
         SCOPED_TRACE(szWhat);
         FakeInstaller installer;
         installer.m_vecResults = vecResults;
-        RecordingCallback callback;
+        QZTEST::RecordingMsiCallback callback(7);
         QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"p.msi", {}, callback, installer, L"l.txt");
         std::vector<uint32_t> vecPauses;
         MsiLaunchOptions options;
@@ -236,7 +213,7 @@ TEST(MsiLaunchTest, PasswordsAreScrubbedFromTheLogAfterTheRun)
                                                         12) +
                                             "end");
     };
-    RecordingCallback callback;
+    QZTEST::RecordingMsiCallback callback(7);
     QZMsiSetup::Ptr pSetup = CreateMsiSetup(L"p.msi", {{L"PROXYPASSWORD", L"s3cret", 0}, {L"A", L"1", 0}},
                                             callback, installer, wstrLog);
     Params vecExternal;

@@ -5,6 +5,7 @@
 
 #include <msi.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -13,6 +14,7 @@
 #include "std/strconv.h"
 #include "std/trace.h"
 #include "tests/testutil/fsutil.h"
+#include "tests/testutil/msicallback.h"
 
 namespace {
 
@@ -55,28 +57,6 @@ std::wstring UninstallKey()
         return std::wstring();
     return std::wstring(L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\") + szProduct;
 }
-
-class NotingCallback : public QZMsiSetupCallback
-{
-public:
-    int OnError(const std::wstring& wstr) override { return Note(m_vecErrors, wstr); }
-    int OnWarning(const std::wstring&) override { return 0; }
-    int OnUser(const std::wstring&) override { return 0; }
-    int OnInformation(const std::wstring&) override { return 0; }
-    int OnFilesInUse(const std::vector<std::pair<std::wstring, std::wstring>>&) override { return 0; }
-    int OnActionStart(const std::wstring& wstr) override { return Note(m_vecActions, wstr); }
-    int OnActionData(const std::wstring&) override { return 0; }
-    int OnProgress(const std::wstring&) override { return 0; }
-    std::vector<std::wstring> m_vecErrors;
-    std::vector<std::wstring> m_vecActions;
-
-private:
-    static int Note(std::vector<std::wstring>& vec, const std::wstring& wstr)
-    {
-        vec.push_back(wstr);
-        return 0;
-    }
-};
 
 // The caller's own handlers and UI level, which every installation must leave as it found them.
 int WINAPI CallerStringHandler(LPVOID, UINT, LPCWSTR)
@@ -125,11 +105,11 @@ protected:
         return nResult;
     }
 
-    std::wstring ActionsSeen() const
+    std::wstring MessagesSeen() const
     {
         std::wstring wstr;
-        for (const std::wstring& wstrAction : m_callback.m_vecActions)
-            wstr += wstrAction + L"\n";
+        for (const std::wstring& wstrNote : m_callback.m_vecNotes)
+            wstr += wstrNote + L"\n";
         return wstr;
     }
 
@@ -143,7 +123,7 @@ protected:
 
     QZTEST::TempFolder m_folder;
     std::unique_ptr<WindowsInstaller> m_pInstaller;
-    NotingCallback m_callback;
+    QZTEST::RecordingMsiCallback m_callback{0};
     QZMsiSetup::Ptr m_pSetup;
     Params m_vecExternal;
 };
@@ -159,7 +139,7 @@ TEST_F(WindowsInstallerTest, InstallsAndRemovesAProductWithoutLeakingItsPassword
     EXPECT_TRUE(QZTEST::PathExists(L"C:\\Program Files\\QZ Test plain\\readme.txt"));
     EXPECT_EQ(RegistryString(L"Software\\QZ Test plain", L"Data"), L"from the agent");
     EXPECT_EQ(RegistryString(UninstallKey(), L"DisplayName"), L"QZ Test plain");
-    EXPECT_FALSE(m_callback.m_vecActions.empty());
+    EXPECT_THAT(m_callback.m_vecNotes, testing::Contains(testing::StartsWith(L"action:")));
     const std::string strLog = QZTEST::ReadFileBytes(wstrLog);
     EXPECT_FALSE(strLog.empty());
     EXPECT_FALSE(HoldsSecret(strLog, CANARY));
@@ -204,7 +184,7 @@ TEST_F(WindowsInstallerTest, AFailedInstallationReturnsTheInstallersAnswerAndNam
         SCOPED_TRACE(szWhat);
         EXPECT_EQ(Install(wstrPackage, vecParams, m_folder.Join(L"failed.log")), nResult);
         EXPECT_NE(m_pSetup->FailureDescription().find(wstrFailure), std::wstring::npos)
-            << QZSTD::WideToUtf8(m_pSetup->FailureDescription() + L"\nactions:\n" + ActionsSeen());
+            << QZSTD::WideToUtf8(m_pSetup->FailureDescription() + L"\nmessages:\n" + MessagesSeen());
     }
     EXPECT_FALSE(QZTEST::PathExists(L"C:\\Program Files\\QZ Test plain\\readme.txt"));
     EXPECT_FALSE(QZTEST::PathExists(L"C:\\Program Files\\QZ Test condition\\readme.txt"));
