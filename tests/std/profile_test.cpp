@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 #include "tests/testutil/fsutil.h"
@@ -75,15 +76,13 @@ TEST_F(ProfileTest, ValuesAreTrimmedUnquotedAndTruncatedLikeTheWin32Buffer)
     WriteRaw(
         "[s]\n  k1  =   two words  \t\n"
         "k2=\"quoted \"\r\nk3='single'\nk4=\"mixed'\nk5=\"\nk6=abcdefgh\nk7=\nk8=\"\"\n");
-    EXPECT_EQ(Get(L"s", L"k1"), L"two words");
-    EXPECT_EQ(Get(L"s", L"k2"), L"quoted ");
-    EXPECT_EQ(Get(L"s", L"k3"), L"single");
-    EXPECT_EQ(Get(L"s", L"k4"), L"\"mixed'");
-    EXPECT_EQ(Get(L"s", L"k5"), L"\"");
-    EXPECT_EQ(Get(L"s", L"k8"), L"");
-    EXPECT_EQ(Get(L"s", L"k6", 4), L"abc");
-    EXPECT_EQ(Get(L"s", L"k6", 1), L"");
-    EXPECT_EQ(Get(L"s", L"k7"), L"") << "an empty value is not the default";
+    // The key, the buffer size in characters and the value read; an empty value is not the default.
+    const std::tuple<const wchar_t*, size_t, const wchar_t*> kCases[] = {
+        {L"k1", 4096, L"two words"}, {L"k2", 4096, L"quoted "}, {L"k3", 4096, L"single"},
+        {L"k4", 4096, L"\"mixed'"},  {L"k5", 4096, L"\""},      {L"k8", 4096, L""},
+        {L"k6", 4, L"abc"},          {L"k6", 1, L""},           {L"k7", 4096, L""}};
+    for (const auto& [szKey, nBuf, szExpected] : kCases)
+        EXPECT_EQ(Get(L"s", szKey, nBuf), szExpected) << szKey << " " << nBuf;
     EXPECT_EQ(GetProfileString(m_wstrFile, L"s", L"none", L"default  ", 4096), L"default");
     EXPECT_EQ(GetProfileString(m_wstrFile, L"s", L"none", L"default", 4), L"def");
     EXPECT_EQ(GetProfileString(m_wstrFile, L"s", L"none", nullptr, 4096), L"");
