@@ -1,6 +1,9 @@
 // RiWrpData::Initialize against fakes of the sessions, the server id and the report sink, with the
 // package folder and its files in a private temporary folder.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/cmdline.h"
@@ -67,15 +70,10 @@ protected:
 TEST_F(InitializeTest, FreshStartTakesEverythingFromTheCommandLine)
 {
     ASSERT_TRUE(Initialize(L"TASK_ID=T-17 RI_ID=r1 MASTER_SERVICE_ID=m1 QZRI_START_CNT=3 PxgRequest"));
-    EXPECT_EQ(m_data.m_wstrDirPath, m_wstrPkg);
-    EXPECT_EQ(m_data.m_wstrExecDirPath, m_wstrPkg);
-    EXPECT_EQ(m_data.m_wstrTaskId, L"T-17");
-    EXPECT_EQ(m_data.m_wstrRiId, L"r1");
-    EXPECT_EQ(m_data.m_wstrMasterServiceId, L"m1");
-    EXPECT_TRUE(m_data.m_bPxgRequest);
-    EXPECT_FALSE(m_data.m_bSilentModeCmdLine);
-    EXPECT_EQ(m_data.m_nStartCounter, 3);
-    EXPECT_EQ(m_data.m_wstrSavedCmdLine, m_wstrCmdLine);
+    EXPECT_EQ(std::tuple(m_data.m_wstrDirPath, m_data.m_wstrExecDirPath, m_data.m_wstrTaskId,
+                         m_data.m_wstrRiId, m_data.m_wstrMasterServiceId, m_data.m_bPxgRequest,
+                         m_data.m_bSilentModeCmdLine, m_data.m_nStartCounter, m_data.m_wstrSavedCmdLine),
+              std::tuple(m_wstrPkg, m_wstrPkg, L"T-17", L"r1", L"m1", true, false, 3, m_wstrCmdLine));
     EXPECT_TRUE(m_fakes.m_reports.m_vecReports.empty());
 
     // The silent switch is a word of its own.
@@ -96,53 +94,46 @@ TEST_F(InitializeTest, FreshStartTakesEverythingFromTheCommandLine)
 // A restart as a service takes its state from the run parameters; a fresh start ignores them.
 TEST_F(InitializeTest, RunParamsDecideTheStateOfARestart)
 {
-    struct Row
-    {
-        const char* szWhat;
-        const wchar_t* szAction;  // nullptr: no run parameters file
-        const wchar_t* szCounter;
-        const wchar_t* szCmdLine;
-        const wchar_t* szArgs;
-        InitResult eResult;
-        QzriAction eAct;
-        int nCounter;
-        const wchar_t* szSavedCmdLine;
-        const wchar_t* szReport;  // nullptr: nothing reported
-        const wchar_t* szReportText;
-    };
+    // What is tried, the action, counter and command line of the run parameters (no action: no file), the
+    // arguments, the result, and when it is OK the action, the counter and the saved command line.
+    using Row = std::tuple<const char*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*,
+                           InitResult, QzriAction, int, const wchar_t*>;
     const Row rows[] = {
         {"restart without run params", nullptr, L"", L"", L"QZRI$ID=svc1 QZRI_START_CNT=6", InitResult::OK,
-         QZRI_ACTION_RUN, 0, L"", nullptr, nullptr},
+         QZRI_ACTION_RUN, 0, L""},
         {"restart with run params", L"2", L"4", L"$HEX_610020006200", L"QZRI$ID=svc1 QZRI_START_CNT=6",
-         InitResult::OK, QZRI_ACTION_CHECK_RESULT, 4, L"a b", nullptr, nullptr},
+         InitResult::OK, QZRI_ACTION_CHECK_RESULT, 4, L"a b"},
         {"restart while the setup ran", L"1", L"0", L"", L"QZRI$ID=svc1", InitResult::UNEXPECTED_REBOOT,
-         QZRI_ACTION_RUNNING_SETUP, 0, L"", L"QZRI_MSG_DATA_UNEXPECTED_REBOOT", L"Unexpected reboot."},
+         QZRI_ACTION_RUNNING_SETUP, 0, L""},
         {"fresh start ignores a running setup", L"1", L"0", L"", L"TASK_ID=T-1 QZRI_START_CNT=2",
-         InitResult::OK, QZRI_ACTION_RUN, 2, L"x.exe TASK_ID=T-1 QZRI_START_CNT=2", nullptr, nullptr},
+         InitResult::OK, QZRI_ACTION_RUN, 2, L"x.exe TASK_ID=T-1 QZRI_START_CNT=2"},
         {"corrupt command line", L"0", L"0", L"$HEX_6100ZZ00", L"QZRI$ID=svc1", InitResult::FAILED,
-         QZRI_ACTION_RUN, 0, L"", nullptr, nullptr},
+         QZRI_ACTION_RUN, 0, L""},
         {"unknown action", L"7", L"0", L"", L"QZRI$ID=svc1", InitResult::DAMAGED_STATE, QZRI_ACTION_RUN, 0,
-         L"", nullptr, nullptr},
+         L""},
         {"negative action", L"-1", L"0", L"", L"QZRI$ID=svc1", InitResult::DAMAGED_STATE, QZRI_ACTION_RUN, 0,
-         L"", nullptr, nullptr},
+         L""},
         {"fresh start ignores an unknown action", L"7", L"0", L"", L"", InitResult::OK, QZRI_ACTION_RUN, 0,
-         L"x.exe ", nullptr, nullptr},
+         L"x.exe "},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, szAction, szCounter, szCmdLine, szArgs, eResult, eAct, nCounter, szSaved] :
+         rows) {
+        SCOPED_TRACE(szWhat);
         QZTEST::RemoveAll(m_wstrPkg + RUN_PARAMS_FILE);
-        if (row.szAction)
-            WriteRunParams(row.szAction, row.szCounter, row.szCmdLine);
-        EXPECT_EQ(Initialize(row.szArgs), row.eResult == InitResult::OK);
-        EXPECT_EQ(m_data.m_eInitResult, row.eResult);
+        if (szAction)
+            WriteRunParams(szAction, szCounter, szCmdLine);
+        EXPECT_EQ(Initialize(szArgs), eResult == InitResult::OK);
+        EXPECT_EQ(m_data.m_eInitResult, eResult);
+        // Only the unexpected reboot is reported.
         EXPECT_EQ(m_fakes.m_reports.m_vecReports,
-                  (row.szReport ? Reports{{row.szReport, row.szReportText}} : Reports{}));
+                  (eResult == InitResult::UNEXPECTED_REBOOT
+                       ? Reports{{L"QZRI_MSG_DATA_UNEXPECTED_REBOOT", L"Unexpected reboot."}}
+                       : Reports{}));
         EXPECT_EQ(m_data.m_wstrServiceId, m_data.m_bRestartedAsService ? L"svc1" : L"");
-        if (row.eResult != InitResult::OK)
-            continue;
-        EXPECT_EQ(m_data.m_eAct, row.eAct);
-        EXPECT_EQ(m_data.m_nStartCounter, row.nCounter);
-        EXPECT_EQ(m_data.m_wstrSavedCmdLine, row.szSavedCmdLine);
+        if (eResult == InitResult::OK) {
+            EXPECT_EQ(std::tuple(m_data.m_eAct, m_data.m_nStartCounter, m_data.m_wstrSavedCmdLine),
+                      std::tuple(eAct, nCounter, szSaved));
+        }
     }
     // A restart reports as a silent run, under the first start's task id.
     WriteRunParams(L"2", L"1", L"x.exe TASK_ID=T-9");
@@ -151,12 +142,10 @@ TEST_F(InitializeTest, RunParamsDecideTheStateOfARestart)
     EXPECT_EQ(m_data.m_wstrTaskId, L"T-9");
 
     const std::string strRecords = QZRITEST::Joined(Records());
-    EXPECT_NE(strRecords.find("QZRIWRP E RiWrpData::Initialize: #1187 (QZSTD)"), std::string::npos)
-        << strRecords;
-    EXPECT_NE(
-        strRecords.find("holds action 7, which is none of the known actions: the saved state is damaged"),
-        std::string::npos)
-        << strRecords;
+    EXPECT_THAT(strRecords, testing::HasSubstr("QZRIWRP E RiWrpData::Initialize: #1187 (QZSTD)"));
+    EXPECT_THAT(
+        strRecords,
+        testing::HasSubstr("holds action 7, which is none of the known actions: the saved state is damaged"));
 }
 
 TEST_F(InitializeTest, MissingPackageDescriptionFailsAllButTheGuiProcess)
@@ -171,12 +160,9 @@ TEST_F(InitializeTest, MissingPackageDescriptionFailsAllButTheGuiProcess)
     // The GUI process reads no task keys and asks for no sessions.
     m_fakes.m_sessions.m_nCalls = 0;
     ASSERT_TRUE(Initialize(L"QZRI$GUI TASK_ID=T-1 QZRI$ID=svc1 PxgRequest"));
-    EXPECT_TRUE(m_data.m_bGuiProcess);
-    EXPECT_TRUE(m_data.m_bPxgRequest);
-    EXPECT_EQ(m_data.m_wstrTaskId, L"");
-    EXPECT_FALSE(m_data.m_bRestartedAsService);
-    EXPECT_EQ(m_fakes.m_sessions.m_nCalls, 0);
-    EXPECT_FALSE(m_data.m_bAskUser);
+    EXPECT_EQ(std::tuple(m_data.m_bGuiProcess, m_data.m_bPxgRequest, m_data.m_wstrTaskId,
+                         m_data.m_bRestartedAsService, m_fakes.m_sessions.m_nCalls, m_data.m_bAskUser),
+              std::tuple(true, true, L"", false, 0, false));
 }
 
 TEST_F(InitializeTest, SessionsAreKeptAndAFailedListIsNoFailure)
@@ -192,15 +178,9 @@ TEST_F(InitializeTest, SessionsAreKeptAndAFailedListIsNoFailure)
 // The package's settings, its ".qud" companion first, and the reboot agent's file.
 TEST_F(InitializeTest, PackageSettingsComeFromTheDescriptionAndItsCompanion)
 {
-    struct Row
-    {
-        const char* szQpd;
-        const char* szQud;        // nullptr: no companion
-        const char* szRebootIni;  // nullptr: no qzrbtagt.ini
-        bool bAskUser;
-        bool bRebootImmediately;
-    };
-    const Row rows[] = {
+    // The description, its companion and qzrbtagt.ini (nullptr: no such file), m_bAskUser and
+    // m_bRebootImmediately.
+    const std::tuple<const char*, const char*, const char*, bool, bool> rows[] = {
         {"[Setup]\r\nAskUser=1\r\n", nullptr, nullptr, true, false},
         {"[Setup]\r\nAskUser=0\r\n", "[Setup]\r\nAskUser=1\r\n", nullptr, true, false},
         {"[Setup]\r\nAskUser=1\r\n", "[Setup]\r\nAskUser=0\r\n", nullptr, false, false},
@@ -208,18 +188,15 @@ TEST_F(InitializeTest, PackageSettingsComeFromTheDescriptionAndItsCompanion)
         {"[Setup]\r\n", nullptr, "[Action]\r\nRebootImmediately=0\r\nAskReboot=1\r\n", false, true},
         {"[Setup]\r\n", nullptr, "[Action]\r\nRebootImmediately=-1\r\nAskReboot=0\r\n", false, false},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.szQpd) + (row.szQud ? row.szQud : "") +
-                     (row.szRebootIni ? row.szRebootIni : ""));
-        WriteQpd(row.szQpd, row.szQud);
-        const std::wstring wstrIni = m_wstrPkg + L"qzrbtagt.ini";
-        QZTEST::RemoveAll(wstrIni);
-        if (row.szRebootIni)
-            QZTEST::WriteFileBytes(wstrIni, row.szRebootIni);
+    for (const auto& [szQpd, szQud, szRebootIni, bAskUser, bRebootImmediately] : rows) {
+        SCOPED_TRACE(std::string(szQpd) + (szQud ? szQud : "") + (szRebootIni ? szRebootIni : ""));
+        WriteQpd(szQpd, szQud);
+        QZTEST::RemoveAll(m_wstrPkg + L"qzrbtagt.ini");
+        if (szRebootIni)
+            QZTEST::WriteFileBytes(m_wstrPkg + L"qzrbtagt.ini", szRebootIni);
         ASSERT_TRUE(Initialize(L"QZRIWRAP_RUN_AS_PATCH"));
-        EXPECT_TRUE(m_data.m_bRunAsPatch);
-        EXPECT_EQ(m_data.m_bAskUser, row.bAskUser);
-        EXPECT_EQ(m_data.m_bRebootImmediately, row.bRebootImmediately);
+        EXPECT_EQ(std::tuple(m_data.m_bRunAsPatch, m_data.m_bAskUser, m_data.m_bRebootImmediately),
+                  std::tuple(true, bAskUser, bRebootImmediately));
     }
     // Several descriptions: the first by name is taken.
     QZTEST::WriteFileBytes(m_wstrPkg + L"a_first.qpd", "[Setup]\r\nAskUser=1\r\n");
@@ -230,14 +207,9 @@ TEST_F(InitializeTest, PackageSettingsComeFromTheDescriptionAndItsCompanion)
 
 TEST_F(InitializeTest, ManagedByAnotherServerOnlyWithPolicyOneAndTwoDifferentIds)
 {
-    struct Row
-    {
-        const char* szExtended;  // the [ExtendedSettings] lines of the qpd file
-        const char* szQud;       // the companion's, nullptr: none
-        const wchar_t* szCurrent;
-        bool bSkipped;
-    };
-    const Row rows[] = {
+    // The [ExtendedSettings] lines of the qpd file, the companion (nullptr: none), the current server id
+    // and whether the installation is skipped.
+    const std::tuple<const char*, const char*, const wchar_t*, bool> rows[] = {
         {"", nullptr, L"srv-B", false},
         {"MgdByOtherSrv=0\r\nServerID=srv-A\r\n", nullptr, L"srv-B", false},
         {"MgdByOtherSrv=2\r\nServerID=srv-A\r\n", nullptr, L"srv-B", false},
@@ -250,17 +222,16 @@ TEST_F(InitializeTest, ManagedByAnotherServerOnlyWithPolicyOneAndTwoDifferentIds
         {"MgdByOtherSrv=0\r\n", "[ExtendedSettings]\r\nMgdByOtherSrv=1\r\nServerID=srv-A\r\n", L"srv-B",
          true},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.szExtended) + (row.szQud ? row.szQud : "") +
-                     " current=" + QZSTD::WideToUtf8(row.szCurrent));
-        WriteQpd(std::string("[Setup]\r\n[ExtendedSettings]\r\n") + row.szExtended, row.szQud);
-        m_fakes.m_serverIds.m_wstrId = row.szCurrent;
-        EXPECT_EQ(Initialize(L""), !row.bSkipped);
-        EXPECT_EQ(
-            m_fakes.m_reports.m_vecReports,
-            (row.bSkipped ? Reports{{L"QZRI_MSG_DATA_COMPLETE_SKIPPED",
-                                     L"Installation is not required. Host is managed by another Server"}}
-                          : Reports{}));
+    for (const auto& [szExtended, szQud, szCurrent, bSkipped] : rows) {
+        SCOPED_TRACE(std::string(szExtended) + (szQud ? szQud : "") +
+                     " current=" + QZSTD::WideToUtf8(szCurrent));
+        WriteQpd(std::string("[Setup]\r\n[ExtendedSettings]\r\n") + szExtended, szQud);
+        m_fakes.m_serverIds.m_wstrId = szCurrent;
+        EXPECT_EQ(Initialize(L""), !bSkipped);
+        EXPECT_EQ(m_fakes.m_reports.m_vecReports,
+                  (bSkipped ? Reports{{L"QZRI_MSG_DATA_COMPLETE_SKIPPED",
+                                       L"Installation is not required. Host is managed by another Server"}}
+                            : Reports{}));
     }
     // The last row's policy and both ids are traced.
     EXPECT_TRUE(QZRITEST::HasInOrder(

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "qzri/riwrap/agentactions.h"
 #include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/tracefiles.h"
@@ -20,33 +22,25 @@ using Calls = std::vector<std::wstring>;
 
 TEST(DecideMainBranchTest, ChecksAreMadeInTheirOrder)
 {
-    struct Row
-    {
-        bool bWorker;
-        bool bRestarted;
-        QzriAction eAct;
-        MainBranch eExpected;
-        bool bPxgRequest = false;
+    // A reboot worker, restarted as a service, the action, a reboot request, and the branch.
+    const std::tuple<bool, bool, QzriAction, bool, MainBranch> rows[] = {
+        {true, true, QZRI_ACTION_ASK_USER, true, MainBranch::NEW_REBOOT_WORKER},
+        {true, false, QZRI_ACTION_RUN, false, MainBranch::NEW_REBOOT_WORKER},
+        {false, true, QZRI_ACTION_RUN, true, MainBranch::REBOOT_REQUEST},
+        {false, false, QZRI_ACTION_ASK_USER, true, MainBranch::REBOOT_REQUEST},
+        {false, true, QZRI_ACTION_ASK_USER, false, MainBranch::SERVICE},
+        {false, true, QZRI_ACTION_RUN, false, MainBranch::SERVICE},
+        {false, false, QZRI_ACTION_ASK_USER, false, MainBranch::ASK_USER},
+        {false, false, QZRI_ACTION_RUN, false, MainBranch::RUN_EXECUTABLE},
+        {false, false, QZRI_ACTION_RUNNING_SETUP, false, MainBranch::RUN_EXECUTABLE},
+        {false, false, QZRI_ACTION_CHECK_RESULT, false, MainBranch::RUN_EXECUTABLE},
     };
-    const Row rows[] = {
-        {true, true, QZRI_ACTION_ASK_USER, MainBranch::NEW_REBOOT_WORKER, true},
-        {true, false, QZRI_ACTION_RUN, MainBranch::NEW_REBOOT_WORKER},
-        {false, true, QZRI_ACTION_RUN, MainBranch::REBOOT_REQUEST, true},
-        {false, false, QZRI_ACTION_ASK_USER, MainBranch::REBOOT_REQUEST, true},
-        {false, true, QZRI_ACTION_ASK_USER, MainBranch::SERVICE},
-        {false, true, QZRI_ACTION_RUN, MainBranch::SERVICE},
-        {false, false, QZRI_ACTION_ASK_USER, MainBranch::ASK_USER},
-        {false, false, QZRI_ACTION_RUN, MainBranch::RUN_EXECUTABLE},
-        {false, false, QZRI_ACTION_RUNNING_SETUP, MainBranch::RUN_EXECUTABLE},
-        {false, false, QZRI_ACTION_CHECK_RESULT, MainBranch::RUN_EXECUTABLE},
-    };
-    for (const Row& row : rows) {
+    for (const auto& [bWorker, bRestarted, eAct, bPxgRequest, eExpected] : rows) {
         RiWrpData data;
-        data.m_bPxgRequest = row.bPxgRequest;
-        data.m_bRestartedAsService = row.bRestarted;
-        data.m_eAct = row.eAct;
-        EXPECT_EQ(DecideMainBranch(row.bWorker, data), row.eExpected)
-            << row.bWorker << " " << row.bRestarted << " " << row.eAct;
+        data.m_bPxgRequest = bPxgRequest;
+        data.m_bRestartedAsService = bRestarted;
+        data.m_eAct = eAct;
+        EXPECT_EQ(DecideMainBranch(bWorker, data), eExpected) << bWorker << bRestarted << eAct << bPxgRequest;
     }
 }
 
@@ -87,19 +81,11 @@ protected:
 // Which hand-overs run, in which order, and which exit code the run ends with.
 TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
 {
-    struct Row
-    {
-        const char* szWhat;
-        const wchar_t* szRunParamsAction;  // nullptr: no run parameters file
-        const wchar_t* szArgs;
-        int nDriverResult;
-        bool bDriverDeletesOthers;
-        int nCleanupEnd;  // 0: the cleanup lets the run go on
-        int nServiceResult;
-        int nExit;
-        const wchar_t* szCalls;
-        const char* szTraced;
-    };
+    // What is tried, the run parameters' action (nullptr: no file), the arguments, the driver's result and
+    // whether it asks to delete the other agents, the cleanup's end (0: the run goes on), the service's
+    // result, the exit code, the hand-overs and the record traced ("": none asked for).
+    using Row = std::tuple<const char*, const wchar_t*, const wchar_t*, int, bool, int, int, int,
+                           const wchar_t*, const char*>;
     const Row rows[] = {
         {"fresh start", nullptr, L"TASK_ID=T-17", 1603, false, 0, 0, 1603, L"RunExecutable",
          "Exit code: 1603 (the setup's own)."},
@@ -116,25 +102,26 @@ TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
         {"new reboot worker first", L"0", L"QZRI$ID=svc1 QZRI$RBTWRK /s", 0, false, 0, 0, 0,
          L"StartNewRebootWorker", "Call for new reboot worker."},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
+    for (const auto& [szWhat, szAction, szArgs, nDriver, bDeletes, nCleanupEnd, nService, nExit, szCalls,
+                      szTraced] : rows) {
+        SCOPED_TRACE(szWhat);
         QZTEST::RemoveAll(m_wstrPkg + RUN_PARAMS_FILE);
-        if (row.szRunParamsAction)
-            WriteRunParams(row.szRunParamsAction);
+        if (szAction)
+            WriteRunParams(szAction);
         QZRITEST::RecordingActions actions;
-        actions.m_driverResult = {row.nDriverResult, row.bDriverDeletesOthers};
-        if (row.nCleanupEnd)
-            actions.m_nCleanupEnd = row.nCleanupEnd;
-        actions.m_nResult = row.nServiceResult;
-        EXPECT_EQ(Run(row.szArgs, actions), row.nExit);
+        actions.m_driverResult = {nDriver, bDeletes};
+        if (nCleanupEnd)
+            actions.m_nCleanupEnd = nCleanupEnd;
+        actions.m_nResult = nService;
+        EXPECT_EQ(Run(szArgs, actions), nExit);
         std::wstring wstrCalls;
         for (const std::wstring& wstrCall : actions.m_vecCalls)
             wstrCalls += (wstrCalls.empty() ? L"" : L" ") + wstrCall;
-        EXPECT_EQ(wstrCalls, row.szCalls);
-        if (*row.szTraced) {
-            EXPECT_TRUE(Traced({std::string("QZRIWRP I QZCS_Main: ") + row.szTraced}));
+        EXPECT_EQ(wstrCalls, szCalls);
+        if (*szTraced) {
+            EXPECT_TRUE(Traced({std::string("QZRIWRP I QZCS_Main: ") + szTraced}));
         }
-        EXPECT_EQ(actions.m_bRunDataPublished, row.nCleanupEnd == 0);
+        EXPECT_EQ(actions.m_bRunDataPublished, nCleanupEnd == 0);
         EXPECT_EQ(g_pData, nullptr);
     }
     EXPECT_TRUE(
@@ -145,17 +132,8 @@ TEST_F(QzcsMainTest, HandOversFollowTheBranchAndTheDriversAnswers)
     EXPECT_TRUE(m_fakes.m_serviceControl.m_vecDeleted.empty());
 }
 
-TEST_F(QzcsMainTest, ForceRebootMarkerIsRemovedOnceInitialized)
-{
-    const std::wstring wstrMarker = m_wstrPkg + FORCE_REBOOT_FILE;
-    QZTEST::WriteFileBytes(wstrMarker, "1");
-    Run(L"");
-    EXPECT_FALSE(QZTEST::PathExists(wstrMarker));
-    EXPECT_TRUE(Traced({"QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" +
-                            QZSTD::WideToUtf8(wstrMarker) + "'",
-                        "QZRIWRP I QZCS_Main: Ready to run executable."}));
-}
-
+// A failed initialization hands nothing over and leaves the force-reboot marker, which goes once a run is
+// initialized.
 TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOver)
 {
     const std::wstring wstrMarker = m_wstrPkg + FORCE_REBOOT_FILE;
@@ -175,6 +153,15 @@ TEST_F(QzcsMainTest, FailedInitializationEndsWithItsOwnExitCodeAndHandsNothingOv
     EXPECT_EQ(Run(L""), QZRI_RSLT_INIT_FAILED);
     EXPECT_TRUE(m_actions.m_vecCalls.empty());
     EXPECT_TRUE(m_fakes.m_serviceControl.m_vecDeleted.empty());
+
+    // Once the run data is complete, the marker goes.
+    m_fakes.m_os.m_bModulePathFails = false;
+    QZTEST::RemoveAll(m_wstrPkg + RUN_PARAMS_FILE);
+    Run(L"");
+    EXPECT_FALSE(QZTEST::PathExists(wstrMarker));
+    EXPECT_TRUE(Traced({"QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" +
+                            QZSTD::WideToUtf8(wstrMarker) + "'",
+                        "QZRIWRP I QZCS_Main: Ready to run executable."}));
 }
 
 TEST_F(QzcsMainTest, AnErrorRaisedByAHandOverIsAGeneralError)
