@@ -21,6 +21,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+#ifdef _WIN32
+const wchar_t* const AGENT_FILE = L"qzriwrap.exe";
+#else
+const wchar_t* const AGENT_FILE = L"qzriwrap";
+#endif
+
 class CompetitorAgentTest : public testing::Test, public QZRITEST::TraceOfRun
 {
 protected:
@@ -28,7 +34,7 @@ protected:
     {
         m_wstrPkg = m_folder.MakeSubFolder(L"pkg");
         m_wstrTrace = m_folder.MakeSubFolder(L"trace");
-        fs::copy_file(QZRITEST::BuildPath(QZRIWRAP_EXE_PATH), m_wstrPkg + Exe(L"qzriwrap"));
+        fs::copy_file(QZRITEST::BuildPath(QZRIWRAP_EXE_PATH), m_wstrPkg + AGENT_FILE);
         fs::copy_file(QZRITEST::BuildPath(QZ_TEST_ENGINE), m_wstrPkg + QZRIWRP::ENGINE_FILE);
         fs::copy_file(QZRITEST::BuildPath(QZ_EXAMPLE_SETUP_PATH), m_wstrPkg + L"qzrbtagt.exe");
         QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
@@ -45,14 +51,6 @@ protected:
     {
         QZTEST::SetEnv("QZCSAK_SYSTEMP_PATH", L"");
         QZTEST::SetEnv("QZ_LOCAL_SS_PATH", L"");
-    }
-    static std::wstring Exe(const wchar_t* szName)
-    {
-#ifdef _WIN32
-        return std::wstring(szName) + L".exe";
-#else
-        return szName;
-#endif
     }
     void Control(const std::string& strText)
     {
@@ -81,7 +79,7 @@ protected:
 TEST_F(CompetitorAgentTest, RemovalTaskAsksForTheRestartAndIsContinuedAfterIt)
 {
     Control("list=Alpha|a.ini;Beta|b.ini\n");
-    ASSERT_EQ(RunAgent(m_wstrPkg + Exe(L"qzriwrap"), {L"/s", L"QZRI$CMTRS"}), 0) << Dump();
+    ASSERT_EQ(RunAgent(m_wstrPkg + AGENT_FILE, {L"/s", L"QZRI$CMTRS"}), 0) << Dump();
     EXPECT_TRUE(
         Traced({"QZRIWRP I RunExecutable: competitor found.",
                 "QZRIWRP I RunExecutable: return nExitCode(0), bNeedReboot(1), wstrDescr(successfully "
@@ -110,7 +108,7 @@ TEST_F(CompetitorAgentTest, RemovalTaskAsksForTheRestartAndIsContinuedAfterIt)
 TEST_F(CompetitorAgentTest, FailedRemovalEndsTheTaskWithoutRestart)
 {
     Control("list=Alpha|a.ini;Beta|b.ini\nb.ini=failed\n");
-    EXPECT_EQ(RunAgent(m_wstrPkg + Exe(L"qzriwrap"), {L"/s", L"QZRI$CMTRS"}),
+    EXPECT_EQ(RunAgent(m_wstrPkg + AGENT_FILE, {L"/s", L"QZRI$CMTRS"}),
               QZRITEST::ExitStatusOf(QZRIWRP::CLEANER_RSLT_FAILED))
         << Dump();
     EXPECT_TRUE(
