@@ -113,46 +113,31 @@ protected:
 // reboot left a zombie file; the description files only with a description.
 TEST_F(ResultReportTest, SetupLogKeysFollowTheResult)
 {
-    struct Row
-    {
-        int32_t nProcessResult;
-        int32_t nResultCode;
-        int32_t nErrClass;
-        bool bDescription;
-        int32_t nRebootState;
-        std::vector<std::string> vecKeys;
-    };
     const std::string strScr = "ScriptResultCode=7";
     const std::string strZombie = "RebootZombieFile=" + QZSTD::WideToUtf8(Pkg(L"$qzriwrp_zombie.tmp"));
-    const Row rows[] = {
-        {0, 0, 0, false, 0, {"ProcessResultCode=0", "ResultCode=0", strScr}},
-        {0, 5, 32, false, 0, {"ProcessResultCode=0", "ResultCode=5", "ErrorClass=32"}},
-        {0, -50, 33, true, 1, {"ProcessResultCode=0", "ResultCode=-50", "ErrorClass=33", strZombie, strScr}},
-        {0, -100, 0, false, 1, {"ProcessResultCode=0", "ResultCode=-100"}},
-        {1603, 5, 32, true, 0, {"ProcessResultCode=1603"}},
+    // The result (a description or none) and the keys of setup.log.
+    const std::pair<RiResult, std::vector<std::string>> rows[] = {
+        {{0, 0, 7, 0, L"", 0}, {"ProcessResultCode=0", "ResultCode=0", strScr}},
+        {{0, 5, 7, 32, L"", 0}, {"ProcessResultCode=0", "ResultCode=5", "ErrorClass=32"}},
+        {{0, -50, 7, 33, L"x", 1},
+         {"ProcessResultCode=0", "ResultCode=-50", "ErrorClass=33", strZombie, strScr}},
+        {{0, -100, 7, 0, L"", 1}, {"ProcessResultCode=0", "ResultCode=-100"}},
+        {{1603, 5, 7, 32, L"x", 0}, {"ProcessResultCode=1603"}},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.vecKeys.back());
+    for (const auto& [rslt, vecKeys] : rows) {
+        SCOPED_TRACE(vecKeys.back());
         QZTEST::RemoveAll(Pkg(L"ovxsetup.rep"));
-        RiResult rslt;
-        rslt.m_nProcessResult = row.nProcessResult;
-        rslt.m_nResultCode = row.nResultCode;
-        rslt.m_nScriptResultCode = 7;
-        rslt.m_nErrClass = row.nErrClass;
-        rslt.m_wstrDescription = row.bDescription ? L"x" : L"";
-        rslt.m_rebootState = row.nRebootState;
-        EXPECT_EQ(ReportResult(m_data, rslt, m_fakes.Get()), row.nProcessResult);
-        EXPECT_EQ(KeyLines(Pkg(L"setup.log")), row.vecKeys);
-        EXPECT_EQ(QZTEST::PathExists(Pkg(L"ovxsetup.rep")), row.bDescription);
+        EXPECT_EQ(ReportResult(m_data, rslt, m_fakes.Get()), rslt.m_nProcessResult);
+        EXPECT_EQ(KeyLines(Pkg(L"setup.log")), vecKeys);
+        EXPECT_EQ(QZTEST::PathExists(Pkg(L"ovxsetup.rep")), !rslt.m_wstrDescription.empty());
         EXPECT_FALSE(QZTEST::PathExists(Pkg(L"setup.log.tmp~")));
     }
-    RiResult rslt;
-    rslt.m_wstrDescription = L"Fertig \u20AC \u4E2D";
-    WriteSetupLog(m_data.m_wstrDirPath, rslt, L"r.log", L"d.txt", L"u.txt", m_fakes.Get());
+    WriteSetupLog(m_data.m_wstrDirPath, RiResult{0, 0, 0, 0, L"Fertig \u20AC \u4E2D", 0}, L"r.log", L"d.txt",
+                  L"u.txt", m_fakes.Get());
     EXPECT_EQ(QZTEST::ReadFileBytes(Pkg(L"d.txt")), "Fertig \x80 ?");
-    EXPECT_EQ(QZTEST::ReadFileBytes(Pkg(L"u.txt")), std::string("\xFF\xFE"
-                                                                "F\0e\0r\0t\0i\0g\0 \0\xAC\x20 \0\x2D\x4E",
-                                                                22));
+    // UTF-16LE with its byte-order mark (\376 is 0xFE, which \x would run on into the F).
+    EXPECT_EQ(QZTEST::ReadFileBytes(Pkg(L"u.txt")),
+              std::string("\xFF\376F\0e\0r\0t\0i\0g\0 \0\xAC\x20 \0\x2D\x4E", 22));
 }
 
 TEST_F(ResultReportTest, TheChannelIsChosenBySilenceTaskIdAndProcessResult)
@@ -225,9 +210,8 @@ TEST_F(ResultReportTest, ARebootRequestCarriesTheResultAndACopyOfTheCompanion)
     EXPECT_EQ(QZPAR::GetIntValue(p, L"QZRI_SRVRI_RES_CODE"), 3010);
     EXPECT_EQ(QZTEST::ReadFileBytes(QZPAR::GetStringValue(p, L"QZRI_SRVRI_QUD")), "[Product]\r\nName=X\r\n");
     // Only the second call started the instance that delivers it, by the request's name in this folder.
-    ASSERT_EQ(m_fakes.m_starter.m_vecCommandLines.size(), 1u);
-    EXPECT_EQ(m_fakes.m_starter.m_vecCommandLines[0],
-              L"\"C:\\pkg\\qzriwrap.exe\" PxgRequest=$qzriwrp_srvri_task_7.par");
+    EXPECT_EQ(m_fakes.m_starter.m_vecCommandLines,
+              std::vector<std::wstring>{L"\"C:\\pkg\\qzriwrap.exe\" PxgRequest=$qzriwrp_srvri_task_7.par"});
 }
 
 // Agents of many tasks report into one storage at once: every task's entries are there afterwards.
