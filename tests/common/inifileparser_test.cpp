@@ -8,9 +8,7 @@
 #include <tuple>
 
 #include "inifileparser_reference.h"
-#include "std/error.h"
 #include "std/par/dump.h"
-#include "std/par/paramshelpers.h"
 #include "std/strconv.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
@@ -234,20 +232,17 @@ std::wstring GenerateText(std::mt19937& rng)
             vec.push_back(wstr);
         return vec;
     }();
-    const size_t c_nPieces = c_vecPieces.size();
+    // Up to nMax pieces drawn at random.
+    const auto pieces = [&](int nMax) {
+        std::wstring wstr;
+        for (int n = std::uniform_int_distribution<int>(0, nMax)(rng); n > 0; --n)
+            wstr += c_vecPieces[std::uniform_int_distribution<size_t>(0, c_vecPieces.size() - 1)(rng)];
+        return wstr;
+    };
     std::wstring wstrText;
     const int nLines = std::uniform_int_distribution<int>(0, 40)(rng);
     for (int i = 0; i < nLines; ++i) {
         const int nKind = std::uniform_int_distribution<int>(0, 9)(rng);
-        auto piece = [&] {
-            return c_vecPieces[std::uniform_int_distribution<size_t>(0, c_nPieces - 1)(rng)];
-        };
-        auto pieces = [&](int nMax) {
-            std::wstring wstr;
-            for (int n = std::uniform_int_distribution<int>(0, nMax)(rng); n > 0; --n)
-                wstr += piece();
-            return wstr;
-        };
         if (nKind < 2)
             wstrText += pieces(2) + L"[" + pieces(4) + L"]" + pieces(2);
         else if (nKind < 7)

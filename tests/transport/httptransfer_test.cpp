@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
+#include <tuple>
 
 #include "std/strconv.h"
 #include "std/trace.h"
@@ -138,14 +139,8 @@ TEST(HttpTransfer, DownloadsWithTheHashOrFailsWithItsError)
     EXPECT_EQ(QZTEST::ReadFileBytes(wstrOut), strData);
     EXPECT_EQ(nLastProgress, strData.size());
 
-    struct Row
-    {
-        const char* szWhat;
-        std::string strUrl;
-        int nCode;
-        bool bKept;  // what arrived stays for the next attempt
-    };
-    const Row rows[] = {
+    // What is tried, the url, the error and whether what arrived stays for the next attempt.
+    const std::tuple<const char*, std::string, int, bool> rows[] = {
         {"not found", peer.Url("/absent.zip"), QZTRANSPORT::HTTP_STATUS, false},
         {"cut off half-way", peer.Url("/cut/100000"), QZTRANSPORT::TRANSFER_FAILED, true},
         {"stalled", peer.Url("/stall"), QZTRANSPORT::TRANSFER_FAILED, true},
@@ -154,12 +149,14 @@ TEST(HttpTransfer, DownloadsWithTheHashOrFailsWithItsError)
     };
     options.m_lLowSpeedTimeSec = 1;
     QZTEST::RemoveAll(wstrOut);
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szWhat);
-        EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZTRANSPORT::DownloadFile(row.strUrl, wstrOut, {}, options); },
-                                      QZTRANSPORT::MODULE),
-                  row.nCode);
-        EXPECT_EQ(QZTEST::PathExists(wstrOut), row.bKept);
+    for (const auto& [szWhat, strUrl, nCode, bKept] : rows) {
+        SCOPED_TRACE(szWhat);
+        // Copied into the lambda: clang 14 captures no structured binding.
+        EXPECT_EQ(QZTEST::ErrorCodeOf(
+                      [&, strUrl = strUrl] { QZTRANSPORT::DownloadFile(strUrl, wstrOut, {}, options); },
+                      QZTRANSPORT::MODULE),
+                  nCode);
+        EXPECT_EQ(QZTEST::PathExists(wstrOut), bKept);
         QZTEST::RemoveAll(wstrOut);
     }
 }

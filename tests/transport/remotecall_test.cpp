@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "std/par/paramshelpers.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
@@ -28,13 +30,8 @@ TEST(RemoteCall, TheResultComesBackTypedAndEachFailureHasItsError)
     EXPECT_EQ(QZPAR::GetStringValue(pEcho, L"component"), L"QZCS_COMPONENT_QZRIWRAP");
     EXPECT_EQ(QZTRANSPORT::CallRemote(endpoint, "SrvRi", "Nothing", nullptr)->GetSize(), 0);
 
-    struct Row
-    {
-        const char* szOperation;
-        const char* szModule;
-        int nCode;
-    };
-    const Row rows[] = {
+    // The operation the peer fails, and the module and code of the error.
+    const std::tuple<const char*, const char*, int> rows[] = {
         {"Denied", QZTRANSPORT::MODULE, QZTRANSPORT::ACCESS_DENIED},
         {"Old", "QZSTD", 1194},
         {"Broken", QZTRANSPORT::MODULE, QZTRANSPORT::BAD_JSON},
@@ -42,12 +39,15 @@ TEST(RemoteCall, TheResultComesBackTypedAndEachFailureHasItsError)
         {"Redirect", QZTRANSPORT::MODULE, QZTRANSPORT::HTTP_STATUS},
         {"Unknown", QZTRANSPORT::MODULE, QZTRANSPORT::HTTP_STATUS},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szOperation);
-        EXPECT_EQ(
-            QZTEST::ErrorCodeOf([&] { QZTRANSPORT::CallRemote(endpoint, "SrvRi", row.szOperation, pArgs); },
-                                row.szModule),
-            row.nCode);
+    for (const auto& [szOperation, szModule, nCode] : rows) {
+        SCOPED_TRACE(szOperation);
+        // Copied into the lambda: clang 14 captures no structured binding.
+        EXPECT_EQ(QZTEST::ErrorCodeOf(
+                      [&, szOperation = szOperation] {
+                          QZTRANSPORT::CallRemote(endpoint, "SrvRi", szOperation, pArgs);
+                      },
+                      szModule),
+                  nCode);
     }
     endpoint.m_strBase = "http://127.0.0.1:1";
     EXPECT_EQ(QZTEST::ErrorCodeOf([&] { QZTRANSPORT::CallRemote(endpoint, "SrvRi", "Echo", pArgs); },
