@@ -15,6 +15,7 @@
 #include "std/profile.h"
 #include "std/strconv.h"
 #include "tests/qzri/childprocess.h"
+#include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 
 namespace {
@@ -135,14 +136,10 @@ TEST_F(CompetitorWineTest, NothingInstalledAndBrokenEnginesGiveClearResults)
          {m_tmp.Join(L"cleanapi.dll"), QZRITEST::BuildPath(QZ_TEST_ENGINE_NO_REMOVE)}) {
         m_env.m_wstrEnginePath = wstrEngine;
         CCompetitorSoftwareUninstall uninstall(m_data, m_env);
-        try {
-            uninstall.PrepareToRemove();
-            ADD_FAILURE() << "loaded " << QZSTD::WideToUtf8(wstrEngine);
-        } catch (const QZSTD::QZError& e) {
-            EXPECT_EQ(e.GetModule(), QZSTD::SYSTEM_MODULE);
-            EXPECT_TRUE(e.GetCode() == ERROR_MOD_NOT_FOUND || e.GetCode() == ERROR_PROC_NOT_FOUND)
-                << e.GetCode();
-        }
+        // Positive: a system error.
+        const int nCode = QZTEST::ErrorCodeOf([&] { uninstall.PrepareToRemove(); }, QZSTD::SYSTEM_MODULE);
+        EXPECT_TRUE(nCode == ERROR_MOD_NOT_FOUND || nCode == ERROR_PROC_NOT_FOUND)
+            << nCode << " " << QZSTD::WideToUtf8(wstrEngine);
     }
 }
 

@@ -14,6 +14,7 @@
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/shutdown.h"
 #include "tests/qzri/qzritestutil.h"
+#include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 
 namespace {
@@ -109,12 +110,7 @@ TEST_F(SessionsWineTest, AWithdrawnTaskOrAStoppedAgentEndsTheWaitForAnUnanswered
         ::Sleep(300);
         m_shutdown.Raise();
     });
-    try {
-        Ask();
-        ADD_FAILURE() << "the stop was not seen";
-    } catch (const QZSTD::QZError& e) {
-        EXPECT_EQ(e.GetCode(), QZSTD::Err::SHUTDOWN);
-    }
+    EXPECT_EQ(QZTEST::ErrorCodeOf([this] { Ask(); }), QZSTD::Err::SHUTDOWN);
     stop.join();
     EXPECT_LT(m_nElapsedMs, QZWSSN::CYCLE_SLICE_MS + 1000);
     // The unanswered dialogues end on their own; their folder is removed after them.
