@@ -159,15 +159,9 @@ TEST(ParamsStream, MalformedInputIsRefusedWithTheFault)
 
 TEST(ParamsStream, WriterRefusesTreesItCouldNotReadBack)
 {
-    CAutoPtr<Params> pRoot = CreateParams();
-    Params* pLevel = pRoot;
-    for (int i = 1; i < PARAMS_STREAM_MAX_DEPTH + 1; ++i) {
-        CAutoPtr<Params> pChild = CreateParams();
-        SetParamsValue(pLevel, L"x", pChild);
-        pLevel = pChild;
-    }
     Bytes vec;
-    EXPECT_QZ_ERROR(SerializeParams(pRoot, vec), BIN, BinErr::TOO_DEEP, L"64");
+    EXPECT_QZ_ERROR(SerializeParams(Testing::NestedLevels(PARAMS_STREAM_MAX_DEPTH + 1), vec), BIN,
+                    BinErr::TOO_DEEP, L"64");
     CAutoPtr<Params> pSelf = CreateParams();
     SetParamsValue(pSelf, L"self", pSelf);
     EXPECT_QZ_ERROR(SerializeParams(pSelf, vec), BIN, BinErr::TOO_DEEP, L"64");

@@ -38,10 +38,6 @@ MATCHER_P3(IsQZError, strModule, nCode, wstrArg, "")
 #define EXPECT_QZ_ERROR(stmt, module, code, arg) \
     EXPECT_THAT(::QZPAR::Testing::CatchError([&] { stmt; }), ::QZPAR::Testing::IsQZError(module, code, arg))
 
-}  // namespace QZPAR::Testing
-
-namespace QZPAR::Testing {
-
 // A tree with every value type, their extremes (-0, NaN, infinities, the smallest denormals, the
 // minimum integers, "no time"), strings that no text form carries as they are (NUL, controls, lone
 // surrogates written code unit by code unit, non-BMP characters, markup), nested and null Params, and
@@ -90,6 +86,19 @@ inline QZSTD::CAutoPtr<Params> EveryTypeTree()
     SetArrayValue(p, L"array_mixed", pArray);
     SetIntValue(p, L"\x01", 2);
     SetIntValue(p, std::wstring{0xE9, 0xD800}.c_str(), 3);
+    return p;
+}
+
+// A chain of nLevels Params, each holding the next under "n"; the innermost holds leaf = nLevels.
+inline QZSTD::CAutoPtr<Params> NestedLevels(int nLevels)
+{
+    QZSTD::CAutoPtr<Params> p = CreateParams();
+    SetIntValue(p, L"leaf", nLevels);
+    for (int i = nLevels - 1; i >= 1; --i) {
+        QZSTD::CAutoPtr<Params> pOuter = CreateParams();
+        SetParamsValue(pOuter, L"n", p);
+        p = pOuter;
+    }
     return p;
 }
 

@@ -33,6 +33,7 @@
 namespace {
 
 using QZPAR::Testing::EveryTypeTree;
+using QZPAR::Testing::NestedLevels;
 using QZSTD::CAutoPtr;
 using QZSTD::QZError;
 using QZSTD::SettingsStorage;
@@ -49,18 +50,6 @@ CAutoPtr<Params> OneInt(const wchar_t* szName, int32_t nValue)
 {
     CAutoPtr<Params> p = CreateParams();
     SetIntValue(p, szName, nValue);
-    return p;
-}
-
-// A section whose deepest entry sits at nLevels (the section's own entries are level 1).
-CAutoPtr<Params> NestedLevels(int nLevels)
-{
-    CAutoPtr<Params> p = OneInt(L"leaf", nLevels);
-    for (int i = nLevels - 1; i >= 1; --i) {
-        CAutoPtr<Params> pOuter = CreateParams();
-        SetParamsValue(pOuter, L"n", p);
-        p = pOuter;
-    }
     return p;
 }
 
@@ -304,7 +293,7 @@ std::string DeeplyNested(int nLevels)
     return InSection(str);
 }
 
-TEST_F(SettingsStorageTest, MalformedFilesAreReportedAndLeftUntouched)
+TEST_F(SettingsStorageTest, MalformedFilesAreReportedAndLeftUntouchedAlsoWhenDamagedAfterOpening)
 {
     const std::string strValid = InSection("<value name='a' type='INT_T' value='1'/>");
     // The file, and the part of the message it gives; all BAD_CONTENT but the first.
@@ -340,6 +329,8 @@ TEST_F(SettingsStorageTest, MalformedFilesAreReportedAndLeftUntouched)
         {InSection("<value name='a' type='PARAMS_T' null='1'/>"), L"\"null\" must be \"true\""},
         {DeeplyNested(QZSTD::SsXml::MAX_DEPTH + 1), L"nested deeper than 100"},
     };
+    // A storage opened before the damage: its calls refuse the file too, and a change does not overwrite it.
+    CAutoPtr<SettingsStorage> pOpened = CreateWithSection();
     for (size_t i = 0; i < std::size(cases); ++i) {
         const auto& [strXml, szExpected] = cases[i];
         SCOPED_TRACE(QZSTD::WideToUtf8(szExpected));
@@ -350,23 +341,15 @@ TEST_F(SettingsStorageTest, MalformedFilesAreReportedAndLeftUntouched)
         EXPECT_NE(error->GetMessage().find(m_wstrPath), std::wstring::npos) << error->what();
         EXPECT_NE(error->GetMessage().find(szExpected), std::wstring::npos) << error->what();
         EXPECT_EQ(ErrorCodeOf([&] { SettingsStorage::OpenOrCreate(m_wstrPath); }, MODULE), nCode);
+        EXPECT_EQ(
+            ErrorCodeOf([&] { pOpened->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 1)); }, MODULE),
+            nCode);
+        EXPECT_EQ(ErrorCodeOf([&] { pOpened->ReadSection(PRODUCT, VERSION, SECTION); }, MODULE), nCode);
         EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), strXml) << "a malformed storage was overwritten";
         // The in-memory reader says the same, for the fuzz target.
         EXPECT_EQ(ErrorCodeOf([&] { SettingsStorage::ParseForTest(strXml.data(), strXml.size()); }, MODULE),
                   nCode);
     }
-}
-
-TEST_F(SettingsStorageTest, AStorageDamagedAfterOpeningIsNotOverwrittenByAChange)
-{
-    CAutoPtr<SettingsStorage> pStorage = CreateWithSection();
-    const std::string strDamaged = "<settings_storage format=\"1\"><product";
-    QZTEST::WriteFileBytes(m_wstrPath, strDamaged);
-    EXPECT_EQ(
-        ErrorCodeOf([&] { pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 1)); }, MODULE),
-        NOT_XML);
-    EXPECT_EQ(ErrorCodeOf([&] { pStorage->ReadSection(PRODUCT, VERSION, SECTION); }, MODULE), NOT_XML);
-    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPath), strDamaged);
 }
 
 // ---- the in-memory reader for fuzzing ----
