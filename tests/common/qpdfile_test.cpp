@@ -36,8 +36,7 @@ TEST(MaskPasswords, ReplacesPasswordValuesByTheirLengthOnly)
         {L"\"C:\\a b\\s.exe\" /s TASK_ID=T1", L"\"C:\\a b\\s.exe\" /s TASK_ID=T1"},
         {L"s.exe AKINSTALLPWD=s3cret  X=1", L"s.exe AKINSTALLPWD=<password of 6 characters>  X=1"},
         {L"s.exe \"Proxy_Password=a b\" pwd=",
-         L"s.exe \"Proxy_Password=<password of 3 characters>\" pwd=<password of 0 "
-         L"characters>"},
+         L"s.exe \"Proxy_Password=<password of 3 characters>\" pwd=<password of 0 characters>"},
         {L"", L""},
         // Inside a quoted word of several parts, as a legacy setup gets its parameters.
         {L"s.exe /z\"/pDIR=C:\\a b TASK_ID=T PASSWORD=s3 cret\" /s",
@@ -133,19 +132,13 @@ TEST(QpdFile, TheCompanionWinsThenTheQpdFileThenTheDefault)
     EXPECT_EQ(pQpd->GetString(L"Product", L"Name", L"gone"), L"gone");
 }
 
-// A package description in memory: "p.qpd" (ANSI) and its companion "p.qud" (UTF-8).
-QZSTD::CAutoPtr<QpdFile> InMemory(const std::string& strQpd, const std::string& strQud)
-{
-    auto pProvider = QZTEST::MemoryFiles::Create();
-    pProvider->m_mapFiles[L"p.qpd"] = strQpd;
-    pProvider->m_mapFiles[L"p.qud"] = strQud;
-    return QpdFile::Create(L"p.qpd", pProvider.Get());
-}
-
 TEST(QpdFile, TheQpdFileIsAnsiTheCompanionUtf8AndTheSentinelCountsAsAbsent)
 {
-    QZSTD::CAutoPtr<QpdFile> pQpd = InMemory("[S]\nq=caf\xE9\nn=3\nk=D3F45DA0-29F6-46dc-ACC7-0E5898F9724D\n",
-                                             "[S]\nu=caf\xC3\xA9\nn=7\n");
+    // A package description in memory: "p.qpd" (ANSI) and its companion "p.qud" (UTF-8).
+    auto pProvider = QZTEST::MemoryFiles::Create();
+    pProvider->m_mapFiles[L"p.qpd"] = "[S]\nq=caf\xE9\nn=3\nk=D3F45DA0-29F6-46dc-ACC7-0E5898F9724D\n";
+    pProvider->m_mapFiles[L"p.qud"] = "[S]\nu=caf\xC3\xA9\nn=7\n";
+    QZSTD::CAutoPtr<QpdFile> pQpd = QpdFile::Create(L"p.qpd", pProvider.Get());
     EXPECT_EQ(pQpd->GetString(L"S", L"u", nullptr), L"caf\x00E9");
     EXPECT_FALSE(pQpd->GetAnsiParser()->IsUtf8());
     EXPECT_TRUE(pQpd->GetUtf8Parser()->IsUtf8());

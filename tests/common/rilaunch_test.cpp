@@ -157,10 +157,6 @@ protected:
         QZRI::LaunchAsync(options, &pWaiter);
         return pWaiter;
     }
-    CAutoPtr<LaunchWaiter> Start(const std::wstring& wstrMode, int nWaitMode = QZRI::WAIT_PROCESS_ONLY)
-    {
-        return Start(Options(wstrMode, nWaitMode));
-    }
     std::filesystem::path Marker() const { return m_dir / m_wstrMarkerName; }
 
     QZTEST::TempFolder m_folder;
@@ -237,7 +233,7 @@ TEST_F(RiLaunchTest, WhatCannotBeLaunchedIsRefusedBeforeAnythingStarts)
 
 TEST_F(RiLaunchTest, ModeOneWaitsForTheGrandchildTimesOutAndStopsOnShutdown)
 {
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000", QZRI::WAIT_WHOLE_JOB);
+    CAutoPtr<LaunchWaiter> pWaiter = Start(Options(L"spawn:6000", QZRI::WAIT_WHOLE_JOB));
     EXPECT_FALSE(pWaiter->Wait(0));
     EXPECT_FALSE(pWaiter->Wait(300));
     // After a time-out the grandchild that still runs is named: image and pid.
@@ -286,7 +282,7 @@ TEST_F(RiLaunchTest, ModeTwoWaitsForListedImagesOnly)
 // Mode 0 returns when the started program ends, not waiting for its grandchild.
 TEST_F(RiLaunchTest, ModeZeroWaiterAnswersOnlyTheBaseInterfacesAndWaitsForTheProgramAlone)
 {
-    CAutoPtr<LaunchWaiter> pWaiter = Start(L"spawn:6000");
+    CAutoPtr<LaunchWaiter> pWaiter = Start(Options(L"spawn:6000"));
     void* pv = nullptr;
     EXPECT_FALSE(pWaiter->QueryInterface("QZSTD::LaunchWaiter2", &pv));
     EXPECT_FALSE(pWaiter->QueryInterface("QZSTD::ProcessPid", &pv));
@@ -305,7 +301,7 @@ TEST_F(RiLaunchTest, ModeZeroWaiterAnswersOnlyTheBaseInterfacesAndWaitsForThePro
 
 TEST_F(RiLaunchTest, CredentialsGoToTheLogonSplitOrAreRefusedWhereThereIsNone)
 {
-    EXPECT_TRUE(Start(L"exit:5")->Wait(-1));  // no user: no logon
+    EXPECT_TRUE(Start(Options(L"exit:5"))->Wait(-1));  // no user: no logon
     EXPECT_TRUE(m_accounts.m_vecLogons.empty());
     QZRI::LaunchOptions options = Options(L"sleep:0");
     options.m_wstrUser = L"DOM\\someone";
