@@ -19,18 +19,15 @@ using QZSTD::CAutoPtr;
 using QZSTD::LaunchWaiter;
 using QZTEST::SelfCommand;
 
-CAutoPtr<QZPAR::Params> ChildEnv(const wchar_t* szMode)
+CAutoPtr<LaunchWaiter> StartChild(const wchar_t* szMode, const QZSTD::ShutdownSignal* pShutdown = nullptr)
 {
-    return QZTEST::EnvOf({{L"QZ_TEST_CHILD", szMode}});
+    return QZTEST::StartSelf({{L"QZ_TEST_CHILD", szMode}}, pShutdown);
 }
 
-CAutoPtr<LaunchWaiter> StartChild(const wchar_t* szMode, const wchar_t* szStdOut = nullptr,
-                                  const QZSTD::ShutdownSignal* pShutdown = nullptr)
+// A launch of szCommand without output files or environment addition.
+void Launch(const wchar_t* szCommand, LaunchWaiter** ppWaiter)
 {
-    CAutoPtr<LaunchWaiter> pWaiter;
-    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, szStdOut, nullptr, nullptr, ChildEnv(szMode), &pWaiter,
-                      pShutdown);
-    return pWaiter;
+    QZSTD_LaunchAsync(szCommand, nullptr, nullptr, nullptr, nullptr, nullptr, ppWaiter);
 }
 
 using QZTEST::ErrorCodeOf;
@@ -46,7 +43,7 @@ protected:
 // without shutdown is in the interface test.
 TEST_F(LaunchTest, TimeoutZeroAndShutdownFromAnotherThreadEndTheWaitOfARunningChild)
 {
-    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"sleep:4000", nullptr, &m_shutdown);
+    CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"sleep:4000", &m_shutdown);
     CAutoPtr<QZSTD::LaunchWaiter2> pWaiter2 = QZSTD::QueryInterface<QZSTD::LaunchWaiter2>(pWaiter);
     ASSERT_TRUE(pWaiter2);
     EXPECT_FALSE(pWaiter->Wait(0));
@@ -104,8 +101,8 @@ TEST_F(LaunchTest, SyncLaunchCapturesOutputAndErrorAndPassesTheEnvironment)
     QZTEST::TempFolder folder;
     const std::wstring wstrOut = folder.Join(L"out.txt");
     uint32_t nExitCode = 99;
-    ASSERT_TRUE(QZSTD_LaunchSync(SelfCommand().c_str(), nullptr, wstrOut.c_str(), ChildEnv(L"echo"), 60000,
-                                 &nExitCode));
+    ASSERT_TRUE(QZSTD_LaunchSync(SelfCommand().c_str(), nullptr, wstrOut.c_str(),
+                                 QZTEST::EnvOf({{L"QZ_TEST_CHILD", L"echo"}}), 60000, &nExitCode));
     EXPECT_EQ(0u, nExitCode);
     std::wstring wstrText;
     QZSTD_ReadLaunchOutput(wstrOut.c_str(), &wstrText);
@@ -123,24 +120,14 @@ TEST_F(LaunchTest, SyncLaunchCapturesOutputAndErrorAndPassesTheEnvironment)
 TEST_F(LaunchTest, WhatCannotBeLaunchedIsRefused)
 {
     LaunchWaiter* pNull = nullptr;
-    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] {
-                  QZSTD_LaunchAsync(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &pNull);
-              }));
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { Launch(nullptr, &pNull); }));
     CAutoPtr<LaunchWaiter> pWaiter = StartChild(L"exit:0");
     LaunchWaiter* pRaw = pWaiter.Get();
-    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] {
-                  QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, nullptr, nullptr, nullptr, nullptr,
-                                    &pRaw);
-              }));
+    EXPECT_EQ(QZSTD::Err::ASSERTION, ErrorCodeOf([&] { Launch(SelfCommand().c_str(), &pRaw); }));
     // ERROR_FILE_NOT_FOUND and ENOENT are both 2.
-    EXPECT_EQ(2, ErrorCodeOf(
-                     [&] {
-                         QZSTD_LaunchAsync(L"qz-no-such-program-4711", nullptr, nullptr, nullptr, nullptr,
-                                           nullptr, &pNull);
-                     },
-                     QZSTD::SYSTEM_MODULE));
+    EXPECT_EQ(2, ErrorCodeOf([&] { Launch(L"qz-no-such-program-4711", &pNull); }, QZSTD::SYSTEM_MODULE));
     m_shutdown.Raise();
-    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { StartChild(L"exit:0", nullptr, &m_shutdown); }));
+    EXPECT_EQ(QZSTD::Err::SHUTDOWN, ErrorCodeOf([&] { StartChild(L"exit:0", &m_shutdown); }));
     EXPECT_FALSE(QZSTD::IsShutdownRaised()) << "the test's own signal, not the process's";
     EXPECT_EQ(nullptr, pNull);
     std::wstring wstrText;

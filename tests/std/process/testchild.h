@@ -66,10 +66,12 @@ inline QZSTD::CAutoPtr<QZPAR::Params> EnvOf(const EnvVars& vecEnv)
 }
 
 // Starts this executable with the variables added to its environment, and does not wait for it.
-inline QZSTD::CAutoPtr<QZSTD::LaunchWaiter> StartSelf(const EnvVars& vecEnv)
+inline QZSTD::CAutoPtr<QZSTD::LaunchWaiter> StartSelf(const EnvVars& vecEnv,
+                                                      const QZSTD::ShutdownSignal* pShutdown = nullptr)
 {
     QZSTD::CAutoPtr<QZSTD::LaunchWaiter> pWaiter;
-    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, nullptr, nullptr, nullptr, EnvOf(vecEnv), &pWaiter);
+    QZSTD_LaunchAsync(SelfCommand().c_str(), nullptr, nullptr, nullptr, nullptr, EnvOf(vecEnv), &pWaiter,
+                      pShutdown);
     return pWaiter;
 }
 
