@@ -15,27 +15,27 @@
 
 namespace {
 
+using namespace QZSTD;
 using namespace QZSTD::SsErr;
+using QZTEST::ErrorOf;
 
 TEST(SettingsStorageAtomicFile, ReadIsFalseForAMissingFileAndRefusesFoldersAndFilesTooLarge)
 {
     QZTEST::TempFolder folder;
     std::string strData = "stale";
-    EXPECT_FALSE(QZSTD::ReadWholeFile(folder.Join(L"missing.xml"), strData, 100));
+    EXPECT_FALSE(ReadWholeFile(folder.Join(L"missing.xml"), strData, 100));
     EXPECT_TRUE(strData.empty());
-    EXPECT_FALSE(QZSTD::ReadWholeFile(folder.Join(L"no/such/folder.xml"), strData, 100));
-    const std::optional<QZSTD::QZError> folderError =
-        QZTEST::ErrorOf([&] { QZSTD::ReadWholeFile(folder.Path(), strData, 100); });
+    EXPECT_FALSE(ReadWholeFile(folder.Join(L"no/such/folder.xml"), strData, 100));
+    const std::optional<QZError> folderError = ErrorOf([&] { ReadWholeFile(folder.Path(), strData, 100); });
     ASSERT_TRUE(folderError && folderError->Is(MODULE, READ_FAILED));
     EXPECT_NE(folderError->GetMessage().find(folder.Path()), std::wstring::npos) << folderError->what();
 
     const std::wstring wstrPath = folder.Join(L"big.xml");
     QZTEST::WriteFileBytes(wstrPath, std::string(101, 'x'));
-    const std::optional<QZSTD::QZError> error =
-        QZTEST::ErrorOf([&] { QZSTD::ReadWholeFile(wstrPath, strData, 100); });
+    const std::optional<QZError> error = ErrorOf([&] { ReadWholeFile(wstrPath, strData, 100); });
     ASSERT_TRUE(error && error->Is(MODULE, TOO_LARGE));
     EXPECT_NE(error->GetMessage().find(L"101 bytes, at most 100"), std::wstring::npos) << error->what();
-    EXPECT_TRUE(QZSTD::ReadWholeFile(wstrPath, strData, 101));
+    EXPECT_TRUE(ReadWholeFile(wstrPath, strData, 101));
 }
 
 TEST(SettingsStorageAtomicFile, ReplaceCreatesThenReplacesWithoutLeavingTheTemporaryFile)
@@ -45,13 +45,13 @@ TEST(SettingsStorageAtomicFile, ReplaceCreatesThenReplacesWithoutLeavingTheTempo
     std::string strData;
     for (const std::string& str :
          {std::string("first"), std::string("\0\r\n\x80 second", 11), std::string()}) {
-        QZSTD::ReplaceFileContent(wstrPath, str);
-        ASSERT_TRUE(QZSTD::ReadWholeFile(wstrPath, strData, 100));
+        ReplaceFileContent(wstrPath, str);
+        ASSERT_TRUE(ReadWholeFile(wstrPath, strData, 100));
         EXPECT_EQ(strData, str);
     }
-    EXPECT_FALSE(QZTEST::PathExists(QZSTD::TemporaryPathOf(wstrPath)));
-    EXPECT_TRUE(QZSTD::FileExists(wstrPath));
-    EXPECT_FALSE(QZSTD::FileExists(folder.Path()));
+    EXPECT_FALSE(QZTEST::PathExists(TemporaryPathOf(wstrPath)));
+    EXPECT_TRUE(FileExists(wstrPath));
+    EXPECT_FALSE(FileExists(folder.Path()));
 }
 
 TEST(SettingsStorageAtomicFile, ParentFolderIsEverythingBeforeTheLastSeparator)
@@ -71,7 +71,7 @@ TEST(SettingsStorageAtomicFile, ParentFolderIsEverythingBeforeTheLastSeparator)
         {L"f.xml", L""},
     };
     for (const auto& [szPath, szParent] : rows)
-        EXPECT_EQ(QZSTD::ParentFolderOf(szPath), szParent);
+        EXPECT_EQ(ParentFolderOf(szPath), szParent);
 }
 
 // The chain itself is made, and made again, by SettingsStorage::OpenOrCreate in settingsstorage_test.cpp.
@@ -80,23 +80,20 @@ TEST(SettingsStorageAtomicFile, AFileInTheWayOfTheFolderChainIsReported)
     QZTEST::TempFolder folder;
     const std::wstring wstrBlocker = folder.Join(L"blocker");
     QZTEST::WriteFileBytes(wstrBlocker, "a file, not a folder");
-    const std::optional<QZSTD::QZError> error =
-        QZTEST::ErrorOf([&] { QZSTD::CreateFolderChain(folder.Join(L"blocker/sub")); });
+    const std::optional<QZError> error = ErrorOf([&] { CreateFolderChain(folder.Join(L"blocker/sub")); });
     ASSERT_TRUE(error && error->Is(MODULE, CREATE_FOLDER_FAILED));
     EXPECT_NE(error->GetMessage().find(wstrBlocker), std::wstring::npos) << error->what();
 }
 
-using QZSTD::FileLock;
-using QZSTD::FileLockMode;
 using Clock = std::chrono::steady_clock;
 
 // The error a second lock attempt raises (nullopt when it got the lock).
-std::optional<QZSTD::QZError> TryLock(const std::wstring& wstrPath, FileLockMode eMode, uint32_t nTimeoutMs)
+std::optional<QZError> TryLock(const std::wstring& wstrPath, FileLockMode eMode, uint32_t nTimeoutMs)
 {
-    return QZTEST::ErrorOf([&] { FileLock lock(wstrPath, eMode, nTimeoutMs); });
+    return ErrorOf([&] { FileLock lock(wstrPath, eMode, nTimeoutMs); });
 }
 
-bool IsTimeout(const std::optional<QZSTD::QZError>& error)
+bool IsTimeout(const std::optional<QZError>& error)
 {
     return error && error->Is(MODULE, LOCK_TIMEOUT);
 }
@@ -113,7 +110,7 @@ TEST_F(SettingsStorageFileLock, ExclusiveLockKeepsOutEveryOtherLockSharedLocksOn
     {
         FileLock held(m_wstrLock, FileLockMode::EXCLUSIVE);
         const Clock::time_point tStart = Clock::now();
-        const std::optional<QZSTD::QZError> error = TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 150);
+        const std::optional<QZError> error = TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 150);
         EXPECT_GE(Clock::now() - tStart, std::chrono::milliseconds(140));
         ASSERT_TRUE(IsTimeout(error));
         EXPECT_NE(error->GetMessage().find(m_wstrLock), std::wstring::npos) << error->what();
@@ -136,7 +133,7 @@ TEST_F(SettingsStorageFileLock, WaiterGetsTheLockOnceTheHolderLetsGo)
         pHeld.reset();
     });
     const Clock::time_point tStart = Clock::now();
-    const std::optional<QZSTD::QZError> error = TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 10000);
+    const std::optional<QZError> error = TryLock(m_wstrLock, FileLockMode::EXCLUSIVE, 10000);
     const Clock::duration elapsed = Clock::now() - tStart;
     releaser.join();
     EXPECT_FALSE(error.has_value()) << error->what();
@@ -147,7 +144,7 @@ TEST_F(SettingsStorageFileLock, WaiterGetsTheLockOnceTheHolderLetsGo)
 TEST_F(SettingsStorageFileLock, LockFileInAMissingFolderIsAClearError)
 {
     const std::wstring wstrLock = m_folder.Join(L"missing/storage.xml.lock");
-    const std::optional<QZSTD::QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0);
+    const std::optional<QZError> error = TryLock(wstrLock, FileLockMode::EXCLUSIVE, 0);
     ASSERT_TRUE(error && error->Is(MODULE, LOCK_FAILED)) << (error ? error->what() : "no error");
     EXPECT_NE(error->GetMessage().find(wstrLock), std::wstring::npos) << error->what();
 }
