@@ -14,9 +14,8 @@
 
 #include "common/ristrutils.h"
 #include "qzri/riwrap/riresult.h"
-#include "std/par/paramshelpers.h"
+#include "qzri/riwrap/servicecontrol.h"
 #include "std/profile.h"
-#include "std/ss/settingsstorage.h"
 #include "std/strconv.h"
 #include "tests/qzri/childprocess.h"
 #include "tests/qzri/qzritestutil.h"
@@ -31,27 +30,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace QZRI;
+using QZRITEST::BuildPath;
 
 constexpr unsigned CHILD_TIMEOUT_MS = 60000;
-
-// The build writes a Linux path; a Windows process sees the same file on drive Z: under Wine.
-std::wstring BuildPath(const char* szPath)
-{
-    std::wstring wstrPath = QZSTD::Utf8ToWide(szPath);
-#ifdef _WIN32
-    if (!wstrPath.empty() && wstrPath[0] == L'/')
-        wstrPath = L"Z:" + wstrPath;
-    for (wchar_t& c : wstrPath)
-        if (c == L'/')
-            c = L'\\';
-#endif
-    return wstrPath;
-}
-
-std::wstring AgentExePath()
-{
-    return BuildPath(QZRIWRAP_EXE_PATH);
-}
 
 class AgentRunTest : public testing::Test, public QZRITEST::TraceOfRun
 {
@@ -60,7 +41,11 @@ protected:
     {
         m_wstrPkg = m_folder.MakeSubFolder(L"pkg");
         m_wstrTraceFolder = m_folder.MakeSubFolder(L"trace");
-        fs::copy_file(fs::path(AgentExePath()), fs::path(AgentPath()));
+        m_wstrIni = m_wstrPkg + L"$qzriwrp.ini";
+        // The copy keeps the built program's name (".exe" on Windows only).
+        const fs::path exe(BuildPath(QZRIWRAP_EXE_PATH));
+        m_wstrAgent = m_wstrPkg + exe.filename().wstring();
+        fs::copy_file(exe, fs::path(m_wstrAgent));
         QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd", "[Setup]\r\nExecutable=setup.exe\r\n");
         QZTEST::SetEnv("QZCSAK_SYSTEMP_PATH", m_wstrTraceFolder);
         QZTEST::SetEnv("QZ_LOCAL_SS_PATH", SsPath());
@@ -71,46 +56,35 @@ protected:
         QZTEST::SetEnv("QZ_LOCAL_SS_PATH", L"");
     }
 
-    std::wstring AgentPath() const
-    {
-#ifdef _WIN32
-        return m_wstrPkg + L"qzriwrap.exe";
-#else
-        return m_wstrPkg + L"qzriwrap";
-#endif
-    }
-    std::wstring SsPath() const
-    {
-        return m_folder.Path() + L"local_ss.xml";
-    }
-    std::wstring TraceFile(const wchar_t* szName) const
-    {
-        return m_wstrTraceFolder + szName;
-    }
-    std::string Pkg() const
-    {
-        return QZSTD::WideToUtf8(m_wstrPkg);
-    }
+    std::wstring SsPath() const { return m_folder.Path() + L"local_ss.xml"; }
+    std::wstring TraceFile() const { return m_wstrTraceFolder + L"$qzriwrp.txt"; }
+    std::string Pkg() const { return QZSTD::WideToUtf8(m_wstrPkg); }
 
-    int RunAgent(const std::vector<std::wstring>& vecArgs)
+    // Runs the agent's copy and keeps its trace; fails, with the trace, unless it ends with nCode.
+    testing::AssertionResult RunAgent(const std::vector<std::wstring>& vecArgs, int32_t nCode)
     {
-        const int n = QZRITEST::RunChild(AgentPath(), vecArgs, CHILD_TIMEOUT_MS);
-        m_vecRecords = QZRITEST::TraceRecords(TraceFile(L"$qzriwrp.txt"));
-        return n;
+        const int n = QZRITEST::RunChild(m_wstrAgent, vecArgs, CHILD_TIMEOUT_MS);
+        m_vecRecords = QZRITEST::TraceRecords(TraceFile());
+        if (n == QZRITEST::ExitStatusOf(nCode))
+            return testing::AssertionSuccess();
+        return testing::AssertionFailure()
+               << "exit status " << n << ", not " << QZRITEST::ExitStatusOf(nCode) << "; trace:\n"
+               << Dump();
     }
 
     QZTEST::TempFolder m_folder;
     std::wstring m_wstrPkg;
     std::wstring m_wstrTraceFolder;
+    std::wstring m_wstrAgent;
+    std::wstring m_wstrIni;
 };
 
 TEST_F(AgentRunTest, APackageWithoutItsSetupEndsWithTheMissingFile)
 {
-    ASSERT_EQ(RunAgent({L"TASK_ID=T-17", L"RI_ID=r1"}), QZRITEST::ExitStatusOf(QZRI_RSLT_SETUP_NOT_FOUND))
-        << Dump();
+    ASSERT_TRUE(RunAgent({L"TASK_ID=T-17", L"RI_ID=r1"}, QZRI_RSLT_SETUP_NOT_FOUND));
     EXPECT_TRUE(Traced({
-        "QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0: '" +
-            QZSTD::WideToUtf8(TraceFile(L"$qzriwrp.txt")) + "'.",
+        "QZRIWRP I StartTrace: Trace of component 1093, version 1.0.0.0: '" + QZSTD::WideToUtf8(TraceFile()) +
+            "'.",
         "QZRIWRP I RiWrpData::Initialize: m_wstrDirPath = " + Pkg() + ".",
         "QZWSSN I RiWrpData::Initialize: 0 interactive user session(s).",
         "QZRI I QZRI::RemoveForceRebootFile: Remove force-reboot file: '" + Pkg() + "$qzriwrp_frb.flg'",
@@ -135,7 +109,7 @@ TEST_F(AgentRunTest, TheSetupRunsAndItsResultFileIsJudgedAndReported)
         "[Setup]\r\nExecutable=setup.exe\r\n[SetupMainResult]\r\nFile=result.ini\r\n"
         "Section=Result\r\n[SetupMainResult_ErrorCodes]\r\n1603=Fatal error during installation\r\n");
     QZTEST::WriteFileBytes(m_wstrPkg + L"examplesetup.ini", "[Result]\r\nFile=result.ini\r\nCode=1603\r\n");
-    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(1603)) << Dump();
+    ASSERT_TRUE(RunAgent({L"/s"}, 1603));
     EXPECT_TRUE(QZTEST::PathExists(m_wstrPkg + L"setup-ran.txt"));
     EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", 0), 1603);
     EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep"), "Fatal error during installation");
@@ -162,37 +136,24 @@ bool CreateAgentService(const std::wstring& wstrName, const std::wstring& wstrBi
 
 bool AgentServiceExists(const std::wstring& wstrName)
 {
-    SC_HANDLE hScm = ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-    SC_HANDLE hService = hScm ? ::OpenServiceW(hScm, wstrName.c_str(), SERVICE_QUERY_STATUS) : nullptr;
-    if (hService)
-        ::CloseServiceHandle(hService);
-    if (hScm)
-        ::CloseServiceHandle(hScm);
-    return hService != nullptr;
+    std::optional<ServiceFailure> failure;
+    CreateSystemServiceControl()->QueryBinaryPath(wstrName, failure);
+    return !failure;
 }
 #endif
 
 // Start-up failures of the real executable: each ends with its own code, after its report.
 TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
 {
-    const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
-    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"1"));
-    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"cmdline", L"$HEX_610020006200"));
-    ASSERT_EQ(RunAgent({L"QZRI$ID=svc1"}), QZRITEST::ExitStatusOf(QZRI_RSLT_UNEXPECTED_REBOOT)) << Dump();
-    EXPECT_TRUE(Traced({"QZRIWRP I RiWrpData::GetServiceRunParams from " + Pkg() + "$qzriwrp.ini",
-                        "QZRIWRP I RiWrpData::GetServiceRunParams: m_eAct = 1 (QZRI_ACTION_RUNNING_SETUP), "
-                        "m_nStartCounter = 0.",
-                        "QZRIWRP E QZCS_Main: Initialization failed..."}));
-
-    // A damaged state removes the agent's service: the real service control manager under Wine.
+    // A damaged state (an unknown action in the run parameters) removes the agent's service: the real service
+    // control manager under Wine.
     const std::wstring wstrServiceId = L"e2e" + std::to_wstring(QZRITEST::CurrentProcessId());
     const std::wstring wstrService = L"QZ Deployment Wrapper" + wstrServiceId;
 #ifdef _WIN32
-    ASSERT_TRUE(CreateAgentService(wstrService, L"\"" + AgentPath() + L"\" QZRI$ID=" + wstrServiceId));
+    ASSERT_TRUE(CreateAgentService(wstrService, L"\"" + m_wstrAgent + L"\" QZRI$ID=" + wstrServiceId));
 #endif
-    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"42"));
-    ASSERT_EQ(RunAgent({L"QZRI$ID=" + wstrServiceId}), QZRITEST::ExitStatusOf(QZRI_RSLT_DAMAGED_STATE))
-        << Dump();
+    ASSERT_TRUE(QZSTD::WriteProfileString(m_wstrIni, L"Setup", L"action", L"42"));
+    ASSERT_TRUE(RunAgent({L"QZRI$ID=" + wstrServiceId}, QZRI_RSLT_DAMAGED_STATE));
 #ifdef _WIN32
     EXPECT_FALSE(AgentServiceExists(wstrService));
     const char* szRemoved = "QZRIWRP I RemoveService: Service removed.";
@@ -206,10 +167,10 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
                 "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_DAMAGED_STATE (536871109, 0x200000C5, the agent's "
                 "own)."}));
 
-    QZTEST::RemoveAll(wstrIni);
+    QZTEST::RemoveAll(m_wstrIni);
     QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
     // A silent run without a task id reports into setup.log and the description files of its folder.
-    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_PACKAGE_DESCRIPTION)) << Dump();
+    ASSERT_TRUE(RunAgent({L"/s"}, QZRI_RSLT_NO_PACKAGE_DESCRIPTION));
     EXPECT_TRUE(
         Traced({"QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\", "
                 "QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, the agent's own).",
@@ -225,13 +186,9 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
     QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
                            "[Setup]\r\nExecutable=setup.exe\r\n[ExtendedSettings]\r\nMgdByOtherSrv=1\r\n"
                            "ServerID=srv-A\r\n");
-    QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage = QZSTD::SettingsStorage::OpenOrCreate(SsPath());
-    pStorage->CreateSection(L"1103", L"1.0.0.0", L"global");
-    QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
-    QZPAR::SetStringValue(pEntries, L"QZNAG_SRVID", L"srv-B");
-    pStorage->ReplaceEntries(L"1103", L"1.0.0.0", L"global", pEntries);
+    QZRITEST::StoreAgentGlobal(SsPath(), L"QZNAG_SRVID", L"srv-B");
 
-    ASSERT_EQ(RunAgent({}), QZRITEST::ExitStatusOf(QZRI_RSLT_MANAGED_BY_OTHER_SERVER)) << Dump();
+    ASSERT_TRUE(RunAgent({}, QZRI_RSLT_MANAGED_BY_OTHER_SERVER));
     EXPECT_TRUE(Traced(
         {"QZRIWRP I RiWrpData::Initialize: nNeedMgdByOtherSrv = 'RI_MGD_BY_OTHER_SERVER_NEVER'",
          "QZRIWRP I RiWrpData::Initialize: wstrParentServerID = 'srv-A'",
@@ -251,15 +208,14 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
 TEST_F(AgentRunTest, TheServiceRelaunchesTheSetupAfterAReboot)
 {
     fs::copy_file(fs::path(BuildPath(QZ_EXAMPLE_SETUP_PATH)), fs::path(m_wstrPkg + L"setup.exe"));
-    const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
-    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"action", L"0"));
-    ASSERT_TRUE(QZSTD::WriteProfileString(wstrIni, L"Setup", L"start_counter", L"2"));
+    ASSERT_TRUE(QZSTD::WriteProfileString(m_wstrIni, L"Setup", L"action", L"0"));
+    ASSERT_TRUE(QZSTD::WriteProfileString(m_wstrIni, L"Setup", L"start_counter", L"2"));
     ASSERT_TRUE(QZSTD::WriteProfileString(
-        wstrIni, L"Setup", L"cmdline",
+        m_wstrIni, L"Setup", L"cmdline",
         QZRI::EncodeHexString(L"qzriwrap.exe TASK_ID=T1 MASTER_SERVICE_ID=old").c_str()));
     const std::wstring wstrId = L"svc" + std::to_wstring(QZRITEST::CurrentProcessId());
     const std::wstring wstrService = L"QZ Deployment Wrapper" + wstrId;
-    ASSERT_TRUE(CreateAgentService(wstrService, L"\"" + AgentPath() + L"\" QZRI$ID=" + wstrId));
+    ASSERT_TRUE(CreateAgentService(wstrService, L"\"" + m_wstrAgent + L"\" QZRI$ID=" + wstrId));
     SC_HANDLE hScm = ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     SC_HANDLE hService = ::OpenServiceW(hScm, wstrService.c_str(), SERVICE_ALL_ACCESS);
     ASSERT_TRUE(hService);
@@ -297,22 +253,18 @@ TEST_F(AgentRunTest, ARestartResultOf32RegistersTheRerunUntilTheLoopGuardTrips)
     QZTEST::WriteFileBytes(m_wstrPkg + L"examplesetup.ini",
                            "[Result]\r\nFile=restart.ini\r\nSection=Restart\r\nValue=Class\r\nCode=32\r\n");
     const std::wstring wstrId = L"rerun" + std::to_wstring(QZRITEST::CurrentProcessId());
-    ASSERT_EQ(RunAgent({L"/s", L"MASTER_SERVICE_ID=" + wstrId, L"QZRI_START_CNT=1"}),
-              QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR))
-        << Dump();
+    ASSERT_TRUE(RunAgent({L"/s", L"MASTER_SERVICE_ID=" + wstrId, L"QZRI_START_CNT=1"}, QZRI_RSLT_NO_ERROR));
     EXPECT_TRUE(Traced({"QZRIWRP I Reboot needed!", "QZRIWRP I RegisterAutostart(0)...",
                         "QZRIWRP I RunExecutable: finish after reboot."}));
-    const std::wstring wstrIni = m_wstrPkg + L"$qzriwrp.ini";
-    EXPECT_EQ(QZSTD::GetProfileInt(wstrIni, L"Setup", L"action", -1), 0);
-    EXPECT_EQ(QZSTD::GetProfileInt(wstrIni, L"Setup", L"start_counter", -1), 2);
+    EXPECT_EQ(QZSTD::GetProfileInt(m_wstrIni, L"Setup", L"action", -1), 0);
+    EXPECT_EQ(QZSTD::GetProfileInt(m_wstrIni, L"Setup", L"start_counter", -1), 2);
 #ifdef _WIN32
     const std::wstring wstrService = L"QZ Deployment Wrapper" + wstrId;
     EXPECT_TRUE(AgentServiceExists(wstrService));
 #endif
 
-    ASSERT_EQ(RunAgent({L"/s", L"MASTER_SERVICE_ID=" + wstrId, L"QZRI_START_CNT=2"}),
-              QZRITEST::ExitStatusOf(QZRI_RSLT_REBOOT_LOOP))
-        << Dump();
+    ASSERT_TRUE(
+        RunAgent({L"/s", L"MASTER_SERVICE_ID=" + wstrId, L"QZRI_START_CNT=2"}, QZRI_RSLT_REBOOT_LOOP));
     EXPECT_TRUE(
         Traced({"QZRIWRP E ReportWaitAndProcessResult: Stopped after 2 restarts: the setup asked for a "
                 "reboot and a rerun each time."}));
@@ -329,7 +281,7 @@ TEST_F(AgentRunTest, ASetupThatIsNoProgramOrHasAVeryLongCommandLine)
 #ifndef _WIN32
     fs::permissions(fs::path(m_wstrPkg + L"setup.exe"), fs::perms::owner_exec, fs::perm_options::add);
 #endif
-    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(QZRI_RSLT_GENERAL_ERROR)) << Dump();
+    ASSERT_TRUE(RunAgent({L"/s"}, QZRI_RSLT_GENERAL_ERROR));
     const std::string strDescr = QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep");
     EXPECT_EQ(strDescr.rfind("General error. ", 0), 0u) << strDescr;
     EXPECT_GT(strDescr.size(), std::string("General error. ").size()) << "the system's reason";
@@ -339,7 +291,7 @@ TEST_F(AgentRunTest, ASetupThatIsNoProgramOrHasAVeryLongCommandLine)
     fs::remove(fs::path(m_wstrPkg + L"setup.exe"));
     fs::copy_file(fs::path(BuildPath(QZ_EXAMPLE_SETUP_PATH)), fs::path(m_wstrPkg + L"setup.exe"));
     const std::wstring wstrLong = L"AKINSTALLDATA=" + std::wstring(32000 - 2 * m_wstrPkg.size(), L'x');
-    ASSERT_EQ(RunAgent({L"/s", wstrLong}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR)) << Dump();
+    ASSERT_TRUE(RunAgent({L"/s", wstrLong}, QZRI_RSLT_NO_ERROR));
     EXPECT_TRUE(QZTEST::ReadFileBytes(m_wstrPkg + L"setup-ran.txt").ends_with(QZSTD::WideToUtf8(wstrLong)));
 }
 
@@ -355,7 +307,7 @@ TEST_F(AgentRunTest, AWindowsInstallerPackageIsInstalledWithoutLeakingItsPasswor
                            "[Setup]\r\nExecutable=example.msi\r\nMsiProperties=EXAMPLEDATA=\"set by the "
                            "package\" PROXYPASSWORD=" +
                                strCanary + "\r\n");
-    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR)) << Dump();
+    ASSERT_TRUE(RunAgent({L"/s"}, QZRI_RSLT_NO_ERROR));
     EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", -1), 0);
     std::string strLog;
     for (const std::string& strRecord : m_vecRecords) {
@@ -407,7 +359,7 @@ TEST_F(AgentRunTest, ASetupDownloadedFromAServerIsVerifiedUnpackedAndRun)
                            "[source]\r\nurl=" + peer.Url("/product.zip") +
                                "\r\nsha256=" + QZTRANSPORT::Sha256OfFile(served.Join(L"product.zip")) +
                                "\r\nextract_root=unpacked\r\nrel_paths=bin/setup.exe\r\n");
-    ASSERT_EQ(RunAgent({L"/s"}), QZRITEST::ExitStatusOf(QZRI_RSLT_NO_ERROR)) << Dump();
+    ASSERT_TRUE(RunAgent({L"/s"}, QZRI_RSLT_NO_ERROR));
     EXPECT_TRUE(QZTEST::PathExists(m_wstrPkg + L"bin/setup-ran.txt"));
     EXPECT_FALSE(QZTEST::PathExists(m_wstrPkg + L"$qzriwrp_downloaded~.tmp"));
     EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"qzriwrap.cfg", L"qzpkgsrc", L"should_download", -1), 0);

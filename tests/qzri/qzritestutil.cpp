@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "std/par/paramshelpers.h"
+#include "std/ss/settingsstorage.h"
 #include "tests/testutil/fsutil.h"
 
 namespace QZRITEST {
@@ -43,6 +45,15 @@ testing::AssertionResult HasInOrder(const std::vector<std::string>& vecRecords,
     return testing::AssertionFailure() << "not in this order among the records:\n"
                                        << Joined(vecExpected) << "records:\n"
                                        << Joined(vecRecords);
+}
+
+void StoreAgentGlobal(const std::wstring& wstrStorage, const wchar_t* szName, const wchar_t* szValue)
+{
+    QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage = QZSTD::SettingsStorage::OpenOrCreate(wstrStorage);
+    pStorage->CreateSection(L"1103", L"1.0.0.0", L"global");
+    QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
+    QZPAR::SetStringValue(pEntries, szName, szValue);
+    pStorage->ReplaceEntries(L"1103", L"1.0.0.0", L"global", pEntries);
 }
 
 std::string Joined(const std::vector<std::string>& vecLines)

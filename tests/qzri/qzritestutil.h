@@ -45,6 +45,10 @@ std::string Joined(const std::vector<std::string>& vecLines);
 testing::AssertionResult HasInOrder(const std::vector<std::string>& vecRecords,
                                     const std::vector<std::string>& vecExpected);
 
+// Stores one value, alone, in the management agent's "global" section of the settings storage at the
+// path (created when missing).
+void StoreAgentGlobal(const std::wstring& wstrStorage, const wchar_t* szName, const wchar_t* szValue);
+
 // The records of a run's trace kept by a fixture, and the check on them.
 struct TraceOfRun
 {
@@ -152,9 +156,8 @@ public:
     std::optional<QZRI::ServiceFailure> CreateService(const std::wstring& wstrName,
                                                       const std::wstring& wstrBinaryPath) override
     {
-        const int nError = m_vecCreateErrors.empty() ? 0 : m_vecCreateErrors.front();
-        if (!m_vecCreateErrors.empty())
-            m_vecCreateErrors.erase(m_vecCreateErrors.begin());
+        const int nError = m_nCreations < m_vecCreateErrors.size() ? m_vecCreateErrors[m_nCreations] : 0;
+        ++m_nCreations;
         if (nError != 0)
             return QZRI::ServiceFailure{QZRI::ServiceFailure::CREATE_SERVICE, nError};
         m_mapServices[wstrName] = wstrBinaryPath;
@@ -179,6 +182,7 @@ public:
     std::map<std::wstring, std::wstring> m_mapServices;
     std::vector<std::wstring> m_vecDeleted;
     std::vector<int> m_vecCreateErrors;
+    size_t m_nCreations = 0;
 };
 
 // A clock that stands still at m_tp.
@@ -380,7 +384,7 @@ public:
         UNREACHABLE = -7,     // the transport's transfer failure
         NO_SETTINGS = -2006,  // Connect fails
     };
-    std::wstring GetHostId() override { return m_wstrHostId; }
+    std::wstring GetHostId() override { return L"host-1"; }
     std::unique_ptr<QZRI::SrvRi> Connect(const std::wstring&) override
     {
         m_vecCalls.push_back(L"Connect");
@@ -388,7 +392,6 @@ public:
             Raise(NO_SETTINGS);
         return std::make_unique<Proxy>(*this);
     }
-    std::wstring m_wstrHostId = L"host-1";
     std::vector<int> m_vecAnswers;
     int m_nFailingConnects = 0;
     std::vector<std::wstring> m_vecCalls;
@@ -444,25 +447,14 @@ private:
 // agent's routines.
 struct TestServices
 {
+    // In the order of AgentServices' members, whose types all differ: a stand-in in the wrong place does not
+    // compile. No files provider, installer, transfer, proxy or removal engine.
     QZRI::AgentServices Get()
     {
-        QZRI::AgentServices services;
-        services.m_pOs = &m_os;
-        services.m_pServices = &m_serviceControl;
-        services.m_pSessions = &m_sessions;
-        services.m_pServerIds = &m_serverIds;
-        services.m_pReports = &m_reports;
-        services.m_pRegistry = &m_registry;
-        services.m_pClock = &m_clock;
-        services.m_pAutostart = &m_autostart;
-        services.m_pWaits = &m_waits;
-        services.m_pConsent = &m_consent;
-        services.m_pProducts = &m_products;
-        services.m_pUninstaller = &m_uninstaller;
-        services.m_pShell = &m_shell;
-        services.m_pStarter = &m_starter;
-        services.m_pServerLink = &m_server;
-        return services;
+        return {&m_os,        nullptr,    &m_registry, &m_serviceControl, &m_sessions,
+                &m_serverIds, &m_reports, &m_clock,    &m_autostart,      nullptr,
+                &m_consent,   &m_waits,   &m_products, &m_uninstaller,    &m_shell,
+                nullptr,      nullptr,    &m_server,   &m_starter,        nullptr};
     }
     TestOs m_os;
     FakeServiceControl m_serviceControl;

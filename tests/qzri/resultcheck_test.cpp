@@ -91,11 +91,10 @@ TEST_F(ResultCheckTest, CheckResultDecidesInItsOrder)
         m_data.m_bIsMsi = bMsi;
         RiResult rslt;
         int32_t nExitCode = -7;
-        EXPECT_EQ(CheckResult(m_data, in, rslt, nExitCode, m_fakes.Get()), bReturn);
-        EXPECT_EQ(nExitCode, nExpectedExitCode);
-        EXPECT_EQ(rslt.m_nErrClass, nErrClass);
-        EXPECT_EQ(rslt.m_wstrDescription, szDescr);
-        EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, vecCalls);
+        const bool b = CheckResult(m_data, in, rslt, nExitCode, m_fakes.Get());
+        EXPECT_EQ(std::tuple(b, nExitCode, rslt.m_nErrClass, rslt.m_wstrDescription,
+                             m_fakes.m_autostart.m_vecCalls),
+                  std::tuple(bReturn, nExpectedExitCode, nErrClass, szDescr, vecCalls));
     }
     // A silent final check takes the registration back first.
     m_data.m_bSilentModeCmdLine = true;
@@ -127,10 +126,9 @@ TEST_F(ResultCheckTest, ParseResultCodeClassifiesAndFindsTheFailReason)
         SCOPED_TRACE(szFile);
         QZTEST::WriteFileBytes(wstrResult, szFile);
         const ParsedResult parsed = ParseResultCode(*m_data.m_pQpd, MAIN_RESULT_KIND, wstrResult);
-        EXPECT_EQ(parsed.bFound, bFound);
-        EXPECT_EQ(parsed.classified.eClass, eClass);
-        EXPECT_EQ(parsed.classified.wstrDescription, szDescr);
-        EXPECT_EQ(parsed.nFailReason, nReason);
+        EXPECT_EQ(std::tuple(parsed.bFound, parsed.classified.eClass, parsed.classified.wstrDescription,
+                             parsed.nFailReason),
+                  std::tuple(bFound, eClass, szDescr, nReason));
     }
     // The setup's own description file replaces the list's text.
     QZTEST::WriteFileBytes(m_folder.Join(L"d.txt"), std::string("\xFF\xFEO\0k\0\r\0\n\0", 10));
@@ -196,9 +194,8 @@ TEST_F(ResultWaitTest, TheWaitEndsOnTheFileQuitStopWithdrawalOrTimeOut)
         m_fakes.m_waits.m_nTick = 0xFFFFF000u;
         m_fakes.m_waits.m_vecSteps = {Step(Nothing), Step(fnStep2, eStep2)};
         const ResultWait wait = WaitForResultFile(m_data, MAIN_RESULT_KIND, lTimeout, m_fakes.Get());
-        EXPECT_EQ(wait.eEnd, eEnd);
-        EXPECT_EQ(m_fakes.m_waits.m_nSlices, nSlices);
-        EXPECT_EQ(wait.nValue, eEnd == ResultWaitEnd::READY ? 5 : 0);
+        EXPECT_EQ(std::tuple(wait.eEnd, m_fakes.m_waits.m_nSlices, wait.nValue),
+                  std::tuple(eEnd, nSlices, eEnd == ResultWaitEnd::READY ? 5 : 0));
     }
     EXPECT_EQ(WaitForResultFile(m_data, DETAILED_RESULT_KIND, -1, m_fakes.Get()).eEnd,
               ResultWaitEnd::NOT_NAMED);
@@ -220,10 +217,8 @@ TEST_F(ResultWaitTest, ATimeOutIsReportedAndARestartResultAsksForTheRestart)
     QZTEST::WriteFileBytes(m_folder.Join(L"restart.ini"), "[R]\r\nClass=32\r\n");
     rslt = RiResult();
     EXPECT_TRUE(ReportWaitAndProcessResult(m_data, -1, true, rslt, m_fakes.Get()));
-    EXPECT_EQ(rslt.m_nResultCode, 5);
-    EXPECT_EQ(rslt.m_wstrDescription, L"Denied");
-    EXPECT_EQ(rslt.m_nErrClass, 32);
-    EXPECT_EQ(rslt.m_rebootState, 1);
+    EXPECT_EQ(std::tuple(rslt.m_nResultCode, rslt.m_wstrDescription, rslt.m_nErrClass, rslt.m_rebootState),
+              std::tuple(5, L"Denied", 32, 1));
     EXPECT_EQ(m_fakes.m_autostart.m_vecCalls, (Calls{L"Register(0)"}));
 
     // The reboot-loop guard: with the counter at the limit another rerun is refused, distinctly.
@@ -259,8 +254,7 @@ TEST_F(ResultWaitTest, TheSystemWaitTakesAFileAndEndsOnQuitAndShutdown)
     });
     const ResultWait wait = WaitForResultFile(m_data, MAIN_RESULT_KIND, 60000, services);
     t.join();
-    EXPECT_EQ(wait.eEnd, ResultWaitEnd::READY);
-    EXPECT_EQ(wait.nValue, 9);
+    EXPECT_EQ(std::tuple(wait.eEnd, wait.nValue), std::tuple(ResultWaitEnd::READY, 9));
     QZTEST::RemoveAll(Result());
 #ifdef _WIN32
     ::PostQuitMessage(0);

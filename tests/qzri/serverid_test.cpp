@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "std/par/paramshelpers.h"
 #include "std/ss/settingsstorage.h"
+#include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/fsutil.h"
 
 namespace {
@@ -15,15 +15,6 @@ class ServerIdTest : public testing::Test
 {
 protected:
     std::wstring StoragePath() const { return m_folder.Path() + L"local_ss.xml"; }
-    void StoreGlobal(const wchar_t* szName, const wchar_t* szValue)
-    {
-        QZSTD::CAutoPtr<QZSTD::SettingsStorage> pStorage =
-            QZSTD::SettingsStorage::OpenOrCreate(StoragePath());
-        pStorage->CreateSection(L"1103", L"1.0.0.0", L"global");
-        QZSTD::CAutoPtr<QZPAR::Params> pEntries = QZPAR::CreateParams();
-        QZPAR::SetStringValue(pEntries, szName, szValue);
-        pStorage->ReplaceEntries(L"1103", L"1.0.0.0", L"global", pEntries);
-    }
     std::wstring Read() { return LocalStorageServerId(StoragePath()).GetCurrentServerId(); }
 
     QZTEST::TempFolder m_folder;
@@ -35,9 +26,9 @@ TEST_F(ServerIdTest, IdIsTheManagementAgentsGlobalValueAndEmptyWhenItCannotBeRea
     EXPECT_EQ(Read(), L"") << "no storage";
     QZSTD::SettingsStorage::OpenOrCreate(StoragePath())->CreateSection(L"1093", L"1.0.0.0", L"global");
     EXPECT_EQ(Read(), L"") << "no product";
-    StoreGlobal(L"OTHER", L"x");
+    QZRITEST::StoreAgentGlobal(StoragePath(), L"OTHER", L"x");
     EXPECT_EQ(Read(), L"") << "no value";
-    StoreGlobal(L"QZNAG_SRVID", L"srv-B");
+    QZRITEST::StoreAgentGlobal(StoragePath(), L"QZNAG_SRVID", L"srv-B");
     EXPECT_EQ(Read(), L"srv-B");
     QZTEST::WriteFileBytes(StoragePath(), "this is not a settings storage");
     EXPECT_EQ(Read(), L"");
