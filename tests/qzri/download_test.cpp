@@ -42,25 +42,15 @@ public:
     std::vector<std::string> m_vecUrls;
 };
 
-std::string HashOf(const std::string& strBytes, const QZTEST::TempFolder& folder)
-{
-    QZTEST::WriteFileBytes(folder.Join(L"hashed"), strBytes);
-    return QZTRANSPORT::Sha256OfFile(folder.Join(L"hashed"));
-}
-
 TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime)
 {
-    enum Hash
-    {
-        RIGHT,
-        WRONG,
-        NONE
-    };
+    // The hashes given: the served file's (computed below), a wrong one, none.
+    const std::string RIGHT = "right", WRONG(64, '0'), NONE;
     // What is tried, should_download in qzriwrap.cfg (-1: no such file), the file named by the URL, the
     // hash given, rel_paths, the failure's message id (nullptr: success), the fetches and the package
     // folder's names afterwards, beside qzpkgsrc.ini.
-    using Row =
-        std::tuple<const char*, int, const char*, Hash, const char*, const wchar_t*, size_t, const char*>;
+    using Row = std::tuple<const char*, int, const char*, std::string, const char*, const wchar_t*, size_t,
+                           const char*>;
     const wchar_t* VERIFY = L"QZRI_MSG_DATA_FILE_VERIFYING_ERROR";
     const wchar_t* COPY = L"QZRI_MSG_DATA_FILE_COPY_ERROR";
     const Row rows[] = {
@@ -91,9 +81,8 @@ TEST(DownloadTest, FetchesVerifiesUnpacksAndCopiesOrRefusesAndTriesAgainNextTime
         ServingTransfer transfer;
         transfer.m_strBytes = QZTEST::ReadFileBytes(folder.Join(L"served.zip"));
         transfer.m_strStale = strWhat == "stale bytes of an earlier transfer" ? "stale" : "";
-        const std::string strHash = eHash == RIGHT   ? HashOf(transfer.m_strBytes, folder)
-                                    : eHash == WRONG ? std::string(64, '0')
-                                                     : std::string();
+        const std::string strHash =
+            eHash == RIGHT ? QZTRANSPORT::Sha256OfFile(folder.Join(L"served.zip")) : eHash;
         if (nShouldDownload >= 0)
             QZTEST::WriteFileBytes(
                 wstrPkg + PACKAGE_SOURCE_CONFIG,
@@ -152,10 +141,9 @@ TEST(DownloadTest, TheProxyComesFromTheManagementAgentsSettings)
         "<value name=\"QZNPS_PROXYPWD_ENCRYPTED\" type=\"STRING_T\" value=\"" +
             strProtected + "\"/></section></version></product></settings_storage>\n");
     const QZTRANSPORT::ProxySettings proxy = CreateProxySource(wstrStorage)->Get();
-    EXPECT_TRUE(proxy.m_bUse && proxy.m_bAuthenticate);
-    EXPECT_EQ(proxy.m_wstrLocation, L"proxy.lan:3128");
-    EXPECT_EQ(proxy.m_wstrUser, L"agent");
-    EXPECT_EQ(proxy.m_wstrPassword, L"Canary-proxy");
+    EXPECT_EQ(std::tuple(proxy.m_bUse, proxy.m_bAuthenticate, proxy.m_wstrLocation, proxy.m_wstrUser,
+                         proxy.m_wstrPassword),
+              std::tuple(true, true, L"proxy.lan:3128", L"agent", L"Canary-proxy"));
     QZTEST::SetEnv("QZ_MACHINE_KEY_PATH", L"");
 }
 

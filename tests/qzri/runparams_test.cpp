@@ -51,6 +51,8 @@ TEST_F(RunParamsTest, WhatIsWrittenIsReadBack)
          L"<absent>", nullptr},
         {QZRI_ACTION_ASK_USER, wstrLong.c_str(), L"<absent>", nullptr},
     };
+    const std::wstring wstrTrace = m_folder.Path() + L"trace.txt";
+    ASSERT_TRUE(QZSTD::TraceOpen(wstrTrace, QZSTD::TL_DEBUG, false));
     for (const auto& [eAction, szCmdLine, szStoredCounter, szStoredCmdLine] : rows) {
         SCOPED_TRACE(eAction);
         QZTEST::RemoveAll(m_data.RunParamsFilePath());
@@ -67,6 +69,14 @@ TEST_F(RunParamsTest, WhatIsWrittenIsReadBack)
         EXPECT_EQ(data.m_eAct, eAction);
         EXPECT_EQ(data.m_wstrSavedCmdLine, szCmdLine);
     }
+    QZSTD::TraceClose();
+    // The first row's action and counters, and its reading back.
+    const std::string strFile = QZSTD::WideToUtf8(m_data.RunParamsFilePath());
+    EXPECT_TRUE(QZRITEST::HasInOrder(
+        QZRITEST::TraceRecords(wstrTrace),
+        {"QZRIWRP I Starting RiWrpData::SetServiceRunParams(0, 4)...",
+         "QZRIWRP I RiWrpData::SetServiceRunParams: Set start_counter to 5 in " + strFile,
+         "QZRIWRP I RiWrpData::GetServiceRunParams from " + strFile}));
     m_data.m_wstrDirPath = m_folder.Path() + L"missing" + PATH_SEPARATOR;
     EXPECT_FALSE(m_data.SetServiceRunParams(QZRI_ACTION_RUN));
 }
@@ -77,34 +87,17 @@ TEST_F(RunParamsTest, MissingValuesPlainTextAndMalformedHex)
     m_data.m_nStartCounter = 9;
     m_data.m_wstrSavedCmdLine = L"stale";
     m_data.GetServiceRunParams();
-    EXPECT_EQ(m_data.m_eAct, QZRI_ACTION_RUN);
-    EXPECT_EQ(m_data.m_nStartCounter, 0);
-    EXPECT_EQ(m_data.m_wstrSavedCmdLine, L"");
+    EXPECT_EQ(std::tuple(m_data.m_eAct, m_data.m_nStartCounter, m_data.m_wstrSavedCmdLine),
+              std::tuple(QZRI_ACTION_RUN, 0, L""));
     EXPECT_FALSE(QZTEST::PathExists(m_data.RunParamsFilePath()));
 
     const std::wstring wstrFile = m_data.RunParamsFilePath();
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrFile, L"Setup", L"start_counter", L"7"));
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrFile, L"Setup", L"cmdline", L"setup.exe /s"));
-    EXPECT_EQ(ReadBack().m_nStartCounter, 7);
-    EXPECT_EQ(ReadBack().m_wstrSavedCmdLine, L"setup.exe /s");
+    const RiWrpData data = ReadBack();
+    EXPECT_EQ(std::tuple(data.m_nStartCounter, data.m_wstrSavedCmdLine), std::tuple(7, L"setup.exe /s"));
     ASSERT_TRUE(QZSTD::WriteProfileString(wstrFile, L"Setup", L"cmdline", L"$HEX_61002"));
     EXPECT_EQ(QZTEST::ErrorCodeOf([&] { ReadBack(); }), QZSTD::Err::BAD_PARAM);
-}
-
-TEST_F(RunParamsTest, WritingTracesActionCounterAndTheNewCounter)
-{
-    const std::wstring wstrTrace = m_folder.Path() + L"trace.txt";
-    ASSERT_TRUE(QZSTD::TraceOpen(wstrTrace, QZSTD::TL_DEBUG, false));
-    m_data.m_nStartCounter = 4;
-    m_data.SetServiceRunParams(QZRI_ACTION_RUN);
-    m_data.GetServiceRunParams();
-    QZSTD::TraceClose();
-    const std::string strFile = QZSTD::WideToUtf8(m_data.RunParamsFilePath());
-    EXPECT_TRUE(QZRITEST::HasInOrder(
-        QZRITEST::TraceRecords(wstrTrace),
-        {"QZRIWRP I Starting RiWrpData::SetServiceRunParams(0, 4)...",
-         "QZRIWRP I RiWrpData::SetServiceRunParams: Set start_counter to 5 in " + strFile,
-         "QZRIWRP I RiWrpData::GetServiceRunParams from " + strFile}));
 }
 
 }  // namespace

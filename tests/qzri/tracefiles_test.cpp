@@ -63,6 +63,14 @@ TEST_F(TraceFilesTest, FolderFromTheEnvironmentOnlyWhenItIsAWritableFolder)
 
     m_os.m_mapEnv.clear();
     EXPECT_EQ(ChooseTraceFolder(m_os).m_wstrFolder, m_os.m_wstrTempFolder);
+
+    // The trace, in the temporary folder, says why.
+    m_os.m_mapEnv[TRACE_FOLDER_ENV] = m_folder.Path() + L"missing";
+    ASSERT_TRUE(Start(L"qzriwrap.exe"));
+    EXPECT_TRUE(QZRITEST::HasInOrder(
+        QZRITEST::TraceRecords(m_os.m_wstrTempFolder + TRACE_FILE),
+        {"QZRIWRP W StartTrace: QZCSAK_SYSTEMP_PATH = '" + QZSTD::WideToUtf8(m_folder.Path()) +
+         "missing' is not a writable folder; the temporary folder is used."}));
 }
 
 // Each row: how many generations lie there, which one cannot be renamed, whether the run is a restart;
@@ -114,16 +122,6 @@ TEST_F(TraceFilesTest, CompetitorRemovalRunWritesItsOwnFileWithoutRotating)
     EXPECT_EQ(QZTEST::ReadFileBytes(File(0)), "run-0\n");
     EXPECT_EQ(QZTEST::ReadFileBytes(File(1)), "run-1\n");
     EXPECT_FALSE(QZRITEST::TraceRecords(m_wstrTraceFolder + COMPETITOR_TRACE_FILE).empty());
-}
-
-TEST_F(TraceFilesTest, RejectedEnvironmentFolderIsTracedInTheTemporaryFolder)
-{
-    m_os.m_mapEnv[TRACE_FOLDER_ENV] = m_folder.Path() + L"missing";
-    ASSERT_TRUE(Start(L"qzriwrap.exe"));
-    EXPECT_TRUE(QZRITEST::HasInOrder(
-        QZRITEST::TraceRecords(m_os.m_wstrTempFolder + TRACE_FILE),
-        {"QZRIWRP W StartTrace: QZCSAK_SYSTEMP_PATH = '" + QZSTD::WideToUtf8(m_folder.Path()) +
-         "missing' is not a writable folder; the temporary folder is used."}));
 }
 
 }  // namespace
