@@ -32,8 +32,6 @@ namespace fs = std::filesystem;
 using namespace QZRI;
 using QZRITEST::BuildPath;
 
-constexpr unsigned CHILD_TIMEOUT_MS = 60000;
-
 class AgentRunTest : public testing::Test, public QZRITEST::TraceOfRun
 {
 protected:
@@ -63,7 +61,7 @@ protected:
     // Runs the agent's copy and keeps its trace; fails, with the trace, unless it ends with nCode.
     testing::AssertionResult RunAgent(const std::vector<std::wstring>& vecArgs, int32_t nCode)
     {
-        const int n = QZRITEST::RunChild(m_wstrAgent, vecArgs, CHILD_TIMEOUT_MS);
+        const int n = QZRITEST::RunChild(m_wstrAgent, vecArgs, 60000);  // a hang detector only
         m_vecRecords = QZRITEST::TraceRecords(TraceFile());
         if (n == QZRITEST::ExitStatusOf(nCode))
             return testing::AssertionSuccess();
@@ -168,21 +166,7 @@ TEST_F(AgentRunTest, StartUpFailuresEndWithTheirOwnCodes)
                 "own)."}));
 
     QZTEST::RemoveAll(m_wstrIni);
-    QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
-    // A silent run without a task id reports into setup.log and the description files of its folder.
-    ASSERT_TRUE(RunAgent({L"/s"}, QZRI_RSLT_NO_PACKAGE_DESCRIPTION));
-    EXPECT_TRUE(
-        Traced({"QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\", "
-                "QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, the agent's own).",
-                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, "
-                "the agent's own)."}));
-    EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", 0),
-              QZRI_RSLT_NO_PACKAGE_DESCRIPTION);
-    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep"), "File does not exist.");
-}
-
-TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
-{
+    // A host of another server is skipped, by the management agent's settings storage.
     QZTEST::WriteFileBytes(m_wstrPkg + L"package.qpd",
                            "[Setup]\r\nExecutable=setup.exe\r\n[ExtendedSettings]\r\nMgdByOtherSrv=1\r\n"
                            "ServerID=srv-A\r\n");
@@ -199,6 +183,18 @@ TEST_F(AgentRunTest, HostOfAnotherServerIsSkipped)
          "QZRI I QZRI::ReportResult: Skip report result - not silent mode",
          "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_MANAGED_BY_OTHER_SERVER (536871108, 0x200000C4, "
          "the agent's own)."}));
+
+    QZTEST::RemoveAll(m_wstrPkg + L"package.qpd");
+    // A silent run without a task id reports into setup.log and the description files of its folder.
+    ASSERT_TRUE(RunAgent({L"/s"}, QZRI_RSLT_NO_PACKAGE_DESCRIPTION));
+    EXPECT_TRUE(
+        Traced({"QZRI W QZRI::ReportResult: QZRI_MSG_DATA_FILE_NOT_EXISTS \"File does not exist.\", "
+                "QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, the agent's own).",
+                "QZRIWRP I QZCS_Main: Exit code: QZRI_RSLT_NO_PACKAGE_DESCRIPTION (536871106, 0x200000C2, "
+                "the agent's own)."}));
+    EXPECT_EQ(QZSTD::GetProfileInt(m_wstrPkg + L"setup.log", L"ResponseResult", L"ResultCode", 0),
+              QZRI_RSLT_NO_PACKAGE_DESCRIPTION);
+    EXPECT_EQ(QZTEST::ReadFileBytes(m_wstrPkg + L"ovxsetup.rep"), "File does not exist.");
 }
 
 #ifdef _WIN32

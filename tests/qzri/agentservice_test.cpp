@@ -18,6 +18,7 @@ namespace {
 
 using namespace QZRI;
 using Names = std::vector<std::wstring>;
+using Services = std::map<std::wstring, std::wstring>;
 
 class AgentServiceTest : public testing::Test
 {
@@ -64,12 +65,11 @@ TEST_F(AgentServiceTest, AutostartIsAServiceOfALocalFolderRetriedWhileMarkedForD
         ServiceAutostart autostart(services);
         EXPECT_EQ(autostart.RegisterAutostart(data, QZRI_ACTION_RUN), bRegistered);
         EXPECT_EQ(m_fakes.m_waits.m_nStopWaits, nStopWaits);
-        const auto& mapServices = m_fakes.m_serviceControl.m_mapServices;
-        EXPECT_EQ(mapServices.size(), bRegistered ? 1u : 0u);
+        const std::wstring wstrCmdLine = L"\"" + m_data.m_wstrDirPath + L"qzriwrap.exe\" QZRI$ID=m1";
+        EXPECT_EQ(m_fakes.m_serviceControl.m_mapServices,
+                  (bRegistered ? Services{{L"QZ Deployment Wrapperm1", wstrCmdLine}} : Services{}));
         if (!bRegistered)
             continue;
-        EXPECT_EQ(mapServices.at(L"QZ Deployment Wrapperm1"),
-                  L"\"" + m_data.m_wstrDirPath + L"qzriwrap.exe\" QZRI$ID=m1");
         EXPECT_EQ(QZSTD::GetProfileInt(data.RunParamsFilePath(), L"Setup", L"start_counter", 0), 5);
         autostart.UnregisterAutostart(data);
         EXPECT_TRUE(m_fakes.m_serviceControl.m_mapServices.empty());
@@ -163,13 +163,11 @@ TEST(ServiceControlHandlerTest, StopAndShutdownEndTheWorkOthersReReport)
     state.m_nState = 4;
     state.m_nControlsAccepted = 1;
     EXPECT_FALSE(HandleServiceControl(4, state));
-    EXPECT_EQ(state.m_nState, 4u);
-    EXPECT_EQ(state.m_nCheckPoint, 0u);
+    EXPECT_EQ(std::tuple(state.m_nState, state.m_nCheckPoint), std::tuple(4u, 0u));
     for (const unsigned long nControl : {5ul, 1ul}) {
         EXPECT_TRUE(HandleServiceControl(nControl, state)) << nControl;
-        EXPECT_EQ(state.m_nState, 3u);
-        EXPECT_EQ(state.m_nWaitHintMs, 10000u);
-        EXPECT_EQ(state.m_nControlsAccepted, 0u);
+        EXPECT_EQ(std::tuple(state.m_nState, state.m_nWaitHintMs, state.m_nControlsAccepted),
+                  std::tuple(3u, 10000u, 0u));
     }
     EXPECT_EQ(state.m_nCheckPoint, 2u);
 }

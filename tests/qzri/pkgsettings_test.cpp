@@ -22,8 +22,7 @@ TEST(QpdChoiceTest, TheFirstDescriptionByNameWithoutRegardToCase)
     };
     for (const auto& [vecNames, szChosen, nCandidates] : rows) {
         const QpdChoice choice = ChooseQpdFile(vecNames);
-        EXPECT_EQ(choice.m_wstrFileName, szChosen);
-        EXPECT_EQ(choice.m_nCandidates, nCandidates);
+        EXPECT_EQ(std::tuple(choice.m_wstrFileName, choice.m_nCandidates), std::tuple(szChosen, nCandidates));
     }
 }
 
