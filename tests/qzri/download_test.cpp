@@ -11,7 +11,6 @@
 #include <tuple>
 
 #include "qzri/riwrap/agentservices.h"
-#include "qzri/riwrap/riresult.h"
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/profile.h"
 #include "std/pwdstore.h"

@@ -310,8 +310,7 @@ TEST_F(DriverTest, WindowsInstallerAnswersAreJudgedExplainedOrRetriedLater)
         EXPECT_EQ(Run(services), nResult) << Dump();
         EXPECT_EQ(installer.m_vecCmdLines.front(), L" A=\"1\" REBOOT=\"ReallySuppress\"");
         Names vecAutostart = m_fakes->m_autostart.m_vecCalls;
-        vecAutostart.erase(std::remove(vecAutostart.begin(), vecAutostart.end(), L"Register(1)"),
-                           vecAutostart.end());
+        std::erase(vecAutostart, L"Register(1)");
         EXPECT_EQ(vecAutostart, vecAutostartCalls);
         if (szTraced) {
             EXPECT_TRUE(Traced({szTraced}));

@@ -67,7 +67,7 @@ protected:
     RiWrpData m_data;
 };
 
-TEST_F(InitializeTest, FreshStartTakesEverythingFromTheCommandLine)
+TEST_F(InitializeTest, FreshStartTakesEverythingFromTheCommandLineAndTheSessions)
 {
     ASSERT_TRUE(Initialize(L"TASK_ID=T-17 RI_ID=r1 MASTER_SERVICE_ID=m1 QZRI_START_CNT=3 PxgRequest"));
     EXPECT_EQ(std::tuple(m_data.m_wstrDirPath, m_data.m_wstrExecDirPath, m_data.m_wstrTaskId,
@@ -81,6 +81,13 @@ TEST_F(InitializeTest, FreshStartTakesEverythingFromTheCommandLine)
     EXPECT_TRUE(m_data.m_bSilentModeCmdLine);
     ASSERT_TRUE(Initialize(L"TASK_ID=/s -silent"));
     EXPECT_FALSE(m_data.m_bSilentModeCmdLine);
+    // The sessions are kept; a failed list is no failure.
+    m_fakes.m_sessions.m_vecSessions = {{1, L"Console"}, {3, L"RDP-Tcp#0"}};
+    ASSERT_TRUE(Initialize(L""));
+    EXPECT_EQ(m_data.m_vecUserSessions.size(), 2u);
+    m_fakes.m_sessions.m_bFails = true;
+    ASSERT_TRUE(Initialize(L""));
+    EXPECT_TRUE(m_data.m_vecUserSessions.empty());
 
     const std::string strPkg = QZSTD::WideToUtf8(m_wstrPkg);
     EXPECT_TRUE(QZRITEST::HasInOrder(
@@ -163,16 +170,6 @@ TEST_F(InitializeTest, MissingPackageDescriptionFailsAllButTheGuiProcess)
     EXPECT_EQ(std::tuple(m_data.m_bGuiProcess, m_data.m_bPxgRequest, m_data.m_wstrTaskId,
                          m_data.m_bRestartedAsService, m_fakes.m_sessions.m_nCalls, m_data.m_bAskUser),
               std::tuple(true, true, L"", false, 0, false));
-}
-
-TEST_F(InitializeTest, SessionsAreKeptAndAFailedListIsNoFailure)
-{
-    m_fakes.m_sessions.m_vecSessions = {{1, L"Console"}, {3, L"RDP-Tcp#0"}};
-    ASSERT_TRUE(Initialize(L""));
-    EXPECT_EQ(m_data.m_vecUserSessions.size(), 2u);
-    m_fakes.m_sessions.m_bFails = true;
-    ASSERT_TRUE(Initialize(L""));
-    EXPECT_TRUE(m_data.m_vecUserSessions.empty());
 }
 
 // The package's settings, its ".qud" companion first, and the reboot agent's file.
