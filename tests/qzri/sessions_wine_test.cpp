@@ -79,13 +79,6 @@ TEST_F(SessionsWineTest, TheAnswerOfTheProcessInTheSessionDecides)
               std::string::npos);
 }
 
-TEST_F(SessionsWineTest, AProgramThatExitsAtOnceIsStartedThreeTimesThenNobodyAnswered)
-{
-    Package("3");
-    EXPECT_EQ(Ask(), std::nullopt);
-    EXPECT_EQ(Runs(), CONSENT_MAX_ASKS);
-}
-
 TEST_F(SessionsWineTest, AMissingProgramEndsWithinThreeSlices)
 {
     Package("6");
@@ -94,25 +87,20 @@ TEST_F(SessionsWineTest, AMissingProgramEndsWithinThreeSlices)
     EXPECT_LT(m_nElapsedMs, 3 * QZWSSN::CYCLE_SLICE_MS + 1000);
 }
 
-TEST_F(SessionsWineTest, AWithdrawnTaskOrAStoppedAgentEndsTheWaitForAnUnansweredDialogue)
+// The answers that start the dialogue again, a dialogue that exits at once every time and a task withdrawn
+// while the user thinks are rows of SessionCycleTest.TheFirstAnswerDecidesOtherCodesStartTheDialogueAgain.
+TEST_F(SessionsWineTest, AStoppedAgentEndsTheWaitForAnUnansweredDialogue)
 {
     Package("6", "4");
-    std::thread withdraw([this] {
-        ::Sleep(300);
-        ::DeleteFileW(m_data.m_wstrQpdFilePath.c_str());
-    });
-    EXPECT_EQ(Ask(), std::nullopt);
-    withdraw.join();
-    EXPECT_LT(m_nElapsedMs, QZWSSN::CYCLE_SLICE_MS + 1000) << "one slice";
-
-    QZTEST::WriteFileBytes(m_data.m_wstrQpdFilePath, "[Setup]\r\nAskUser=1\r\n");
     std::thread stop([this] {
         ::Sleep(300);
         m_shutdown.Raise();
     });
+    // Timed here: Ask() leaves by the error, before it notes its time.
+    const DWORD dwStart = ::GetTickCount();
     EXPECT_EQ(QZTEST::ErrorCodeOf([this] { Ask(); }), QZSTD::Err::SHUTDOWN);
+    EXPECT_LT(::GetTickCount() - dwStart, QZWSSN::CYCLE_SLICE_MS + 1000);
     stop.join();
-    EXPECT_LT(m_nElapsedMs, QZWSSN::CYCLE_SLICE_MS + 1000);
     // The unanswered dialogues end on their own; their folder is removed after them.
     ::Sleep(4000);
 }
