@@ -66,16 +66,12 @@ TEST_F(CheckSignatureWineTest, OnlyTheTrustedPublisherPasses)
     }
 }
 
+// Which files the walk checks (and leaves unchecked) is CheckSignatureWalk's; here the real check runs
+// on a signed program and then also on an untrusted one in a subfolder.
 TEST_F(CheckSignatureWineTest, FolderPassesOnlyWhenEveryCheckedProgramIsSigned)
 {
     const std::wstring wstrPkg = m_folder.MakeSubFolder(L"pkg\\sub");
-    // (fixture, name in the package): the unsigned ones are not checked.
-    for (const auto& [wszFixture, wszName] : {std::pair{L"orvane.exe", L"setup.exe"},
-                                              {L"orvane.exe", L"sub\\a.EXE"},
-                                              {L"unsigned.exe", L"qzcfginst.exe"},
-                                              {L"unsigned.exe", L"sub\\b.Exe"}})
-        ASSERT_TRUE(
-            ::CopyFileW(Fixture(wszFixture).c_str(), m_folder.Join(L"pkg\\").append(wszName).c_str(), FALSE));
+    ASSERT_TRUE(::CopyFileW(Fixture(L"orvane.exe").c_str(), m_folder.Join(L"pkg\\setup.exe").c_str(), FALSE));
     EXPECT_TRUE(CheckQZSignaturesInFolder(m_folder.Join(L"pkg")));
     ASSERT_TRUE(::CopyFileW(Fixture(L"untrusted.exe").c_str(), (wstrPkg + L"c.exe").c_str(), FALSE));
     EXPECT_FALSE(CheckQZSignaturesInFolder(m_folder.Join(L"pkg")));

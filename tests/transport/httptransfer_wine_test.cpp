@@ -6,7 +6,6 @@
 
 #include "std/par/paramshelpers.h"
 #include "std/strconv.h"
-#include "std/trace.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 #include "transport/httptransfer.h"
@@ -39,16 +38,15 @@ TEST(HttpTransferUnderWine, TheTrustedServerPassesAnotherIsRefusedACutTransferRe
             QZTRANSPORT::MODULE),
         QZTRANSPORT::TRANSFER_FAILED);
     EXPECT_EQ(QZTEST::ReadFileBytes(wstrOut).size(), 1500000u);
-    const QZTRANSPORT::Downloaded done =
-        QZTRANSPORT::DownloadFile(Env("QZ_TEST_URL") + "/pkg.zip", wstrOut, {}, options);
-    EXPECT_EQ(done.m_nResumedFrom, 1500000u);
-    EXPECT_EQ(done.m_nBytes, 3000000u);
-    EXPECT_EQ(done.m_strSha256, Env("QZ_TEST_SHA256"));
+    // The counts and the hash the transfer reports are HttpTransfer.ACutTransferResumesWhereItStopped's;
+    // here the range request goes over Schannel and the file on disk is whole.
+    EXPECT_EQ(QZTRANSPORT::DownloadFile(Env("QZ_TEST_URL") + "/pkg.zip", wstrOut, {}, options).m_nResumedFrom,
+              1500000u);
     EXPECT_EQ(QZTRANSPORT::Sha256OfFile(wstrOut), Env("QZ_TEST_SHA256"));
 }
 
-// Through squid (a CONNECT tunnel): the right password passes, a wrong one is refused, and the
-// password is traced only as its length.
+// Through squid (a CONNECT tunnel): the right password passes, a wrong one is refused. That the password
+// is traced only as its length is HttpTransfer.ThroughAnAuthenticatingProxyWithoutTracingThePassword's.
 TEST(HttpTransferUnderWine, ThroughAnAuthenticatingProxy)
 {
     QZTEST::TempFolder folder;
@@ -57,7 +55,6 @@ TEST(HttpTransferUnderWine, ThroughAnAuthenticatingProxy)
     options.m_wstrCaFile = QZTEST::GetEnv("QZ_TEST_CA");
     QZTRANSPORT::ProxySettings proxy{true, QZTEST::GetEnv("QZ_TEST_PROXY"), true, L"agent",
                                      QZTEST::GetEnv("QZ_TEST_PROXY_PASSWORD")};
-    ASSERT_TRUE(QZSTD::TraceOpen(folder.Join(L"trace.txt"), QZSTD::TL_DEBUG, false));
     EXPECT_EQ(QZTRANSPORT::DownloadFile(Env("QZ_TEST_URL") + "/pkg.zip", wstrOut, proxy, options).m_strSha256,
               Env("QZ_TEST_SHA256"));
     QZTEST::RemoveAll(wstrOut);
@@ -67,10 +64,6 @@ TEST(HttpTransferUnderWine, ThroughAnAuthenticatingProxy)
             [&] { QZTRANSPORT::DownloadFile(Env("QZ_TEST_URL") + "/pkg.zip", wstrOut, proxy, options); },
             QZTRANSPORT::MODULE),
         QZTRANSPORT::TRANSFER_FAILED);
-    QZSTD::TraceClose();
-    const std::string strTrace = QZTEST::ReadFileBytes(folder.Join(L"trace.txt"));
-    EXPECT_EQ(strTrace.find(Env("QZ_TEST_PROXY_PASSWORD")), std::string::npos);
-    EXPECT_NE(strTrace.find("password of 14 characters"), std::string::npos) << strTrace;
 }
 
 // A remote call over TLS: answered under the pinned anchor, refused under another.
