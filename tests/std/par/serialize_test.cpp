@@ -56,11 +56,12 @@ TEST(ParamsStream, EveryTypeRoundTrips)
     CAutoPtr<Params> p = EveryType();
     const Bytes vec = Serialize(p);
     CAutoPtr<Params> pRead = Deserialize(vec);
+    // Compare tells a null Params from an empty one (ValueCompare in params_test.cpp) but takes -0 for 0;
+    // a float NaN has no row there.
     EXPECT_EQ(p->Compare(pRead), 0);
     EXPECT_EQ(GetStringValue(pRead, L"str_nul"), std::wstring(L"a\0b\0", 4));
     EXPECT_TRUE(std::signbit(GetDoubleValue(pRead, L"double_minus_zero")));
     EXPECT_TRUE(std::isnan(GetFloatValue(pRead, L"float_nan")));
-    EXPECT_FALSE(GetParamsValue(pRead, L"params_null"));
     EXPECT_EQ(Serialize(pRead), vec);
 }
 

@@ -81,24 +81,23 @@ TEST_F(SettingsStorageTest, EveryTypeReadsBackEqualAndIsWrittenAsTextUnlessItNee
     CreateWithSection()->ReplaceEntries(PRODUCT, VERSION, SECTION, pWritten);
     CAutoPtr<Params> pRead = ReadBack(m_wstrPath);
     EXPECT_EQ(pWritten->Compare(pRead), 0);
-    // Compare takes -0 for 0 and every NaN for every other: check those bits separately.
+    // Compare takes -0 for 0: check the sign bits. A double NaN it tells from a number (ValueCompare in
+    // params_test.cpp); a float NaN has no row there.
     EXPECT_TRUE(std::signbit(GetFloatValue(pRead, L"float_minus_zero")));
     EXPECT_TRUE(std::signbit(GetDoubleValue(pRead, L"double_minus_zero")));
     EXPECT_TRUE(std::isnan(GetFloatValue(pRead, L"float_nan")));
-    EXPECT_TRUE(std::isnan(GetDoubleValue(pRead, L"double_nan")));
     EXPECT_EQ(GetStringValue(pRead, L"str_nul"), std::wstring(L"a\0b\0", 4));
+    // The text forms of the codec (sscodec_test.cpp: what is XML-safe, upper-case hex) as the file uses them.
     const std::string strXml = QZTEST::ReadFileBytes(m_wstrPath);
     for (const char* szPart : {
              "<product name=\"1103\">",
              "name=\"str\" type=\"STRING_T\" value=\"hello world\"",
              "name=\"str_nul\" type=\"STRING_T\" hex=\"6100000062000000\"",
-             "name=\"str_spaces\" type=\"STRING_T\" value=\"  x  \"",
              "name=\"long_min\" type=\"LONG_T\" value=\"-9223372036854775808\"",
              "name=\"double_third\" type=\"DOUBLE_T\" value=\"0.3333333333333333\"",
              "name=\"bin_empty\" type=\"BINARY_T\" hex=\"\"",
              "name=\"params_null\" type=\"PARAMS_T\" null=\"true\"",
              "name_hex=\"0100\"",
-             "name=\"bin\" type=\"BINARY_T\" hex=\"00017F80FF3C26\"",
          })
         EXPECT_NE(strXml.find(szPart), std::string::npos) << szPart;
     EXPECT_LT(strXml.find("bool_false"), strXml.find("bool_true")) << "entries are written in name order";
@@ -246,7 +245,6 @@ TEST_F(SettingsStorageTest, MissingFileIs1205ReadOnlyAndCreatedWithItsFoldersOth
     pStorage->ReplaceEntries(PRODUCT, VERSION, SECTION, OneInt(L"a", 1));
     SettingsStorage::OpenOrCreate(wstrPath);
     EXPECT_EQ(OneInt(L"a", 1)->Compare(ReadBack(wstrPath)), 0);
-    EXPECT_FALSE(QZTEST::PathExists(QZSTD::TemporaryPathOf(wstrPath)));
 }
 
 TEST_F(SettingsStorageTest, AFailedWriteLeavesThePreviousContent)
