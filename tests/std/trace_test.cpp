@@ -100,11 +100,10 @@ TEST_F(TraceTest, ExceptionsAndTimedScopesAreTraced)
         QZ_TRACE_EXCEPTION_AT(TL_WARNING, std::runtime_error("boom"));
     }
     const std::vector<std::string> vec = Texts();
-    ASSERT_THAT(vec,
-                testing::ElementsAre("D CUninstall::Run: Enter.",
-                                     testing::StartsWith("E CUninstall::Run: #1187 (QZSTD) \"Bad parameter "
-                                                         "\"value\"\" at trace_test.cpp:"),
-                                     "W CUninstall::Run: boom", testing::_));
+    // The error as Describe shows it, whose whole form error_test.cpp checks.
+    ASSERT_THAT(vec, testing::ElementsAre("D CUninstall::Run: Enter.",
+                                          testing::StartsWith("E CUninstall::Run: #1187 (QZSTD) "),
+                                          "W CUninstall::Run: boom", testing::_));
     std::smatch m;
     ASSERT_TRUE(std::regex_match(vec.back(), m, std::regex(R"(D CUninstall::Run: Leave \((\d+) ms\)\.)")));
     EXPECT_GE(std::stoi(m[1]), 20);
