@@ -176,7 +176,6 @@ TEST_F(SessionCycleTest, TheFirstAnswerDecidesOtherCodesStartTheDialogueAgain)
     using Row = std::tuple<const char*, std::vector<unsigned long>, std::vector<Step>,
                            std::optional<uint32_t>, std::vector<unsigned long>, bool>;
     const Row rows[] = {
-        {"install now", {3}, {Ends(3, 6)}, 6, {3}, false},
         {"closed, then install now", {3}, {Ends(3, 1), Ends(3, 6)}, 6, {3, 3}, false},
         {"a running dialogue is not started twice", {3}, {TIMES_OUT, TIMES_OUT, Ends(3, 4)}, 4, {3}, false},
         {"two users, the second answers", {3, 5}, {Ends(5, 4)}, 4, {3, 5}, false},
