@@ -447,14 +447,25 @@ private:
 // agent's routines.
 struct TestServices
 {
-    // In the order of AgentServices' members, whose types all differ: a stand-in in the wrong place does not
-    // compile. No files provider, installer, transfer, proxy or removal engine.
+    // Named, so a stand-in cannot land in the wrong member. No files provider, installer, transfer,
+    // proxy or removal engine.
     QZRI::AgentServices Get()
     {
-        return {&m_os,        nullptr,    &m_registry, &m_serviceControl, &m_sessions,
-                &m_serverIds, &m_reports, &m_clock,    &m_autostart,      nullptr,
-                &m_consent,   &m_waits,   &m_products, &m_uninstaller,    &m_shell,
-                nullptr,      nullptr,    &m_server,   &m_starter,        nullptr};
+        return {.m_pOs = &m_os,
+                .m_pRegistry = &m_registry,
+                .m_pServices = &m_serviceControl,
+                .m_pSessions = &m_sessions,
+                .m_pServerIds = &m_serverIds,
+                .m_pReports = &m_reports,
+                .m_pClock = &m_clock,
+                .m_pAutostart = &m_autostart,
+                .m_pConsent = &m_consent,
+                .m_pWaits = &m_waits,
+                .m_pProducts = &m_products,
+                .m_pUninstaller = &m_uninstaller,
+                .m_pShell = &m_shell,
+                .m_pServerLink = &m_server,
+                .m_pStarter = &m_starter};
     }
     TestOs m_os;
     FakeServiceControl m_serviceControl;
