@@ -85,12 +85,22 @@ struct Registry
     virtual ~Registry() = default;
     // A string value (REG_SZ or REG_EXPAND_SZ, not expanded) of a key under HKEY_LOCAL_MACHINE, opened
     // with KEY_READ in the given view. False when the key or the value is missing, or the value is not
-    // a string.
+    // a string. A registry that reads values of every type answers it from ReadLocalMachineValue.
     virtual bool ReadLocalMachineString(const std::wstring& wstrKey, const std::wstring& wstrValueName,
-                                        std::wstring& wstrValue,
-                                        RegistryView eView = RegistryView::DEFAULT) = 0;
+                                        std::wstring& wstrValue, RegistryView eView = RegistryView::DEFAULT)
+    {
+        RegistryValue value;
+        if (!ReadLocalMachineValue(wstrKey, wstrValueName, value, eView))
+            return false;
+        const std::optional<std::wstring> text = RegistryValueText(value);
+        if (!text)
+            return false;
+        wstrValue = *text;
+        return true;
+    }
 
-    // The operations below raise QZError 1193 unless the registry at hand implements them.
+    // The operations below raise QZError 1193 unless the registry at hand implements them (a registry
+    // must implement ReadLocalMachineValue or ReadLocalMachineString).
 
     // Whether the key exists under HKEY_LOCAL_MACHINE in the view.
     virtual bool LocalMachineKeyExists(const std::wstring& wstrKey, RegistryView eView)

@@ -105,19 +105,6 @@ private:
 class Win32Registry : public Registry
 {
 public:
-    bool ReadLocalMachineString(const std::wstring& wstrKey, const std::wstring& wstrValueName,
-                                std::wstring& wstrValue, RegistryView eView) override
-    {
-        RegistryValue value;
-        if (!ReadLocalMachineValue(wstrKey, wstrValueName, value, eView))
-            return false;
-        const std::optional<std::wstring> text = RegistryValueText(value);
-        if (!text)
-            return false;
-        wstrValue = *text;
-        return true;
-    }
-
     bool LocalMachineKeyExists(const std::wstring& wstrKey, RegistryView eView) override
     {
         ScopedKey key;

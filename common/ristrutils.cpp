@@ -29,6 +29,19 @@ unsigned ReadHexByte(std::wstring_view wsvDigits, size_t i)
 
 }  // namespace
 
+std::wstring Trimmed(const std::wstring& wstr)
+{
+    const size_t nFirst = wstr.find_first_not_of(L" \t");
+    if (nFirst == std::wstring::npos)
+        return std::wstring();
+    return wstr.substr(nFirst, wstr.find_last_not_of(L" \t") - nFirst + 1);
+}
+
+std::wstring MaskedPassword(size_t nLength)
+{
+    return L"<password of " + std::to_wstring(nLength) + L" characters>";
+}
+
 std::wstring EncodeHexString(const std::wstring& wstrValue)
 {
     if (wstrValue.empty())
@@ -76,11 +89,6 @@ bool IsBlank(wchar_t c)
     return c == L' ' || c == L'\t';
 }
 
-std::wstring MaskedLength(size_t nLength)
-{
-    return L"<password of " + std::to_wstring(nLength) + L" characters>";
-}
-
 // A word whose quotes hold several KEY=value parts (a legacy setup's /z"... PASSWORD=x y"): the value of
 // every part whose key names a password runs to the quote that closes it, blanks included, since a
 // password may hold blanks and only the quotes delimit it there.
@@ -102,7 +110,7 @@ std::wstring MaskInsideQuotes(std::wstring_view word)
         if (nValueEnd == std::wstring_view::npos)
             nValueEnd = word.size();
         wstrOut += word.substr(i, nEq + 1 - i);
-        wstrOut += MaskedLength(nValueEnd - nEq - 1);
+        wstrOut += MaskedPassword(nValueEnd - nEq - 1);
         i = nValueEnd;
     }
     return wstrOut;
@@ -134,7 +142,7 @@ std::wstring MaskPasswords(const std::wstring& wstrCmdLine)
             const bool bClosingQuote = word.front() == L'"' && word.back() == L'"' && word.size() > nEq + 1;
             const size_t nValue = word.size() - nEq - 1 - (bClosingQuote ? 1 : 0);
             wstrOut += word.substr(0, nEq + 1);
-            wstrOut += MaskedLength(nValue);
+            wstrOut += MaskedPassword(nValue);
             if (bClosingQuote)
                 wstrOut += L'"';
         }
@@ -146,7 +154,7 @@ std::wstring MaskPasswords(const std::wstring& wstrCmdLine)
 std::wstring MaskPasswordValue(std::wstring_view wsvKey, const std::wstring& wstrValue)
 {
     if (IsPasswordKey(wsvKey))
-        return MaskedLength(wstrValue.size());
+        return MaskedPassword(wstrValue.size());
     return MaskPasswords(wstrValue);
 }
 

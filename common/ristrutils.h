@@ -21,6 +21,12 @@ std::wstring EncodeHexString(const std::wstring& wstrValue);
 // U+0000 unit is kept as a character of the result.
 std::wstring DecodeHexString(const std::wstring& wstrValue);
 
+// The value without the blanks and tabs at its ends (how the agent reads a value someone typed).
+std::wstring Trimmed(const std::wstring& wstr);
+
+// What the trace shows in place of a password of nLength characters: "<password of N characters>".
+std::wstring MaskedPassword(size_t nLength);
+
 // A command line as it may be traced or stored: the value of every KEY=value word whose key holds "PWD"
 // or "PASSWORD" (any case) becomes "<password of N characters>"; everything else, quotes and blanks
 // included, stays as it was. Passwords reach setups on their command lines, never the trace.

@@ -7,6 +7,7 @@
 
 #include "common/ansicp.h"
 #include "common/inifileparser.h"
+#include "common/ristrutils.h"
 #include "common/rmtinstutils.h"
 #include "qzri/riwrap/agentos.h"
 #include "qzri/riwrap/agentservices.h"
@@ -53,14 +54,6 @@ std::wstring Native(std::wstring wstrPath)
 std::wstring InPackage(const RiWrpData& data, const std::wstring& wstrPath)
 {
     return IsAbsolutePath(wstrPath) ? Native(wstrPath) : data.m_wstrDirPath + Native(wstrPath);
-}
-
-std::wstring Trimmed(const std::wstring& wstr)
-{
-    const size_t nFirst = wstr.find_first_not_of(L" \t");
-    if (nFirst == std::wstring::npos)
-        return std::wstring();
-    return wstr.substr(nFirst, wstr.find_last_not_of(L" \t") - nFirst + 1);
 }
 
 // 0 when the package says there is nothing (more) to download, or there is no configuration.

@@ -28,14 +28,6 @@ namespace {
 
 constexpr const char* MODULE = "QZRIWRP";
 
-std::wstring Trimmed(const std::wstring& wstr)
-{
-    const size_t nFirst = wstr.find_first_not_of(L" \t");
-    if (nFirst == std::wstring::npos)
-        return {};
-    return wstr.substr(nFirst, wstr.find_last_not_of(L" \t") - nFirst + 1);
-}
-
 bool EqualNoCase(const std::wstring& wstrA, const std::wstring& wstrB)
 {
     return wstrA.size() == wstrB.size() &&
@@ -68,11 +60,6 @@ std::wstring MsiRemovalCommand(const std::wstring& wstrCmdLine)
     std::wstring wstrOut = wstrCmdLine;
     wstrOut[nSwitch + 1] = L'X';
     return wstrOut;
-}
-
-std::wstring MaskedPassword(const std::wstring& wstrPassword)
-{
-    return L"<password of " + std::to_wstring(wstrPassword.size()) + L" characters>";
 }
 
 // A user or password goes into the uninstaller's command line as it is; a double quote there would end
@@ -176,7 +163,6 @@ constexpr const char* MODULE = "QZRIWRP";
 using QZRI::BracedCodeOf;
 using QZRI::CheckNoQuote;
 using QZRI::EqualNoCase;
-using QZRI::MaskedPassword;
 using QZRI::RegistryView;
 using QZRI::Trimmed;
 
@@ -611,7 +597,7 @@ QZRI::UninstallCommand CUninstall::LegacyIShield_PrepareCommandLine()
     cmd.m_wstrTraced = QZRI::MaskPasswords(wstrCmd) + wstrParams;
     if (!m_wstrPassword.empty()) {
         cmd.m_wstrPassed += L" PASSWORD=" + m_wstrPassword;
-        cmd.m_wstrTraced += L" PASSWORD=" + MaskedPassword(m_wstrPassword);
+        cmd.m_wstrTraced += L" PASSWORD=" + QZRI::MaskedPassword(m_wstrPassword.size());
     }
     cmd.m_wstrPassed += wstrTail;
     cmd.m_wstrTraced += wstrTail;
@@ -653,7 +639,7 @@ QZRI::UninstallCommand CUninstall::ProcessCommandLine()
     cmd.m_wstrTraced = QZRI::MaskPasswords(m_wstrUninstallCmd) + wstrParams;
     if (!m_wstrPassword.empty()) {
         cmd.m_wstrPassed += property(L" PASSWORD=", m_wstrPassword);
-        cmd.m_wstrTraced += L" PASSWORD=" + MaskedPassword(m_wstrPassword);
+        cmd.m_wstrTraced += L" PASSWORD=" + QZRI::MaskedPassword(m_wstrPassword.size());
     }
     return cmd;
 }

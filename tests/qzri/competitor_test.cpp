@@ -49,17 +49,8 @@ protected:
     }
     std::wstring Stat() const { return m_env.m_wstrWorkPath + STAT_FILE; }
 
-    // One run as the driver makes it: its result, its description and whether it needs a restart.
-    using Outcome = std::tuple<int32_t, std::wstring, bool>;
-    Outcome Run()
-    {
-        CCompetitorSoftwareUninstall uninstall(m_data, m_env);
-        uninstall.PrepareToRemove();
-        std::wstring wstrDescr;
-        bool bNeedReboot = false;
-        const int32_t nResult = uninstall.RemoveProducts(wstrDescr, bNeedReboot);
-        return {nResult, wstrDescr, bNeedReboot};
-    }
+    using Outcome = QZRITEST::CompetitorOutcome;
+    Outcome Run() { return QZRITEST::RunCompetitorRemoval(m_data, m_env); }
 
     QZTEST::TempFolder m_tmp;
     QZRI::RiWrpData m_data;

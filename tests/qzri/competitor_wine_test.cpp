@@ -13,6 +13,7 @@
 #include "qzri/riwrap/riwrpdata.h"
 #include "std/strconv.h"
 #include "tests/qzri/childprocess.h"
+#include "tests/qzri/qzritestutil.h"
 #include "tests/testutil/errorof.h"
 #include "tests/testutil/fsutil.h"
 
@@ -55,16 +56,8 @@ protected:
     // One run: its result, its description, and whether it asks for a restart. What follows a restart
     // (the reboot agent's command line, saved and started) is checked by CompetitorTest and run for real
     // by competitor_agent_test.cpp.
-    using Outcome = std::tuple<int32_t, std::wstring, bool>;
-    Outcome Run()
-    {
-        CCompetitorSoftwareUninstall uninstall(m_data, m_env);
-        uninstall.PrepareToRemove();
-        std::wstring wstrDescr;
-        bool bNeedReboot = false;
-        const int32_t nResult = uninstall.RemoveProducts(wstrDescr, bNeedReboot);
-        return {nResult, wstrDescr, bNeedReboot};
-    }
+    using Outcome = QZRITEST::CompetitorOutcome;
+    Outcome Run() { return QZRITEST::RunCompetitorRemoval(m_data, m_env); }
     QZTEST::TempFolder m_tmp;
     QZRI::RiWrpData m_data;
     CompetitorEnv m_env;

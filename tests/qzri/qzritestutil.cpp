@@ -64,4 +64,14 @@ std::string Joined(const std::vector<std::string>& vecLines)
     return str;
 }
 
+CompetitorOutcome RunCompetitorRemoval(QZRI::RiWrpData& data, QZRIWRP::CompetitorEnv& env)
+{
+    QZRIWRP::CCompetitorSoftwareUninstall uninstall(data, env);
+    uninstall.PrepareToRemove();
+    std::wstring wstrDescr;
+    bool bNeedReboot = false;
+    const int32_t nResult = uninstall.RemoveProducts(wstrDescr, bNeedReboot);
+    return {nResult, wstrDescr, bNeedReboot};
+}
+
 }  // namespace QZRITEST

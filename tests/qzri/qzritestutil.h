@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -22,6 +23,7 @@
 #include "qzri/riwrap/askuser.h"
 #include "qzri/riwrap/autostart.h"
 #include "qzri/riwrap/clock.h"
+#include "qzri/riwrap/competitor.h"
 #include "qzri/riwrap/download.h"
 #include "qzri/riwrap/driverservices.h"
 #include "qzri/riwrap/rebootrequest.h"
@@ -48,6 +50,11 @@ testing::AssertionResult HasInOrder(const std::vector<std::string>& vecRecords,
 // Stores one value, alone, in the management agent's "global" section of the settings storage at the
 // path (created when missing).
 void StoreAgentGlobal(const std::wstring& wstrStorage, const wchar_t* szName, const wchar_t* szValue);
+
+// One removal of incompatible software as the driver makes it: its result, its description and whether
+// it needs a restart.
+using CompetitorOutcome = std::tuple<int32_t, std::wstring, bool>;
+CompetitorOutcome RunCompetitorRemoval(QZRI::RiWrpData& data, QZRIWRP::CompetitorEnv& env);
 
 // The records of a run's trace kept by a fixture, and the check on them.
 struct TraceOfRun

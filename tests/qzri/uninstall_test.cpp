@@ -38,15 +38,6 @@ public:
         m_mapKeys.erase({eView, wstrKey});
         ++m_nChanges;
     }
-    bool ReadLocalMachineString(const std::wstring& wstrKey, const std::wstring& wstrName,
-                                std::wstring& wstrValue, View eView) override
-    {
-        RegistryValue value;
-        if (!ReadLocalMachineValue(wstrKey, wstrName, value, eView) || !RegistryValueText(value))
-            return false;
-        wstrValue = *RegistryValueText(value);
-        return true;
-    }
     bool LocalMachineKeyExists(const std::wstring& wstrKey, View eView) override
     {
         return m_mapKeys.count({eView, wstrKey}) != 0;
